@@ -1,0 +1,47 @@
+include(GenerateExportHeader)
+
+# What every target of ours is compiled with; nothing of it reaches a consumer.
+function(cloudprovider_compile_privately target)
+    target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wshadow -Wconversion
+        "-fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=")
+    if(CLOUDPROVIDER_WERROR)
+        target_compile_options(${target} PRIVATE -Werror)
+    endif()
+endfunction()
+
+# cloudprovider_add_library(NAME ALIAS EXPORT_HEADER MACRO SOURCES ... HEADERS ...)
+#
+# A library with hidden visibility, a generated export header (a path below the include folder), its public headers
+# as a file set, and rules to install it all.
+function(cloudprovider_add_library name alias)
+    cmake_parse_arguments(ARG "" "EXPORT_HEADER;MACRO" "SOURCES;HEADERS" ${ARGN})
+    add_library(${name} ${ARG_SOURCES})
+    add_library(${alias} ALIAS ${name})
+    string(REGEX REPLACE ".*::" "" export_name ${alias})
+    set_target_properties(${name} PROPERTIES
+        EXPORT_NAME ${export_name}
+        VERSION ${PROJECT_VERSION}
+        SOVERSION ${PROJECT_VERSION_MAJOR}
+        VERIFY_INTERFACE_HEADER_SETS ON)
+    target_compile_features(${name} PUBLIC cxx_std_20)
+    cloudprovider_compile_privately(${name})
+
+    set(generated ${CMAKE_CURRENT_BINARY_DIR}/include)
+    generate_export_header(${name} BASE_NAME ${ARG_MACRO} EXPORT_FILE_NAME ${generated}/${ARG_EXPORT_HEADER})
+    if(NOT BUILD_SHARED_LIBS)
+        target_compile_definitions(${name} PUBLIC ${ARG_MACRO}_STATIC_DEFINE)
+    endif()
+    target_sources(${name} PUBLIC FILE_SET HEADERS
+        BASE_DIRS include ${generated}
+        FILES ${ARG_HEADERS} ${generated}/${ARG_EXPORT_HEADER})
+    install(TARGETS ${name} EXPORT cloudproviderTargets FILE_SET HEADERS)
+endfunction()
+
+# cloudprovider_add_test(NAME SOURCES ... LIBRARIES ...): a GoogleTest program, each test of it known to CTest.
+function(cloudprovider_add_test name)
+    cmake_parse_arguments(ARG "" "" "SOURCES;LIBRARIES" ${ARGN})
+    add_executable(${name} ${ARG_SOURCES})
+    cloudprovider_compile_privately(${name})
+    target_link_libraries(${name} PRIVATE ${ARG_LIBRARIES} GTest::gtest_main)
+    gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 300)
+endfunction()

@@ -1,0 +1,35 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <foundation/export.hpp>
+
+#include <boost/filesystem/path.hpp>
+
+#include <cstdint>
+#include <string_view>
+
+namespace foundation {
+
+/// Folder for temporary files: the environment's TMPDIR when it is set and not empty, else /tmp.
+FOUNDATION_HOST_EXPORT boost::filesystem::path temporaryFolder();
+
+/// Create an empty file under a fresh name in temporaryFolder().
+///
+/// The name is prefix followed by random letters. The file is made exclusively (never an existing one) and
+/// only its owner may read or write it (POSIX mkstemp).
+/// Result   the file's absolute path as the system's calls take it; the caller deletes the file.
+/// Errors   std::system_error, naming the folder.
+/// Threads  any.
+FOUNDATION_HOST_EXPORT boost::filesystem::path createTemporaryFile(std::string_view prefix);
+
+/// Reserve disk blocks for the first size bytes of a file, so that writing to a mapping of them cannot hit a
+/// full disk. Does nothing where the file system cannot reserve.
+///
+/// Errors   std::system_error: no space left, no rights, larger than the file system allows.
+/// Threads  any.
+FOUNDATION_HOST_EXPORT void reserveBlocks(const boost::filesystem::path& path, std::uint64_t size);
+
+/// Delete a file. Throws boost::filesystem::filesystem_error when it cannot be deleted or is not there.
+FOUNDATION_HOST_EXPORT void removeFile(const boost::filesystem::path& path);
+
+}  // namespace foundation

@@ -1,0 +1,79 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <foundation/services/Files.hpp>
+
+#include <fcntl.h>
+#include <unistd.h>
+#include <boost/filesystem/operations.hpp>
+#include <cerrno>
+#include <cstdlib>
+#include <limits>
+#include <string>
+#include <system_error>
+
+namespace foundation {
+
+namespace {
+
+constexpr auto kMaxFileSize = static_cast<std::uint64_t>(std::numeric_limits<off_t>::max());
+
+class FileDescriptor {
+public:
+    explicit FileDescriptor(int descriptor) : m_descriptor(descriptor) {}
+    FileDescriptor(const FileDescriptor&) = delete;
+    FileDescriptor& operator=(const FileDescriptor&) = delete;
+    ~FileDescriptor() { ::close(m_descriptor); }
+
+    int get() const { return m_descriptor; }
+
+private:
+    const int m_descriptor;
+};
+
+[[noreturn]] void throwSystemError(int error, const std::string& what) {
+    throw std::system_error(error, std::generic_category(), what);
+}
+
+}  // namespace
+
+boost::filesystem::path temporaryFolder() {
+    const char* folder = std::getenv("TMPDIR");  // NOLINT(concurrency-mt-unsafe): only reads
+    return folder != nullptr && *folder != '\0' ? boost::filesystem::absolute(folder) : "/tmp";
+}
+
+boost::filesystem::path createTemporaryFile(std::string_view prefix) {
+    const auto folder = temporaryFolder();
+    std::string name = (folder / (std::string(prefix) + "XXXXXX")).native();
+    const int descriptor = ::mkostemp(name.data(), O_CLOEXEC);
+    if (descriptor < 0) {
+        throwSystemError(errno, "cannot create a temporary file in " + folder.native());
+    }
+    ::close(descriptor);
+    return name;
+}
+
+void reserveBlocks(const boost::filesystem::path& path, std::uint64_t size) {
+    if (size == 0) {
+        return;
+    }
+    const FileDescriptor file(::open(path.c_str(), O_RDWR | O_CLOEXEC));
+    if (file.get() < 0) {
+        throwSystemError(errno, "cannot open " + path.native());
+    }
+    int error = size > kMaxFileSize ? EFBIG : EINTR;
+    while (error == EINTR) {
+        error = ::posix_fallocate(file.get(), 0, static_cast<off_t>(size));
+    }
+    if (error != 0 && error != EOPNOTSUPP && error != EINVAL) {
+        throwSystemError(error, "cannot reserve " + std::to_string(size) + " bytes for " + path.native());
+    }
+}
+
+void removeFile(const boost::filesystem::path& path) {
+    if (!boost::filesystem::remove(path)) {
+        throw boost::filesystem::filesystem_error(
+            "cannot remove", path,
+            boost::system::errc::make_error_code(boost::system::errc::no_such_file_or_directory));
+    }
+}
+
+}  // namespace foundation

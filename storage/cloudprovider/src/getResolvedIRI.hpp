@@ -1,0 +1,16 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <foundation/storage/provider/StorageIRI.hpp>
+
+namespace storage::cloudprovider {
+
+/// Answer the one identifier that stands for all spellings of a file or folder.
+///
+/// Its key (utils::iriToKey) is that of iri but for a trailing "/", resolving it again changes nothing, and a
+/// path that is clean already stays as it is. Scheme and authority stay. Errors   InvalidLocationException
+/// when the path is not valid UTF-16.
+foundation::storage::provider::StorageIRI getResolvedIRI(
+    const foundation::storage::provider::StorageIRI& iri);
+
+}  // namespace storage::cloudprovider

@@ -1,0 +1,69 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "translateException.hpp"
+
+#include "Trace.hpp"
+
+#include <storage/cloudprovider/CloudException.hpp>
+
+#include <exception>
+
+namespace storage::cloudprovider {
+
+using foundation::storage::provider::ErrorCode;
+using foundation::storage::provider::Exception;
+using foundation::storage::provider::ExceptionContext;
+using foundation::storage::provider::StorageIRI;
+
+namespace {
+
+template <typename Handler>
+auto withRecordedException(const std::exception_ptr& recorded, Handler handler) {
+    try {
+        std::rethrow_exception(recorded);
+    } catch (...) {
+        return handler();
+    }
+}
+
+}  // namespace
+
+void translateException(const StorageIRI& iri) {
+    try {
+        throw;
+    } catch (const Exception&) {
+        throw;
+    } catch (const CloudException& cause) {
+        throw Exception(cause.getErrorCode(), iri, ExceptionContext(cause.what()));
+    } catch (const std::exception& cause) {
+        throw Exception(ErrorCode::Unknown, iri, ExceptionContext(cause.what()));
+    } catch (const std::exception_ptr& recorded) {
+        if (recorded) {
+            withRecordedException(recorded, [&] { translateException(iri); });
+        }
+        throw Exception(ErrorCode::Unknown, iri);
+    } catch (...) {
+        throw Exception(ErrorCode::Unknown, iri);
+    }
+}
+
+std::string describeCurrentException() {
+    try {
+        throw;
+    } catch (const std::exception& cause) {
+        return cause.what();
+    } catch (const std::exception_ptr& recorded) {
+        return recorded ? withRecordedException(recorded, [] { return describeCurrentException(); })
+                        : std::string();
+    } catch (...) {
+        return {};
+    }
+}
+
+void traceCaughtException() {
+    CLOUDPROVIDER_TRACE(trace::kCaughtException, "Exception caught: ", [] {
+        const auto text = describeCurrentException();
+        return text.empty() ? std::string("No diagnostic information available.") : text;
+    }());
+}
+
+}  // namespace storage::cloudprovider
