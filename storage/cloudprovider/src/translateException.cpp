@@ -25,6 +25,11 @@ auto withRecordedException(const std::exception_ptr& recorded, Handler handler) 
     }
 }
 
+std::string diagnosticText() {
+    auto text = describeCurrentException();
+    return text.empty() ? "No diagnostic information available." : text;
+}
+
 }  // namespace
 
 void translateException(const StorageIRI& iri) {
@@ -59,11 +64,11 @@ std::string describeCurrentException() {
     }
 }
 
-void traceCaughtException() {
-    CLOUDPROVIDER_TRACE(trace::kCaughtException, "Exception caught: ", [] {
-        const auto text = describeCurrentException();
-        return text.empty() ? std::string("No diagnostic information available.") : text;
-    }());
+void traceCaughtException() noexcept {
+    try {
+        CLOUDPROVIDER_TRACE(trace::kCaughtException, "Exception caught: ", diagnosticText());
+    } catch (...) {  // NOLINT(bugprone-empty-catch): a record that cannot be made is lost, nothing else
+    }
 }
 
 }  // namespace storage::cloudprovider

@@ -16,8 +16,8 @@ namespace storage::cloudprovider {
 /// The text of the exception being handled; empty when it has none.
 std::string describeCurrentException();
 
-/// Trace the exception being handled, if such records are wanted.
-void traceCaughtException();
+/// Trace the exception being handled, if such records are wanted. Destructors may call it.
+void traceCaughtException() noexcept;
 
 /// Run an operation on iri: whatever it throws is traced, then translated.
 template <typename Operation>
