@@ -1,0 +1,31 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "OpenFileContext.hpp"
+
+#include "tuning.hpp"
+
+#include <storage/cloudprovider/utils.hpp>
+
+#include <utility>
+
+namespace storage::cloudprovider {
+
+namespace {
+
+// Parts of size 0 would never hold a byte.
+std::uint64_t usablePartSize(std::uint64_t partSize) {
+    return partSize == 0 ? kDefaultPartSize : partSize;
+}
+
+}  // namespace
+
+OpenFileContext::OpenFileContext(foundation::storage::provider::StorageIRI fileIri,
+                                 std::shared_ptr<CloudClient> cloudClient,
+                                 std::unique_ptr<BufferFactory> factory)
+    : iri(std::move(fileIri)),
+      key(utils::iriToKey(iri)),
+      client(std::move(cloudClient)),
+      bufferFactory(std::move(factory)),
+      partSize(usablePartSize(readPartSize())),
+      downloadedPartCacheSize(readDownloadedPartCacheSize()) {}
+
+}  // namespace storage::cloudprovider
