@@ -1,0 +1,161 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "Buffer.hpp"
+#include "LocalDataVersion.hpp"
+#include "OpenFileContext.hpp"
+
+#include <storage/cloudprovider/PartInfo.hpp>
+
+#include <condition_variable>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+
+namespace storage::cloudprovider {
+
+/// One part of an open file: its record, where its current bytes live, and its local buffer while there is
+/// one.
+///
+/// Opens are counted: the first one brings the bytes local, the last close unmaps them and keeps the file.
+/// See the source for the states. Threads: any. Bytes behind data() are not guarded: a part may be written
+/// while its upload reads it, see OpenFileByteStream.
+class OpenPartBuffer : public Buffer {
+public:
+    /// What a stream needs to know to copy bytes, taken in one step. data is valid while the caller has the
+    /// part open.
+    struct View {
+        char* data;
+        std::uint64_t size;
+        LocalDataVersion version;
+    };
+
+    /// A part whose stored bytes are info's, if version is CLOUD; else one that holds nothing stored. Only
+    /// the last part of a file can grow, to the context's part size.
+    OpenPartBuffer(PartInfo info, LocalDataVersion version, bool isLastPart,
+                   std::shared_ptr<OpenFileContext> context);
+    ~OpenPartBuffer() override;
+
+    std::uint64_t size() const override;
+
+    /// Count an opener and bring the bytes local if they are not. Waits while another opener does so. When
+    /// that fails the count is as before, and the next opener tries again.
+    ///
+    /// Errors   what the client and the buffer factory throw; UnknownErrorException when the client delivers
+    /// fewer or
+    ///          more bytes than the part has.
+    void open() override;
+    bool isOpen() const override;
+    char* data() override;
+    const char* data() const override;
+    void close() override;
+
+    /// Count an opener. False tells the first one that it has to load the bytes.
+    bool incrementOpenCount();
+
+    /// Take an opener back; tells whether it was the last.
+    bool decrementOpenCount();
+
+    /// Hand the loaded, mapped bytes over to all openers.
+    void setOpenBuffer(std::unique_ptr<Buffer> buffer);
+
+    /// Fetch the stored bytes into a new buffer; zeros follow them.
+    void download();
+
+    /// Make a new buffer of zeros.
+    void createBlank();
+
+    /// Open the part if it is NEW; tells whether it did.
+    bool openIfModified();
+
+    /// Give the local bytes up if nobody has the part open and the stored object has them.
+    void discardIfUnmodified();
+
+    void markModified();
+
+    /// Hand the part to the upload if it is NEW: answers the record to send, taken in the same step.
+    std::optional<PartInfo> markUploading();
+
+    /// Note that the stored object now has what was handed to the upload. A part changed since stays NEW.
+    void markUploaded();
+
+    /// Note the tag that the running upload gave to the part. The part stays in its state: until the upload
+    /// completes, the stored object does not have these bytes.
+    void recordUploadTag(const std::string& tag);
+
+    /// The record to complete the running upload with; nothing when the part has no tag of that upload.
+    std::optional<PartInfo> uploadedRecord() const;
+
+    /// Grow by amount bytes, at most to the capacity. Answers the size before, where appended bytes begin.
+    std::uint64_t increaseSize(std::uint64_t amount);
+
+    /// Grow so that amount bytes at offset lie inside, at most to the capacity. Answers the size before.
+    std::uint64_t increaseSize(std::uint64_t amount, std::uint64_t offset);
+
+    /// Grow to the capacity; a part that really grew is NEW. Answers the size before.
+    std::uint64_t increaseSizeToMax();
+
+    PartInfo info() const;
+    View view() const;
+    LocalDataVersion localDataVersion() const;
+    bool hasLocalBytes() const;
+
+    /// Position in the file of the first byte, and of the one behind the last.
+    std::uint64_t offset() const;
+    std::uint64_t end() const;
+
+    /// Largest size the part may reach, and that size's end in the file; neither ever changes.
+    std::uint64_t capacity() const;
+    std::uint64_t capacityEnd() const;
+
+    bool isOnlyPart() const;
+    void setIsOnlyPart(bool isOnlyPart);
+
+private:
+    void loadAsFirstOpener();
+    std::unique_ptr<Buffer> buildOpenBuffer() const;
+
+    // Guards every field below; taken last, never two parts' at once. Buffers are mapped and unmapped under
+    // it.
+    mutable std::mutex m_mutex;
+    std::condition_variable m_condition;  // signalled when m_openCount or m_buffer changes
+
+    PartInfo m_info;
+    std::unique_ptr<Buffer> m_buffer;
+    std::uint64_t m_openCount = 0;
+    LocalDataVersion m_localDataVersion;
+    bool m_isOnlyPart = false;
+    const std::uint64_t m_capacity;
+    std::uint64_t m_storedSize;     // leading bytes that the stored object has
+    std::uint64_t m_scheduledSize;  // size handed to the upload last, else m_storedSize
+    bool m_hasUploadTag = false;    // m_info.Tag is of the running upload
+    const std::shared_ptr<OpenFileContext> m_context;
+};
+
+/// Keeps a part open, from construction to close or destruction. Move-only.
+class OpenPartHold {
+public:
+    /// Opens the part; see OpenPartBuffer::open for what it throws.
+    explicit OpenPartHold(std::shared_ptr<OpenPartBuffer> part);
+    OpenPartHold(OpenPartHold&&) noexcept = default;
+    OpenPartHold& operator=(OpenPartHold&&) = delete;
+    ~OpenPartHold();
+
+    /// Take over an open that was counted already.
+    static OpenPartHold adopt(std::shared_ptr<OpenPartBuffer> part);
+
+    const std::shared_ptr<OpenPartBuffer>& part() const noexcept { return m_part; }
+
+    /// Close the part; tells whether nobody has it open any more. Call once.
+    bool close();
+
+private:
+    struct Adopted {};
+    OpenPartHold(std::shared_ptr<OpenPartBuffer> part, Adopted) noexcept;
+
+    std::shared_ptr<OpenPartBuffer> m_part;
+};
+
+}  // namespace storage::cloudprovider
