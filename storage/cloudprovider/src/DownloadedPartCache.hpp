@@ -1,0 +1,45 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "OpenPartBuffer.hpp"
+
+#include <cstdint>
+#include <list>
+#include <memory>
+#include <mutex>
+#include <unordered_map>
+#include <vector>
+
+namespace storage::cloudprovider {
+
+/// Remembers closed parts in the order of their closing, and which of them no longer fit into a limit of
+/// bytes. A part weighs its capacity, the size of its local buffer. Threads: any.
+class DownloadedPartCache {
+public:
+    using Part = std::shared_ptr<OpenPartBuffer>;
+
+    /// limit in bytes.
+    explicit DownloadedPartCache(std::uint64_t limit);
+
+    /// Add a part, or move it to the young end. Answers the oldest parts, which no longer fit and were taken
+    /// out: a part that alone exceeds the limit is among them.
+    std::vector<Part> add(const Part& part);
+
+    /// Take a part out, if it is there.
+    void remove(const Part& part);
+
+private:
+    using Entries = std::list<Part>;
+
+    void erase(Entries::iterator entry);
+
+    const std::uint64_t m_limit;
+
+    // Guards what follows; taken alone, no part's mutex under it.
+    std::mutex m_mutex;
+    Entries m_entries;  // oldest first
+    std::unordered_map<const OpenPartBuffer*, Entries::iterator> m_positions;
+    std::uint64_t m_total = 0;  // bytes
+};
+
+}  // namespace storage::cloudprovider

@@ -1,0 +1,107 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "DownloadedPartCache.hpp"
+#include "MultipartUploadManager.hpp"
+#include "OpenFileContext.hpp"
+#include "OpenPartBuffer.hpp"
+#include "OpenPartDevice.hpp"
+
+#include <storage/cloudprovider/PartInfo.hpp>
+
+#include <boost/thread/shared_mutex.hpp>
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+namespace storage::cloudprovider {
+
+/// The parts of one open object: finds, makes, caches and evicts them, has changed ones sent, and writes the
+/// object back when its last stream goes.
+///
+/// All streams of the object share one manager and keep it alive. Bytes live in OpenPartBuffer, sending in
+/// MultipartUploadManager.
+/// Errors   what client, buffers and upload throw.
+/// Threads  any; see the lock order in docs/architecture.md.
+class OpenPartManager {
+public:
+    /// An empty file with one NEW part.
+    explicit OpenPartManager(std::shared_ptr<OpenFileContext> context);
+    OpenPartManager(const OpenPartManager&) = delete;
+    OpenPartManager& operator=(const OpenPartManager&) = delete;
+
+    /// Cancels an upload that was not completed.
+    ~OpenPartManager();
+
+    /// Take the stored object's parts instead; an absent object is an empty file. Call before the first
+    /// stream.
+    ///
+    /// Errors   ResourceNotFoundException when the object is absent and requirePresent is set;
+    /// UnknownErrorException
+    ///          when the client describes parts that do not follow each other from 0 on.
+    void initPreserveExisting(bool requirePresent);
+
+    /// Count a stream. Waits while the object is written back. ResourceInUseException after abandonChanges.
+    void registerByteStream();
+
+    /// Take a stream back; the last one writes the object back.
+    void unregisterByteStream();
+
+    /// Arrange that the only stream's end does not write the object back, and forget what it changed. Tells
+    /// whether that can be: not while the object has other streams.
+    bool abandonChanges();
+
+    std::uint64_t getFileSize() const;
+
+    /// Index of the part that holds an offset. Offsets behind the table belong to parts of the context's part
+    /// size that are yet to be made.
+    std::uint64_t findPartIndex(std::uint64_t fileOffset) const;
+
+    /// Open the part that holds an offset. With createIfNonExistent the file grows as far as that needs, in
+    /// one step: a file of more than kMaxPartCount parts is refused (UnsupportedOperationException) and
+    /// nothing changes. Without it the answer is empty at and behind the end.
+    std::unique_ptr<OpenPartDevice> openPart(std::uint64_t fileOffset, bool createIfNonExistent);
+
+    /// Give a device back. The last one of a part decides its fate: a changed part is sent if the file has
+    /// several, an unchanged one goes to the cache.
+    void closePart(std::unique_ptr<OpenPartDevice> device);
+
+    /// Try again what failed to be sent, and report it if it still fails.
+    void rerunFailedUploads();
+
+private:
+    using Part = std::shared_ptr<OpenPartBuffer>;
+
+    void flushParts();
+    void flushSinglePartFile(const Part& part);
+    void flushMultiPartFile(const std::vector<Part>& parts);
+    void scheduleUpload(const Part& part);
+    void keepInCache(const Part& part);
+    bool isSinglePartFile() const;
+    std::vector<PartInfo> describeExistingParts(bool requirePresent) const;
+
+    // With m_partsMutex held.
+    std::uint64_t findPartIndexLocked(std::uint64_t fileOffset) const;
+    void growToHold(std::uint64_t fileOffset);
+    void addNewPartTo(std::vector<Part>& parts) const;
+
+    const std::shared_ptr<OpenFileContext> m_context;
+    const std::unique_ptr<MultipartUploadManager> m_uploadManager;
+    DownloadedPartCache m_cache;
+
+    // The stream gate: shared while a part is opened, closed or sent, exclusive while streams come and go
+    // and, by that, for the final write-back, which does I/O under it on purpose. First in the lock order.
+    boost::shared_mutex m_streamGate;
+
+    // Guards the table, not the parts. Second in the lock order, before one part's mutex.
+    mutable std::mutex m_partsMutex;
+    std::vector<Part> m_parts;  // by index, never empty
+
+    // Guarded by m_streamGate, exclusive.
+    std::uint64_t m_streamCount = 0;
+    bool m_isAbandoned = false;
+};
+
+}  // namespace storage::cloudprovider
