@@ -2,6 +2,7 @@
 #include "CloudProvider.hpp"
 
 #include "FlatCloudEntryIterator.hpp"
+#include "OpenFileManager.hpp"
 #include "RecursiveCloudEntryIterator.hpp"
 #include "Trace.hpp"
 #include "getResolvedIRI.hpp"
@@ -14,6 +15,8 @@
 
 namespace storage::cloudprovider {
 
+using foundation::storage::provider::ByteStream;
+using foundation::storage::provider::ByteStreamOpenOptions;
 using foundation::storage::provider::Feature;
 using foundation::storage::provider::FileAttributes;
 using foundation::storage::provider::FolderAttributes;
@@ -29,6 +32,13 @@ std::string keyOf(const StorageIRI& iri) {
 
 std::string folderPrefixOf(const StorageIRI& iri) {
     return utils::ensureTrailingSlash(keyOf(iri));
+}
+
+// The root is a folder; no file of that name can be asked for or made.
+void failIfRoot(const StorageIRI& resolved) {
+    if (!resolved.hasParent()) {
+        throw ResourceNotFoundException();
+    }
 }
 
 }  // namespace
@@ -89,6 +99,27 @@ FolderAttributes CloudProvider::doGetFolderAttributes(const StorageIRI& iri) con
             throw ResourceNotFoundException();
         }
         return {boost::posix_time::not_a_date_time, true};
+    });
+}
+
+std::unique_ptr<ByteStream> CloudProvider::doOpenStream(const StorageIRI& iri,
+                                                        const ByteStreamOpenOptions& options) const {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri, " options=", options);
+    return translatingErrors(iri, [&] {
+        const auto resolved = getResolvedIRI(iri);
+        failIfRoot(resolved);
+        return OpenFileManager::instance().openReadWrite(resolved, options, m_client);
+    });
+}
+
+std::unique_ptr<ByteStream> CloudProvider::doOpenReadOnlyStream(const StorageIRI& iri) const {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri);
+    return translatingErrors(iri, [&] {
+        const auto resolved = getResolvedIRI(iri);
+        failIfRoot(resolved);
+        return OpenFileManager::instance().openReadOnly(resolved, m_client);
     });
 }
 

@@ -32,6 +32,9 @@ private:
     bool doFolderExists(const StorageIRI& iri) const override;
     FileAttributes doGetFileAttributes(const StorageIRI& iri) const override;
     FolderAttributes doGetFolderAttributes(const StorageIRI& iri) const override;
+    std::unique_ptr<ByteStream> doOpenStream(const StorageIRI& iri,
+                                             const ByteStreamOpenOptions& options) const override;
+    std::unique_ptr<ByteStream> doOpenReadOnlyStream(const StorageIRI& iri) const override;
     std::unique_ptr<IFolderEntryIterator> doListAll(const StorageIRI& iri) const override;
     std::unique_ptr<IFolderEntryIterator> doListFiles(const StorageIRI& iri) const override;
     std::unique_ptr<IFolderEntryIterator> doListFolders(const StorageIRI& iri) const override;

@@ -1,0 +1,54 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "AbandonableStream.hpp"
+#include "OpenPartDevice.hpp"
+#include "OpenPartManager.hpp"
+
+#include <foundation/storage/provider/ByteStream.hpp>
+
+#include <cstdint>
+#include <ios>
+#include <memory>
+
+namespace storage::cloudprovider {
+
+/// A position in an open object; reads and writes one part at a time.
+///
+/// The position is this stream's alone, the bytes are those of all streams of the object. The object is
+/// written back when its last stream closes. Threads: one at a time per stream; streams of one object may be
+/// used by different threads.
+class OpenFileByteStream : public foundation::storage::provider::ByteStream, public AbandonableStream {
+public:
+    using WriteMode = foundation::storage::provider::ByteStreamOpenOptions::WriteMode;
+
+    OpenFileByteStream(std::shared_ptr<OpenPartManager> partManager, WriteMode writeMode);
+
+    /// Closes the stream; a failure is traced.
+    ~OpenFileByteStream() override;
+
+    bool abandon() override;
+
+private:
+    std::int64_t doRead(char* buffer, std::int64_t count) override;
+    std::int64_t doWrite(const char* data, std::int64_t count) override;
+    std::streampos doSeek(std::int64_t offset, std::ios_base::seekdir way) override;
+    void doClose() override;
+
+    std::uint64_t copyFromDevice(char* target, std::uint64_t count);
+    std::uint64_t appendToDevice(const char* source, std::uint64_t count);
+    std::uint64_t writeToDevice(const char* source, std::uint64_t count);
+    void putIntoDevice(const char* source, std::uint64_t count);
+    void openDeviceForWriting();
+    void giveDeviceBack();
+    void giveInvalidDeviceBack();
+    std::uint64_t seekTarget(std::int64_t offset, std::ios_base::seekdir way) const;
+
+    std::uint64_t m_fileOffset = 0;
+    bool m_isAtEnd = false;  // no part could be opened at the position
+    const WriteMode m_writeMode;
+    std::unique_ptr<OpenPartDevice> m_device;        // the part that the position lies in, or empty
+    std::shared_ptr<OpenPartManager> m_partManager;  // empty when closed
+};
+
+}  // namespace storage::cloudprovider

@@ -1,0 +1,70 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "RestrictedByteStreams.hpp"
+
+#include "Trace.hpp"
+
+#include <storage/cloudprovider/abandonStream.hpp>
+
+#include <utility>
+
+namespace storage::cloudprovider {
+
+using foundation::storage::provider::ByteStream;
+using foundation::storage::provider::ByteStreamReadFailure;
+using foundation::storage::provider::ByteStreamWriteFailure;
+using foundation::storage::provider::ErrorCode;
+using foundation::storage::provider::ExceptionContext;
+
+ReadOnlyByteStream::ReadOnlyByteStream(std::unique_ptr<ByteStream> stream) : m_stream(std::move(stream)) {}
+
+ReadOnlyByteStream::~ReadOnlyByteStream() = default;
+
+bool ReadOnlyByteStream::abandon() {
+    return abandonStream(*m_stream);
+}
+
+std::int64_t ReadOnlyByteStream::doRead(char* buffer, std::int64_t count) {
+    return m_stream->read(buffer, count);
+}
+
+std::int64_t ReadOnlyByteStream::doWrite(const char* /*data*/, std::int64_t /*count*/) {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    throw ByteStreamWriteFailure(ErrorCode::PermissionDenied,
+                                 ExceptionContext("the stream is open for reading only"));
+}
+
+std::streampos ReadOnlyByteStream::doSeek(std::int64_t offset, std::ios_base::seekdir way) {
+    return m_stream->seek(offset, way);
+}
+
+void ReadOnlyByteStream::doClose() {
+    m_stream->close();
+}
+
+WriteOnlyByteStream::WriteOnlyByteStream(std::unique_ptr<ByteStream> stream) : m_stream(std::move(stream)) {}
+
+WriteOnlyByteStream::~WriteOnlyByteStream() = default;
+
+bool WriteOnlyByteStream::abandon() {
+    return abandonStream(*m_stream);
+}
+
+std::int64_t WriteOnlyByteStream::doRead(char* /*buffer*/, std::int64_t /*count*/) {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    throw ByteStreamReadFailure(ErrorCode::PermissionDenied,
+                                ExceptionContext("the stream is open for writing only"));
+}
+
+std::int64_t WriteOnlyByteStream::doWrite(const char* data, std::int64_t count) {
+    return m_stream->write(data, count);
+}
+
+std::streampos WriteOnlyByteStream::doSeek(std::int64_t offset, std::ios_base::seekdir way) {
+    return m_stream->seek(offset, way);
+}
+
+void WriteOnlyByteStream::doClose() {
+    m_stream->close();
+}
+
+}  // namespace storage::cloudprovider

@@ -1,0 +1,48 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "AbandonableStream.hpp"
+
+#include <foundation/storage/provider/ByteStream.hpp>
+
+#include <cstdint>
+#include <ios>
+#include <memory>
+
+namespace storage::cloudprovider {
+
+/// Forwards to a stream, but refuses to write. Used like the stream it owns.
+class ReadOnlyByteStream : public foundation::storage::provider::ByteStream, public AbandonableStream {
+public:
+    explicit ReadOnlyByteStream(std::unique_ptr<foundation::storage::provider::ByteStream> stream);
+    ~ReadOnlyByteStream() override;
+
+    bool abandon() override;
+
+private:
+    std::int64_t doRead(char* buffer, std::int64_t count) override;
+    std::int64_t doWrite(const char* data, std::int64_t count) override;
+    std::streampos doSeek(std::int64_t offset, std::ios_base::seekdir way) override;
+    void doClose() override;
+
+    const std::unique_ptr<foundation::storage::provider::ByteStream> m_stream;
+};
+
+/// Forwards to a stream, but refuses to read. Used like the stream it owns.
+class WriteOnlyByteStream : public foundation::storage::provider::ByteStream, public AbandonableStream {
+public:
+    explicit WriteOnlyByteStream(std::unique_ptr<foundation::storage::provider::ByteStream> stream);
+    ~WriteOnlyByteStream() override;
+
+    bool abandon() override;
+
+private:
+    std::int64_t doRead(char* buffer, std::int64_t count) override;
+    std::int64_t doWrite(const char* data, std::int64_t count) override;
+    std::streampos doSeek(std::int64_t offset, std::ios_base::seekdir way) override;
+    void doClose() override;
+
+    const std::unique_ptr<foundation::storage::provider::ByteStream> m_stream;
+};
+
+}  // namespace storage::cloudprovider
