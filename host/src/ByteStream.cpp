@@ -34,8 +34,7 @@ template <typename Failure>
         throw Failure(ErrorCode::Unknown);
     } catch (const std::exception& cause) {
         const auto* coded = dynamic_cast<const ErrorCoded*>(&cause);
-        throw Failure(coded != nullptr ? coded->getErrorCode() : ErrorCode::Unknown,
-                      ExceptionContext(cause.what()));
+        throw Failure(coded != nullptr ? coded->getErrorCode() : ErrorCode::Unknown, ExceptionContext(cause.what()));
     } catch (...) {
         throw Failure(ErrorCode::Unknown);
     }
@@ -91,8 +90,7 @@ std::ostream& operator<<(std::ostream& stream, const ByteStreamOpenOptions& opti
                   << toString(options.presence) << ',' << toString(options.writeMode) << '}';
 }
 
-GenericByteStreamDevice::GenericByteStreamDevice(std::shared_ptr<ByteStream> stream)
-    : m_stream(std::move(stream)) {}
+GenericByteStreamDevice::GenericByteStreamDevice(std::shared_ptr<ByteStream> stream) : m_stream(std::move(stream)) {}
 
 std::streamsize GenericByteStreamDevice::read(char* buffer, std::streamsize count) {
     return m_stream->read(buffer, count);
@@ -102,8 +100,7 @@ std::streamsize GenericByteStreamDevice::write(const char* data, std::streamsize
     return m_stream->write(data, count);
 }
 
-std::streampos GenericByteStreamDevice::seek(boost::iostreams::stream_offset offset,
-                                             std::ios_base::seekdir way) {
+std::streampos GenericByteStreamDevice::seek(boost::iostreams::stream_offset offset, std::ios_base::seekdir way) {
     return m_stream->seek(offset, way);
 }
 
@@ -111,7 +108,6 @@ void GenericByteStreamDevice::close() {
     m_stream->close();
 }
 
-ByteStreamDevice::ByteStreamDevice(std::unique_ptr<ByteStream> stream)
-    : GenericByteStreamDevice(std::move(stream)) {}
+ByteStreamDevice::ByteStreamDevice(std::unique_ptr<ByteStream> stream) : GenericByteStreamDevice(std::move(stream)) {}
 
 }  // namespace foundation::storage::provider

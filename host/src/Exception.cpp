@@ -60,8 +60,7 @@ struct Exception::Details {
     std::string text;
 };
 
-Exception::Exception(const ErrorCode& code, const StorageIRI& iri)
-    : Exception(code, iri, ExceptionContext()) {}
+Exception::Exception(const ErrorCode& code, const StorageIRI& iri) : Exception(code, iri, ExceptionContext()) {}
 
 Exception::Exception(const ErrorCode& code, const StorageIRI& iri, ExceptionContext context) {
     auto text = describe(code, iri, context);

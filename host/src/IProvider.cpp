@@ -90,8 +90,8 @@ std::unique_ptr<ByteStream> IProvider::doOpenReadOnlyStream(const StorageIRI& ir
     unsupported(iri);
 }
 
-std::unique_ptr<ByteStream> IProvider::doOpenTransactionalStream(
-    const StorageIRI& iri, const ByteStreamOpenOptions& /*options*/) const {
+std::unique_ptr<ByteStream> IProvider::doOpenTransactionalStream(const StorageIRI& iri,
+                                                                 const ByteStreamOpenOptions& /*options*/) const {
     unsupported(iri);
 }
 
@@ -131,8 +131,8 @@ std::unique_ptr<IFolderEntryIterator> IProvider::doListAllNamesOnly(const Storag
     return doListAll(iri);
 }
 
-std::unique_ptr<IFolderEntryIterator> IProvider::doListAllNamesOnlyWildcards(
-    const StorageIRI& iri, const std::u16string& pattern) const {
+std::unique_ptr<IFolderEntryIterator> IProvider::doListAllNamesOnlyWildcards(const StorageIRI& iri,
+                                                                             const std::u16string& pattern) const {
     return filtered(doListAllNamesOnly(iri), pattern);
 }
 
@@ -140,8 +140,8 @@ std::unique_ptr<IFolderEntryIterator> IProvider::doListFoldersNamesOnly(const St
     return doListFolders(iri);
 }
 
-std::unique_ptr<IFolderEntryIterator> IProvider::doListFoldersNamesOnlyWildcards(
-    const StorageIRI& iri, const std::u16string& pattern) const {
+std::unique_ptr<IFolderEntryIterator> IProvider::doListFoldersNamesOnlyWildcards(const StorageIRI& iri,
+                                                                                 const std::u16string& pattern) const {
     return filtered(doListFoldersNamesOnly(iri), pattern);
 }
 
@@ -149,8 +149,8 @@ std::unique_ptr<IFolderEntryIterator> IProvider::doListFilesNamesOnly(const Stor
     return doListFiles(iri);
 }
 
-std::unique_ptr<IFolderEntryIterator> IProvider::doListFilesNamesOnlyWildcards(
-    const StorageIRI& iri, const std::u16string& pattern) const {
+std::unique_ptr<IFolderEntryIterator> IProvider::doListFilesNamesOnlyWildcards(const StorageIRI& iri,
+                                                                               const std::u16string& pattern) const {
     return filtered(doListFilesNamesOnly(iri), pattern);
 }
 
@@ -158,8 +158,8 @@ std::unique_ptr<IFolderEntryIterator> IProvider::doListAllRecursive(const Storag
     unsupported(iri);
 }
 
-std::unique_ptr<IFolderEntryIterator> IProvider::doListAllRecursiveWildcards(
-    const StorageIRI& iri, const std::u16string& pattern) const {
+std::unique_ptr<IFolderEntryIterator> IProvider::doListAllRecursiveWildcards(const StorageIRI& iri,
+                                                                             const std::u16string& pattern) const {
     return filtered(doListAllRecursive(iri), pattern);
 }
 

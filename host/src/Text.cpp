@@ -39,13 +39,11 @@ utf::code_point replace() {
 }  // namespace
 
 std::u16string toUtf16(std::string_view utf8) {
-    return convert<char16_t>(utf8,
-                             []() -> utf::code_point { throw InvalidTextError("text is not valid UTF-8"); });
+    return convert<char16_t>(utf8, []() -> utf::code_point { throw InvalidTextError("text is not valid UTF-8"); });
 }
 
 std::string toUtf8(std::u16string_view utf16) {
-    return convert<char>(utf16,
-                         []() -> utf::code_point { throw InvalidTextError("text is not valid UTF-16"); });
+    return convert<char>(utf16, []() -> utf::code_point { throw InvalidTextError("text is not valid UTF-16"); });
 }
 
 std::u16string toUtf16Lossy(std::string_view utf8) {

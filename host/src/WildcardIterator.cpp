@@ -9,8 +9,7 @@ namespace foundation::storage::provider {
 namespace {
 
 std::size_t characterLength(std::u16string_view text, std::size_t at) {
-    const bool isPair =
-        at + 1 < text.size() && (text[at] & 0xFC00) == 0xD800 && (text[at + 1] & 0xFC00) == 0xDC00;
+    const bool isPair = at + 1 < text.size() && (text[at] & 0xFC00) == 0xD800 && (text[at + 1] & 0xFC00) == 0xDC00;
     return isPair ? 2 : 1;
 }
 

@@ -6,8 +6,7 @@ namespace storage::cloudprovider {
 /// A stream whose changes can be given up; see abandonStream.
 class AbandonableStream {
 public:
-    /// Close the stream without writing the object back, if it is the object's only stream; tells whether it
-    /// was.
+    /// Close the stream without writing the object back, if it is the object's only stream; tells whether it was.
     virtual bool abandon() = 0;
 
 protected:

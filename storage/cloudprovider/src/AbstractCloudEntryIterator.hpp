@@ -25,8 +25,7 @@ namespace storage::cloudprovider {
 /// The first page is fetched on construction, so that a missing folder is reported at once; later pages when
 /// the last entry of a page is handed out, so that hasNext is exact. One thread at a time.
 template <typename Derived>
-class AbstractCloudEntryIterator
-    : public foundation::storage::provider::IClonableFolderEntryIterator<Derived> {
+class AbstractCloudEntryIterator : public foundation::storage::provider::IClonableFolderEntryIterator<Derived> {
 public:
     foundation::storage::provider::FolderEntry get() const override {
         if (!m_current) {
@@ -54,8 +53,7 @@ public:
     virtual void addEntry(const std::string& name, const ObjectInfo& item) = 0;
 
 protected:
-    AbstractCloudEntryIterator(foundation::storage::provider::StorageIRI folder,
-                               std::shared_ptr<CloudClient> client)
+    AbstractCloudEntryIterator(foundation::storage::provider::StorageIRI folder, std::shared_ptr<CloudClient> client)
         : m_folder(std::move(folder)), m_client(std::move(client)) {}
 
     /// Fetch pages until one brings an entry or there are no more. Throws the host's Exception for the

@@ -9,11 +9,10 @@ using foundation::storage::provider::ExceptionContext;
 CloudException::CloudException(const ExceptionContext& context)
     : CloudException(ErrorCode::Unknown, context, "Unknown Cloud error") {}
 
-CloudException::CloudException(ErrorCode code, const ExceptionContext& context,
-                               std::string_view defaultMessage)
+CloudException::CloudException(ErrorCode code, const ExceptionContext& context, std::string_view defaultMessage)
     : m_code(code),
-      m_message(std::make_shared<std::string>(
-          context.getMessage().empty() ? defaultMessage : std::string_view(context.getMessage()))) {}
+      m_message(std::make_shared<std::string>(context.getMessage().empty() ? defaultMessage
+                                                                           : std::string_view(context.getMessage()))) {}
 
 const char* CloudException::what() const noexcept {
     return m_message->c_str();

@@ -48,8 +48,7 @@ std::shared_ptr<IProvider> buildCloudProvider(std::shared_ptr<CloudClient> clien
     return std::make_shared<CloudProvider>(std::move(client), policy, checkFolderOnCopy);
 }
 
-CloudProvider::CloudProvider(std::shared_ptr<CloudClient> client, FolderPolicy folderPolicy,
-                             bool checkFolderOnCopy)
+CloudProvider::CloudProvider(std::shared_ptr<CloudClient> client, FolderPolicy folderPolicy, bool checkFolderOnCopy)
     : m_client(std::move(client)), m_folderPolicy(folderPolicy), m_checkFolderOnCopy(checkFolderOnCopy) {}
 
 CloudProvider::~CloudProvider() = default;

@@ -12,8 +12,7 @@ namespace storage::cloudprovider {
 
 /// The host's file system over a CloudClient.
 ///
-/// Holds nothing that changes: every query goes to the client, and open files live in OpenFileManager.
-/// Threads: any.
+/// Holds nothing that changes: every query goes to the client, and open files live in OpenFileManager. Threads: any.
 class CloudProvider : public foundation::storage::provider::IProvider {
 public:
     CloudProvider(std::shared_ptr<CloudClient> client, FolderPolicy folderPolicy, bool checkFolderOnCopy);
@@ -41,8 +40,7 @@ private:
     std::unique_ptr<IFolderEntryIterator> doListAllRecursive(const StorageIRI& iri) const override;
     bool doSupportsFeature(const foundation::storage::provider::Feature& feature) const override;
 
-    std::unique_ptr<IFolderEntryIterator> listFlat(const StorageIRI& iri,
-                                                   FlatCloudEntryIterator::Filter filter) const;
+    std::unique_ptr<IFolderEntryIterator> listFlat(const StorageIRI& iri, FlatCloudEntryIterator::Filter filter) const;
 
     // Whether anything lies at or below a folder's prefix; the root's always does.
     bool isPrefixInUse(const std::string& prefix) const;

@@ -3,8 +3,8 @@
 
 namespace storage::cloudprovider {
 
-FlatCloudEntryIterator::FlatCloudEntryIterator(foundation::storage::provider::StorageIRI folder,
-                                               Filter filter, std::shared_ptr<CloudClient> client)
+FlatCloudEntryIterator::FlatCloudEntryIterator(foundation::storage::provider::StorageIRI folder, Filter filter,
+                                               std::shared_ptr<CloudClient> client)
     : AbstractCloudEntryIterator(std::move(folder), std::move(client)), m_filter(filter) {
     fetchEntries(true);
 }

@@ -74,8 +74,7 @@ private:
 MultipartUploadManager::MultipartUploadManager(std::shared_ptr<OpenFileContext> context)
     : m_context(std::move(context)) {}
 
-void MultipartUploadManager::asyncUploadPart(PartInfo info, std::shared_ptr<Buffer> buffer,
-                                             TagCallback onUploaded) {
+void MultipartUploadManager::asyncUploadPart(PartInfo info, std::shared_ptr<Buffer> buffer, TagCallback onUploaded) {
     CLOUDPROVIDER_TRACE_FUNCTION();
     CLOUDPROVIDER_TRACE_ARGUMENTS(" info=", info);
     enqueueAndRun({std::move(info), std::move(buffer), std::move(onUploaded)});
@@ -91,8 +90,7 @@ std::string MultipartUploadManager::uploadPart(const PartInfo& info, const char*
     CLOUDPROVIDER_TRACE_FUNCTION();
     CLOUDPROVIDER_TRACE_ARGUMENTS(" info=", info);
     const auto uploadId = acquireUploadId();
-    boost::iostreams::stream<boost::iostreams::array_source> stream(data,
-                                                                    static_cast<std::size_t>(info.Size));
+    boost::iostreams::stream<boost::iostreams::array_source> stream(data, static_cast<std::size_t>(info.Size));
     auto tag = m_context->client->uploadPart(m_context->key, uploadId, info, stream);
     const std::lock_guard lock(m_mutex);
     m_lastTag = tag;

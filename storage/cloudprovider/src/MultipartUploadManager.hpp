@@ -19,8 +19,7 @@
 
 namespace storage::cloudprovider {
 
-/// The multipart upload of one open object: started when the first part is sent or reused, ended by complete
-/// or cancel.
+/// The multipart upload of one open object: started when the first part is sent or reused, ended by complete or cancel.
 ///
 /// It starts no thread: whoever adds a task runs the queue before returning. A task that fails goes back to
 /// the front of the queue before its failure leaves, and the next run tries it again. Tasks of one part never

@@ -19,8 +19,7 @@ std::uint64_t usablePartSize(std::uint64_t partSize) {
 }  // namespace
 
 OpenFileContext::OpenFileContext(foundation::storage::provider::StorageIRI fileIri,
-                                 std::shared_ptr<CloudClient> cloudClient,
-                                 std::unique_ptr<BufferFactory> factory)
+                                 std::shared_ptr<CloudClient> cloudClient, std::unique_ptr<BufferFactory> factory)
     : iri(std::move(fileIri)),
       key(utils::iriToKey(iri)),
       client(std::move(cloudClient)),

@@ -16,8 +16,8 @@ namespace storage::cloudprovider {
 struct OpenFileContext {
     /// Derives the key, and reads the two tuning values from the environment. Throws InvalidLocationException
     /// when the identifier's path is not valid UTF-16.
-    OpenFileContext(foundation::storage::provider::StorageIRI fileIri,
-                    std::shared_ptr<CloudClient> cloudClient, std::unique_ptr<BufferFactory> factory);
+    OpenFileContext(foundation::storage::provider::StorageIRI fileIri, std::shared_ptr<CloudClient> cloudClient,
+                    std::unique_ptr<BufferFactory> factory);
 
     const foundation::storage::provider::StorageIRI iri;
     const std::string key;

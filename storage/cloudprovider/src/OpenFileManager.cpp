@@ -22,10 +22,8 @@ using ExistingContent = ByteStreamOpenOptions::ExistingContent;
 using Presence = ByteStreamOpenOptions::Presence;
 
 std::shared_ptr<OpenPartManager> makePartManager(const StorageIRI& iri, ExistingContent existingContent,
-                                                 Presence presence,
-                                                 const std::shared_ptr<CloudClient>& client) {
-    const auto context =
-        std::make_shared<OpenFileContext>(iri, client, std::make_unique<DiskBackedBufferFactory>());
+                                                 Presence presence, const std::shared_ptr<CloudClient>& client) {
+    const auto context = std::make_shared<OpenFileContext>(iri, client, std::make_unique<DiskBackedBufferFactory>());
     auto manager = std::make_shared<OpenPartManager>(context);
     if (existingContent == ExistingContent::Preserve) {
         manager->initPreserveExisting(presence == Presence::Required);
@@ -80,12 +78,11 @@ std::unique_ptr<ByteStream> OpenFileManager::openReadOnly(const StorageIRI& iri,
     CLOUDPROVIDER_TRACE_FUNCTION();
     CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri);
     auto manager = acquirePartManager(iri, ExistingContent::Preserve, Presence::Required, client);
-    return std::make_unique<ReadOnlyByteStream>(std::make_unique<OpenFileByteStream>(
-        std::move(manager), ByteStreamOpenOptions::WriteMode::Positioned));
+    return std::make_unique<ReadOnlyByteStream>(
+        std::make_unique<OpenFileByteStream>(std::move(manager), ByteStreamOpenOptions::WriteMode::Positioned));
 }
 
-std::unique_ptr<ByteStream> OpenFileManager::openReadWrite(const StorageIRI& iri,
-                                                           const ByteStreamOpenOptions& options,
+std::unique_ptr<ByteStream> OpenFileManager::openReadWrite(const StorageIRI& iri, const ByteStreamOpenOptions& options,
                                                            const std::shared_ptr<CloudClient>& client) {
     CLOUDPROVIDER_TRACE_FUNCTION();
     CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri, " options=", options);
@@ -97,9 +94,9 @@ std::unique_ptr<ByteStream> OpenFileManager::openReadWrite(const StorageIRI& iri
     return stream;
 }
 
-std::shared_ptr<OpenPartManager> OpenFileManager::acquirePartManager(
-    const StorageIRI& iri, ExistingContent existingContent, Presence presence,
-    const std::shared_ptr<CloudClient>& client) {
+std::shared_ptr<OpenPartManager> OpenFileManager::acquirePartManager(const StorageIRI& iri,
+                                                                     ExistingContent existingContent, Presence presence,
+                                                                     const std::shared_ptr<CloudClient>& client) {
     CLOUDPROVIDER_TRACE_FUNCTION();
     const Object object(iri, client.get());
     std::unique_lock lock(m_mutex);

@@ -34,18 +34,17 @@ public:
     OpenFileManager& operator=(const OpenFileManager&) = delete;
 
     /// ResourceNotFoundException when there is no such object.
-    std::unique_ptr<ByteStream> openReadOnly(const StorageIRI& iri,
-                                             const std::shared_ptr<CloudClient>& client);
+    std::unique_ptr<ByteStream> openReadOnly(const StorageIRI& iri, const std::shared_ptr<CloudClient>& client);
 
-    /// While the object is open, its content and presence are those of the open streams, whatever the options
-    /// say.
+    /// While the object is open, its content and presence are those of the open streams, whatever the options say.
     std::unique_ptr<ByteStream> openReadWrite(const StorageIRI& iri, const ByteStreamOpenOptions& options,
                                               const std::shared_ptr<CloudClient>& client);
 
     /// Find or make the object's part manager. Waits while another thread makes it.
-    std::shared_ptr<OpenPartManager> acquirePartManager(
-        const StorageIRI& iri, ByteStreamOpenOptions::ExistingContent existingContent,
-        ByteStreamOpenOptions::Presence presence, const std::shared_ptr<CloudClient>& client);
+    std::shared_ptr<OpenPartManager> acquirePartManager(const StorageIRI& iri,
+                                                        ByteStreamOpenOptions::ExistingContent existingContent,
+                                                        ByteStreamOpenOptions::Presence presence,
+                                                        const std::shared_ptr<CloudClient>& client);
 
     /// Whether the object is open or being opened.
     bool isOpen(const StorageIRI& iri, const std::shared_ptr<CloudClient>& client) const;

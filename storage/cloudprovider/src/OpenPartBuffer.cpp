@@ -24,11 +24,9 @@ namespace storage::cloudprovider {
 //
 // (1) Only CLOUD bytes may be discarded.
 // (2) A NEW part is sent again, whatever was sent before.
-// (3) A sent part stays SCHEDULED_UPLOAD until the whole upload has completed: before, the stored object has
-// the old
+// (3) A sent part stays SCHEDULED_UPLOAD until the whole upload has completed: before, the stored object has the old
 //     bytes, which must be neither fetched nor copied in its place.
-// (4) A CLOUD part has exactly m_storedSize bytes. Any other part has at least as many; those that it holds
-// beyond
+// (4) A CLOUD part has exactly m_storedSize bytes. Any other part has at least as many; those that it holds beyond
 //     them were written here, or are zeros.
 
 namespace {
@@ -81,9 +79,9 @@ private:
 
 void checkReceived(const OpenFileContext& context, std::uint64_t received, std::uint64_t expected) {
     if (received != expected) {
-        throw UnknownErrorException(foundation::storage::provider::ExceptionContext(
-            "the store delivered " + std::to_string(received) + " of " + std::to_string(expected) +
-            " bytes of " + context.key));
+        throw UnknownErrorException(
+            foundation::storage::provider::ExceptionContext("the store delivered " + std::to_string(received) + " of " +
+                                                            std::to_string(expected) + " bytes of " + context.key));
     }
 }
 
@@ -101,8 +99,7 @@ void fetchRange(const OpenFileContext& context, char* data, std::uint64_t size, 
     context.client->getObject(context.key, sink, first, last);
     if (!sink) {
         throw UnknownErrorException(foundation::storage::provider::ExceptionContext(
-            "the store delivered more than the " + std::to_string(size) + " bytes asked for of " +
-            context.key));
+            "the store delivered more than the " + std::to_string(size) + " bytes asked for of " + context.key));
     }
     checkReceived(context, static_cast<std::uint64_t>(sink.tellp()), size);
 }
@@ -113,9 +110,8 @@ OpenPartBuffer::OpenPartBuffer(PartInfo info, LocalDataVersion version, bool isL
                                std::shared_ptr<OpenFileContext> context)
     : m_info(std::move(info)),
       m_localDataVersion(version),
-      m_capacity(isLastPart
-                     ? std::max(m_info.Size, std::min(context->partSize, remainingAfter(m_info.Offset)))
-                     : m_info.Size),
+      m_capacity(isLastPart ? std::max(m_info.Size, std::min(context->partSize, remainingAfter(m_info.Offset)))
+                            : m_info.Size),
       m_storedSize(version == LocalDataVersion::CLOUD ? m_info.Size : 0),
       m_scheduledSize(m_storedSize),
       m_context(std::move(context)) {
@@ -359,8 +355,7 @@ void OpenPartBuffer::setIsOnlyPart(bool isOnlyPart) {
     m_isOnlyPart = isOnlyPart;
 }
 
-// By what is stored, not by the state: a part may have become NEW without having been local, and keeps its
-// bytes.
+// By what is stored, not by the state: a part may have become NEW without having been local, and keeps its bytes.
 void OpenPartBuffer::loadAsFirstOpener() {
     std::unique_lock lock(m_mutex);
     const bool hasStoredBytes = m_storedSize != 0;
@@ -382,8 +377,7 @@ OpenPartHold::OpenPartHold(std::shared_ptr<OpenPartBuffer> part) : m_part(std::m
     m_part->open();
 }
 
-OpenPartHold::OpenPartHold(std::shared_ptr<OpenPartBuffer> part, Adopted) noexcept
-    : m_part(std::move(part)) {}
+OpenPartHold::OpenPartHold(std::shared_ptr<OpenPartBuffer> part, Adopted) noexcept : m_part(std::move(part)) {}
 
 OpenPartHold::~OpenPartHold() {
     if (m_part) {

@@ -16,16 +16,14 @@
 
 namespace storage::cloudprovider {
 
-/// One part of an open file: its record, where its current bytes live, and its local buffer while there is
-/// one.
+/// One part of an open file: its record, where its current bytes live, and its local buffer while there is one.
 ///
 /// Opens are counted: the first one brings the bytes local, the last close unmaps them and keeps the file.
 /// See the source for the states. Threads: any. Bytes behind data() are not guarded: a part may be written
 /// while its upload reads it, see OpenFileByteStream.
 class OpenPartBuffer : public Buffer {
 public:
-    /// What a stream needs to know to copy bytes, taken in one step. data is valid while the caller has the
-    /// part open.
+    /// What a stream needs to know to copy bytes, taken in one step. data is valid while the caller has the part open.
     struct View {
         char* data;
         std::uint64_t size;
@@ -34,8 +32,7 @@ public:
 
     /// A part whose stored bytes are info's, if version is CLOUD; else one that holds nothing stored. Only
     /// the last part of a file can grow, to the context's part size.
-    OpenPartBuffer(PartInfo info, LocalDataVersion version, bool isLastPart,
-                   std::shared_ptr<OpenFileContext> context);
+    OpenPartBuffer(PartInfo info, LocalDataVersion version, bool isLastPart, std::shared_ptr<OpenFileContext> context);
     ~OpenPartBuffer() override;
 
     std::uint64_t size() const override;
@@ -43,8 +40,7 @@ public:
     /// Count an opener and bring the bytes local if they are not. Waits while another opener does so. When
     /// that fails the count is as before, and the next opener tries again.
     ///
-    /// Errors   what the client and the buffer factory throw; UnknownErrorException when the client delivers
-    /// fewer or
+    /// Errors   what the client and the buffer factory throw; UnknownErrorException when the client delivers fewer or
     ///          more bytes than the part has.
     void open() override;
     bool isOpen() const override;
@@ -117,8 +113,7 @@ private:
     void loadAsFirstOpener();
     std::unique_ptr<Buffer> buildOpenBuffer() const;
 
-    // Guards every field below; taken last, never two parts' at once. Buffers are mapped and unmapped under
-    // it.
+    // Guards every field below; taken last, never two parts' at once. Buffers are mapped and unmapped under it.
     mutable std::mutex m_mutex;
     std::condition_variable m_condition;  // signalled when m_openCount or m_buffer changes
 

@@ -73,8 +73,7 @@ void OpenPartManager::initPreserveExisting(bool requirePresent) {
     parts.reserve(layout.size());
     for (auto& info : layout) {
         const bool isLast = parts.size() + 1 == layout.size();
-        parts.push_back(
-            std::make_shared<OpenPartBuffer>(std::move(info), LocalDataVersion::CLOUD, isLast, m_context));
+        parts.push_back(std::make_shared<OpenPartBuffer>(std::move(info), LocalDataVersion::CLOUD, isLast, m_context));
     }
     parts.front()->setIsOnlyPart(parts.size() == 1);
     const std::lock_guard lock(m_partsMutex);
@@ -117,8 +116,7 @@ std::uint64_t OpenPartManager::findPartIndex(std::uint64_t fileOffset) const {
     return findPartIndexLocked(fileOffset);
 }
 
-std::unique_ptr<OpenPartDevice> OpenPartManager::openPart(std::uint64_t fileOffset,
-                                                          bool createIfNonExistent) {
+std::unique_ptr<OpenPartDevice> OpenPartManager::openPart(std::uint64_t fileOffset, bool createIfNonExistent) {
     CLOUDPROVIDER_TRACE_FUNCTION();
     CLOUDPROVIDER_TRACE_ARGUMENTS(" fileOffset=", fileOffset, " createIfNonExistent=", createIfNonExistent);
     const SharedGate gate(m_streamGate);
@@ -181,8 +179,8 @@ void OpenPartManager::flushSinglePartFile(const Part& part) {
     const auto hold = OpenPartHold::adopt(part);
     if (const auto record = part->markUploading()) {
         try {
-            boost::iostreams::stream<boost::iostreams::array_source> stream(
-                std::as_const(*part).data(), static_cast<std::size_t>(record->Size));
+            boost::iostreams::stream<boost::iostreams::array_source> stream(std::as_const(*part).data(),
+                                                                            static_cast<std::size_t>(record->Size));
             m_context->client->putObject(m_context->key, stream, record->Size);
         } catch (...) {
             part->markModified();
@@ -226,8 +224,7 @@ void OpenPartManager::flushMultiPartFile(const std::vector<Part>& parts) {
     }
 }
 
-// Does nothing for a part that is not NEW, and for the only part of a file: that one is put as a whole at the
-// end.
+// Does nothing for a part that is not NEW, and for the only part of a file: that one is put as a whole at the end.
 void OpenPartManager::scheduleUpload(const Part& part) {
     CLOUDPROVIDER_TRACE_FUNCTION();
     if (isSinglePartFile() || part->size() == 0) {
@@ -265,9 +262,9 @@ std::vector<PartInfo> OpenPartManager::describeExistingParts(bool requirePresent
 std::uint64_t OpenPartManager::findPartIndexLocked(std::uint64_t fileOffset) const {
     CLOUDPROVIDER_TRACE_FUNCTION();
     CLOUDPROVIDER_TRACE_ARGUMENTS(" fileOffset=", fileOffset);
-    const auto part = std::upper_bound(
-        m_parts.begin(), m_parts.end(), fileOffset,
-        [](std::uint64_t offset, const Part& candidate) { return offset < candidate->capacityEnd(); });
+    const auto part =
+        std::upper_bound(m_parts.begin(), m_parts.end(), fileOffset,
+                         [](std::uint64_t offset, const Part& candidate) { return offset < candidate->capacityEnd(); });
     std::uint64_t partIndex = static_cast<std::uint64_t>(part - m_parts.begin());
     if (part == m_parts.end()) {
         partIndex += (fileOffset - m_parts.back()->capacityEnd()) / m_context->partSize;

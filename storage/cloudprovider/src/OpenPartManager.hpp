@@ -35,11 +35,9 @@ public:
     /// Cancels an upload that was not completed.
     ~OpenPartManager();
 
-    /// Take the stored object's parts instead; an absent object is an empty file. Call before the first
-    /// stream.
+    /// Take the stored object's parts instead; an absent object is an empty file. Call before the first stream.
     ///
-    /// Errors   ResourceNotFoundException when the object is absent and requirePresent is set;
-    /// UnknownErrorException
+    /// Errors   ResourceNotFoundException when the object is absent and requirePresent is set; UnknownErrorException
     ///          when the client describes parts that do not follow each other from 0 on.
     void initPreserveExisting(bool requirePresent);
 

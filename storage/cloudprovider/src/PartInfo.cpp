@@ -6,8 +6,8 @@
 namespace storage::cloudprovider {
 
 std::ostream& operator<<(std::ostream& stream, const PartInfo& part) {
-    return stream << "PartInfo{Index=" << part.Index << ",Offset=" << part.Offset << ",Size=" << part.Size
-                  << ",Tag=\"" << part.Tag << "\"}";
+    return stream << "PartInfo{Index=" << part.Index << ",Offset=" << part.Offset << ",Size=" << part.Size << ",Tag=\""
+                  << part.Tag << "\"}";
 }
 
 }  // namespace storage::cloudprovider

@@ -11,8 +11,7 @@ namespace storage::cloudprovider {
 /// first. Memory grows with the number of folders listed, not with that of files.
 class RecursiveCloudEntryIterator : public AbstractCloudEntryIterator<RecursiveCloudEntryIterator> {
 public:
-    RecursiveCloudEntryIterator(foundation::storage::provider::StorageIRI folder,
-                                std::shared_ptr<CloudClient> client);
+    RecursiveCloudEntryIterator(foundation::storage::provider::StorageIRI folder, std::shared_ptr<CloudClient> client);
 
     std::string getDelimiter() const override;
     void addEntry(const std::string& name, const ObjectInfo& item) override;

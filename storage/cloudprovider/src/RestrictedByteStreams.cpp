@@ -29,8 +29,7 @@ std::int64_t ReadOnlyByteStream::doRead(char* buffer, std::int64_t count) {
 
 std::int64_t ReadOnlyByteStream::doWrite(const char* /*data*/, std::int64_t /*count*/) {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    throw ByteStreamWriteFailure(ErrorCode::PermissionDenied,
-                                 ExceptionContext("the stream is open for reading only"));
+    throw ByteStreamWriteFailure(ErrorCode::PermissionDenied, ExceptionContext("the stream is open for reading only"));
 }
 
 std::streampos ReadOnlyByteStream::doSeek(std::int64_t offset, std::ios_base::seekdir way) {
@@ -51,8 +50,7 @@ bool WriteOnlyByteStream::abandon() {
 
 std::int64_t WriteOnlyByteStream::doRead(char* /*buffer*/, std::int64_t /*count*/) {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    throw ByteStreamReadFailure(ErrorCode::PermissionDenied,
-                                ExceptionContext("the stream is open for writing only"));
+    throw ByteStreamReadFailure(ErrorCode::PermissionDenied, ExceptionContext("the stream is open for writing only"));
 }
 
 std::int64_t WriteOnlyByteStream::doWrite(const char* data, std::int64_t count) {

@@ -8,8 +8,7 @@
 #include <ios>
 #include <sstream>
 
-/// Diagnostic records of the logger "storage::cloudprovider". While a severity is off, its records cost one
-/// bit test.
+/// Diagnostic records of the logger "storage::cloudprovider". While a severity is off, its records cost one bit test.
 namespace storage::cloudprovider::trace {
 
 /// Severities, one bit each in the logger's mask.
@@ -36,8 +35,7 @@ void prepare(std::ostream& stream);
 
 /// Whether records of that severity are recorded now.
 inline bool isWanted(std::uint32_t severity) {
-    return __builtin_expect(static_cast<long>(detail::mayBeWanted(severity)), 0L) != 0 &&
-           detail::isWanted(severity);
+    return __builtin_expect(static_cast<long>(detail::mayBeWanted(severity)), 0L) != 0 && detail::isWanted(severity);
 }
 
 /// Write one record of the pieces, one behind the other. A piece that cannot be formatted loses the record,
@@ -92,5 +90,4 @@ private:
     const ::storage::cloudprovider::trace::FunctionScope traceScope(__FILE__, __LINE__, __PRETTY_FUNCTION__)
 
 /// Trace arguments or results, as in CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri).
-#define CLOUDPROVIDER_TRACE_ARGUMENTS(...) \
-    CLOUDPROVIDER_TRACE(::storage::cloudprovider::trace::kArguments, __VA_ARGS__)
+#define CLOUDPROVIDER_TRACE_ARGUMENTS(...) CLOUDPROVIDER_TRACE(::storage::cloudprovider::trace::kArguments, __VA_ARGS__)

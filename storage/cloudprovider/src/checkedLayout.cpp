@@ -21,8 +21,8 @@ std::vector<PartInfo> checkedLayout(std::vector<PartInfo> parts, const std::stri
     for (auto& part : parts) {
         if (part.Offset != offset || part.Size > remainingAfter(offset)) {
             std::ostringstream text;
-            text << "the store's parts of " << key << " do not follow each other: " << part
-                 << " instead of offset " << offset;
+            text << "the store's parts of " << key << " do not follow each other: " << part << " instead of offset "
+                 << offset;
             throw UnknownErrorException(foundation::storage::provider::ExceptionContext(text.str()));
         }
         offset += part.Size;

@@ -57,8 +57,7 @@ std::string describeCurrentException() {
     } catch (const std::exception& cause) {
         return cause.what();
     } catch (const std::exception_ptr& recorded) {
-        return recorded ? withRecordedException(recorded, [] { return describeCurrentException(); })
-                        : std::string();
+        return recorded ? withRecordedException(recorded, [] { return describeCurrentException(); }) : std::string();
     } catch (...) {
         return {};
     }

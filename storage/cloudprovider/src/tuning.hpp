@@ -19,8 +19,7 @@ inline constexpr std::uint64_t kMaxPartCount = 1'000'000;
 /// does; the default when it is not set, empty or not a number. Never throws for the value.
 std::uint64_t readPartSize();
 
-/// Read the size in bytes of the cache of downloaded parts from VX_CLOUD_DOWNLOADED_PART_CACHE_OVERRIDE,
-/// likewise.
+/// Read the size in bytes of the cache of downloaded parts from VX_CLOUD_DOWNLOADED_PART_CACHE_OVERRIDE, likewise.
 std::uint64_t readDownloadedPartCacheSize();
 
 }  // namespace storage::cloudprovider

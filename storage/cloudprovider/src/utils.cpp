@@ -24,14 +24,12 @@ const ptime& epoch() {
 
 // Milliseconds from the epoch to the first and last times that a ptime holds.
 std::int64_t earliest() {
-    static const std::int64_t instance =
-        (ptime(boost::posix_time::min_date_time) - epoch()).total_milliseconds();
+    static const std::int64_t instance = (ptime(boost::posix_time::min_date_time) - epoch()).total_milliseconds();
     return instance;
 }
 
 std::int64_t latest() {
-    static const std::int64_t instance =
-        (ptime(boost::posix_time::max_date_time) - epoch()).total_milliseconds();
+    static const std::int64_t instance = (ptime(boost::posix_time::max_date_time) - epoch()).total_milliseconds();
     return instance;
 }
 
@@ -98,16 +96,14 @@ std::string iriToKey(const foundation::storage::provider::StorageIRI& iri) {
     try {
         return foundation::toUtf8(removeLeadingSlash(canonicalize(iri.getPath())));
     } catch (const foundation::InvalidTextError&) {
-        throw InvalidLocationException(
-            foundation::storage::provider::ExceptionContext("the path is not valid UTF-16"));
+        throw InvalidLocationException(foundation::storage::provider::ExceptionContext("the path is not valid UTF-16"));
     }
 }
 
 ptime double2Ptime(double milliseconds) {
     const double seconds = std::trunc(milliseconds / 1000);
     // Also true for NaN, which compares false with everything.
-    if (!(seconds >= static_cast<double>(earliest() / 1000) &&
-          seconds <= static_cast<double>(latest() / 1000))) {
+    if (!(seconds >= static_cast<double>(earliest() / 1000) && seconds <= static_cast<double>(latest() / 1000))) {
         return {boost::posix_time::not_a_date_time};
     }
     return epoch() + boost::posix_time::seconds(static_cast<std::int64_t>(seconds));

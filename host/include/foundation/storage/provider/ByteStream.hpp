@@ -19,16 +19,14 @@ namespace foundation::storage::provider {
 /// Counts and offsets are in bytes. One thread at a time per stream; several streams, also of one file, may
 /// be used by different threads. The public operations are the boundary to the host: besides the stream
 /// failures named below only Exception and Boost's numeric-cast errors leave them. Whatever else an
-/// implementation throws arrives as the operation's failure, with the code it carries (else Unknown) and its
-/// text.
+/// implementation throws arrives as the operation's failure, with the code it carries (else Unknown) and its text.
 class FOUNDATION_HOST_EXPORT ByteStream {
 public:
     ByteStream(const ByteStream&) = delete;
     ByteStream& operator=(const ByteStream&) = delete;
     virtual ~ByteStream();
 
-    /// Read up to count bytes at the position into buffer, which the caller keeps, and move the position
-    /// behind them.
+    /// Read up to count bytes at the position into buffer, which the caller keeps, and move the position behind them.
     ///
     /// Result   the bytes read, fewer than count only at the end; -1 at the end.
     /// Errors   ByteStreamReadFailure; numeric-cast error when count is negative.
@@ -78,8 +76,7 @@ struct ByteStreamOpenOptions {
     WriteMode writeMode = WriteMode::Append;
 
     /// Write the four values, such as {WriteOnly,Discard,Optional,Append}.
-    friend FOUNDATION_HOST_EXPORT std::ostream& operator<<(std::ostream& stream,
-                                                           const ByteStreamOpenOptions& options);
+    friend FOUNDATION_HOST_EXPORT std::ostream& operator<<(std::ostream& stream, const ByteStreamOpenOptions& options);
 };
 
 /// A Boost.Iostreams device over a shared ByteStream; copies share the stream and its position.

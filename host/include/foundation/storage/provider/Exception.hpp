@@ -39,8 +39,7 @@ private:
     std::string m_message;
 };
 
-/// Mixed into exceptions that know their ErrorCode, so that a boundary can keep the code without knowing the
-/// type.
+/// Mixed into exceptions that know their ErrorCode, so that a boundary can keep the code without knowing the type.
 class FOUNDATION_HOST_EXPORT ErrorCoded {
 public:
     virtual ErrorCode getErrorCode() const noexcept = 0;

@@ -13,13 +13,10 @@ namespace foundation::storage::provider {
 /// One file or folder in a listing. A plain value.
 class FOUNDATION_HOST_EXPORT FolderEntry {
 public:
-    FolderEntry(std::u16string name, FileAttributes attributes)
-        : m_name(std::move(name)), m_attributes(attributes) {}
-    FolderEntry(std::u16string name, FolderAttributes attributes)
-        : m_name(std::move(name)), m_attributes(attributes) {}
+    FolderEntry(std::u16string name, FileAttributes attributes) : m_name(std::move(name)), m_attributes(attributes) {}
+    FolderEntry(std::u16string name, FolderAttributes attributes) : m_name(std::move(name)), m_attributes(attributes) {}
 
-    /// The path relative to the listed folder, without a trailing "/"; one component unless listed
-    /// recursively.
+    /// The path relative to the listed folder, without a trailing "/"; one component unless listed recursively.
     const std::u16string& getName() const noexcept { return m_name; }
 
     bool isFile() const noexcept { return std::holds_alternative<FileAttributes>(m_attributes); }

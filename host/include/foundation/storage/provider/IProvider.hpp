@@ -47,12 +47,10 @@ using PathComparator = std::function<bool(const StorageIRI&, const StorageIRI&)>
 /// and with wildcards, exists), else it throws Exception with the code Unsupported.
 ///
 /// Errors    Exception with an ErrorCode and the identifier, unless an operation says otherwise.
-/// Patterns  UTF-16; "*" stands for any run of characters, the empty one too, "?" for exactly one, anything
-/// else for
+/// Patterns  UTF-16; "*" stands for any run of characters, the empty one too, "?" for exactly one, anything else for
 ///           itself. A whole name must match, case counts.
 /// Listings  come lazily in the order of the back end; see IFolderEntryIterator.
-/// Threads   every const operation may be called by several threads at once; shutdown only when no other
-/// runs.
+/// Threads   every const operation may be called by several threads at once; shutdown only when no other runs.
 class FOUNDATION_HOST_EXPORT IProvider {
 public:
     IProvider() = default;
@@ -79,8 +77,7 @@ public:
     void removeFile(const StorageIRI& iri) const { doRemoveFile(iri); }
 
     /// Move a file, within or across folders. The policy tells what happens when destination is a file.
-    void moveFile(const StorageIRI& source, const StorageIRI& destination,
-                  const ReplacementPolicy& policy) const {
+    void moveFile(const StorageIRI& source, const StorageIRI& destination, const ReplacementPolicy& policy) const {
         doMoveFile(source, destination, policy);
     }
 
@@ -91,8 +88,7 @@ public:
     void removeFolderRecursively(const StorageIRI& iri) const { doRemoveFolderRecursively(iri); }
 
     /// Move a folder with all it holds.
-    void moveFolder(const StorageIRI& source, const StorageIRI& destination,
-                    const ReplacementPolicy& policy) const {
+    void moveFolder(const StorageIRI& source, const StorageIRI& destination, const ReplacementPolicy& policy) const {
         doMoveFolder(source, destination, policy);
     }
 
@@ -103,15 +99,12 @@ public:
     FolderAttributes getFolderAttributes(const StorageIRI& iri) const { return doGetFolderAttributes(iri); }
 
     /// Open a file for writing, and for reading if the options say so.
-    std::unique_ptr<ByteStream> openStream(const StorageIRI& iri,
-                                           const ByteStreamOpenOptions& options) const {
+    std::unique_ptr<ByteStream> openStream(const StorageIRI& iri, const ByteStreamOpenOptions& options) const {
         return doOpenStream(iri, options);
     }
 
     /// Open an existing file for reading. NotFound when there is none.
-    std::unique_ptr<ByteStream> openReadOnlyStream(const StorageIRI& iri) const {
-        return doOpenReadOnlyStream(iri);
-    }
+    std::unique_ptr<ByteStream> openReadOnlyStream(const StorageIRI& iri) const { return doOpenReadOnlyStream(iri); }
 
     /// Open a file for writing such that nobody sees the changes before the stream closes.
     std::unique_ptr<ByteStream> openTransactionalStream(const StorageIRI& iri,
@@ -130,8 +123,7 @@ public:
     std::unique_ptr<IFolderEntryIterator> listAll(const StorageIRI& iri) const { return doListAll(iri); }
 
     /// The same, for names that match pattern.
-    std::unique_ptr<IFolderEntryIterator> listAllWildcards(const StorageIRI& iri,
-                                                           const std::u16string& pattern) const {
+    std::unique_ptr<IFolderEntryIterator> listAllWildcards(const StorageIRI& iri, const std::u16string& pattern) const {
         return doListAllWildcards(iri, pattern);
     }
 
@@ -145,9 +137,7 @@ public:
     }
 
     /// List the folders directly inside a folder.
-    std::unique_ptr<IFolderEntryIterator> listFolders(const StorageIRI& iri) const {
-        return doListFolders(iri);
-    }
+    std::unique_ptr<IFolderEntryIterator> listFolders(const StorageIRI& iri) const { return doListFolders(iri); }
 
     /// The same, for names that match pattern.
     std::unique_ptr<IFolderEntryIterator> listFoldersWildcards(const StorageIRI& iri,
@@ -205,14 +195,13 @@ public:
     }
 
     /// The same, for entries whose last component matches pattern.
-    std::unique_ptr<IFolderEntryIterator> listAllRecursiveNamesOnlyWildcards(
-        const StorageIRI& iri, const std::u16string& pattern) const {
+    std::unique_ptr<IFolderEntryIterator> listAllRecursiveNamesOnlyWildcards(const StorageIRI& iri,
+                                                                             const std::u16string& pattern) const {
         return doListAllRecursiveNamesOnlyWildcards(iri, pattern);
     }
 
     /// Copy a file's bytes. The policy tells what happens when destination is a file.
-    void copyFile(const StorageIRI& source, const StorageIRI& destination,
-                  const ReplacementPolicy& policy) const {
+    void copyFile(const StorageIRI& source, const StorageIRI& destination, const ReplacementPolicy& policy) const {
         doCopyFile(source, destination, policy);
     }
 
@@ -259,9 +248,7 @@ public:
     StorageIRI getCanonicalLocation(const StorageIRI& iri) const { return doGetCanonicalLocation(iri); }
 
     /// Whether names below iri that differ only in case are different.
-    FilenameSensitivity getFilenameSensitivity(const StorageIRI& iri) const {
-        return doGetFilenameSensitivity(iri);
-    }
+    FilenameSensitivity getFilenameSensitivity(const StorageIRI& iri) const { return doGetFilenameSensitivity(iri); }
 
     /// Let go of what must not outlive the host's main loop. Does nothing by default.
     void shutdown() { doShutdown(); }
@@ -303,13 +290,13 @@ private:
                               const ReplacementPolicy& policy) const;
     virtual FileAttributes doGetFileAttributes(const StorageIRI& iri) const;
     virtual FolderAttributes doGetFolderAttributes(const StorageIRI& iri) const;
-    virtual std::unique_ptr<ByteStream> doOpenStream(const StorageIRI& iri,
-                                                     const ByteStreamOpenOptions& options) const;
+    virtual std::unique_ptr<ByteStream> doOpenStream(const StorageIRI& iri, const ByteStreamOpenOptions& options) const;
     virtual std::unique_ptr<ByteStream> doOpenReadOnlyStream(const StorageIRI& iri) const;
     virtual std::unique_ptr<ByteStream> doOpenTransactionalStream(const StorageIRI& iri,
                                                                   const ByteStreamOpenOptions& options) const;
-    virtual std::unique_ptr<ByteStream> doOpenTransactionalStreamAtScratchLocation(
-        const StorageIRI& iri, const ByteStreamOpenOptions& options, const StorageIRI& scratch) const;
+    virtual std::unique_ptr<ByteStream> doOpenTransactionalStreamAtScratchLocation(const StorageIRI& iri,
+                                                                                   const ByteStreamOpenOptions& options,
+                                                                                   const StorageIRI& scratch) const;
     virtual std::unique_ptr<IFolderEntryIterator> doListAll(const StorageIRI& iri) const;
     virtual std::unique_ptr<IFolderEntryIterator> doListAllWildcards(const StorageIRI& iri,
                                                                      const std::u16string& pattern) const;
@@ -320,17 +307,17 @@ private:
     virtual std::unique_ptr<IFolderEntryIterator> doListFoldersWildcards(const StorageIRI& iri,
                                                                          const std::u16string& pattern) const;
     virtual std::unique_ptr<IFolderEntryIterator> doListAllNamesOnly(const StorageIRI& iri) const;
-    virtual std::unique_ptr<IFolderEntryIterator> doListAllNamesOnlyWildcards(
-        const StorageIRI& iri, const std::u16string& pattern) const;
+    virtual std::unique_ptr<IFolderEntryIterator> doListAllNamesOnlyWildcards(const StorageIRI& iri,
+                                                                              const std::u16string& pattern) const;
     virtual std::unique_ptr<IFolderEntryIterator> doListFoldersNamesOnly(const StorageIRI& iri) const;
-    virtual std::unique_ptr<IFolderEntryIterator> doListFoldersNamesOnlyWildcards(
-        const StorageIRI& iri, const std::u16string& pattern) const;
+    virtual std::unique_ptr<IFolderEntryIterator> doListFoldersNamesOnlyWildcards(const StorageIRI& iri,
+                                                                                  const std::u16string& pattern) const;
     virtual std::unique_ptr<IFolderEntryIterator> doListFilesNamesOnly(const StorageIRI& iri) const;
-    virtual std::unique_ptr<IFolderEntryIterator> doListFilesNamesOnlyWildcards(
-        const StorageIRI& iri, const std::u16string& pattern) const;
+    virtual std::unique_ptr<IFolderEntryIterator> doListFilesNamesOnlyWildcards(const StorageIRI& iri,
+                                                                                const std::u16string& pattern) const;
     virtual std::unique_ptr<IFolderEntryIterator> doListAllRecursive(const StorageIRI& iri) const;
-    virtual std::unique_ptr<IFolderEntryIterator> doListAllRecursiveWildcards(
-        const StorageIRI& iri, const std::u16string& pattern) const;
+    virtual std::unique_ptr<IFolderEntryIterator> doListAllRecursiveWildcards(const StorageIRI& iri,
+                                                                              const std::u16string& pattern) const;
     virtual std::unique_ptr<IFolderEntryIterator> doListAllRecursiveNamesOnly(const StorageIRI& iri) const;
     virtual std::unique_ptr<IFolderEntryIterator> doListAllRecursiveNamesOnlyWildcards(
         const StorageIRI& iri, const std::u16string& pattern) const;

@@ -32,11 +32,9 @@ struct ListOptions {
 
 /// An object store, as whoever adapts one implements it: the only way from the provider to stored bytes.
 ///
-/// Keys      UTF-8 without a leading "/"; a key that ends in "/" is a folder marker. Listings come in the
-/// order of the
+/// Keys      UTF-8 without a leading "/"; a key that ends in "/" is a folder marker. Listings come in the order of the
 ///           keys' bytes. Upload ids and tags are the client's own texts; nobody else looks into them.
-/// Content   an object is replaced as a whole by putObject and completeMultipartUpload: whoever reads
-/// meanwhile gets
+/// Content   an object is replaced as a whole by putObject and completeMultipartUpload: whoever reads meanwhile gets
 ///           the old object or the new one, never a mixture. Both are durable when the call returns.
 /// Errors    a subclass of CloudException; anything else arrives at the host as an unknown failure.
 /// Threads   every operation may be called by several threads at once.
@@ -63,16 +61,14 @@ public:
     virtual std::vector<ObjectInfo> listObjects(const std::string& prefix, std::string& token,
                                                 const ListOptions& options) = 0;
 
-    /// Remove an object. A missing one may be an error (ResourceNotFoundException) or not, as the store has
-    /// it.
+    /// Remove an object. A missing one may be an error (ResourceNotFoundException) or not, as the store has it.
     virtual void deleteObject(const std::string& key) = 0;
 
     /// Write an object's bytes from position first to last, both included, to sink.
     ///
     /// first = last = 0 means the whole object, however long it is; a caller that wants the first byte alone
     /// has to drop the rest. Throws ResourceNotFoundException when there is no such object.
-    virtual void getObject(const std::string& key, std::ostream& sink, std::uint64_t first,
-                           std::uint64_t last) = 0;
+    virtual void getObject(const std::string& key, std::ostream& sink, std::uint64_t first, std::uint64_t last) = 0;
 
     /// Store an object in one go: the next size bytes of data, which is seekable.
     virtual void putObject(const std::string& key, std::istream& data, std::uint64_t size) = 0;
@@ -83,8 +79,7 @@ public:
 
     /// Begin a multipart upload; the stored object stays as it is until the upload completes.
     ///
-    /// Values   lastTag: the tag of the object's first part as it is stored, or of the part uploaded last;
-    /// empty
+    /// Values   lastTag: the tag of the object's first part as it is stored, or of the part uploaded last; empty
     ///          for a new object.
     /// Result   the upload's id.
     virtual std::string startMultipartUpload(const std::string& key, const std::string& lastTag) = 0;
@@ -99,8 +94,7 @@ public:
     /// Take a part from the bytes that the stored object holds at part.Offset, without sending them.
     ///
     /// Result   the tag of the new part.
-    virtual std::string copyPart(const std::string& key, const std::string& uploadId,
-                                 const PartInfo& part) = 0;
+    virtual std::string copyPart(const std::string& key, const std::string& uploadId, const PartInfo& part) = 0;
 
     /// Give an upload and its parts up.
     virtual void abortMultipartUpload(const std::string& key, const std::string& uploadId) = 0;

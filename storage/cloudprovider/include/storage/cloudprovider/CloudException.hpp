@@ -13,10 +13,8 @@ namespace storage::cloudprovider {
 
 /// A failure of the store or of an operation on it, before it is put into the host's terms.
 ///
-/// Clients throw the subclass that fits; its getErrorCode is the code that the host will see. Copying does
-/// not throw.
-class CLOUDPROVIDER_EXPORT CloudException : public std::exception,
-                                            public foundation::storage::provider::ErrorCoded {
+/// Clients throw the subclass that fits; its getErrorCode is the code that the host will see. Copying does not throw.
+class CLOUDPROVIDER_EXPORT CloudException : public std::exception, public foundation::storage::provider::ErrorCoded {
 public:
     /// The message is the context's.
     explicit CloudException(const foundation::storage::provider::ExceptionContext& context);
@@ -29,16 +27,14 @@ public:
 
 protected:
     CloudException(foundation::storage::provider::ErrorCode code,
-                   const foundation::storage::provider::ExceptionContext& context,
-                   std::string_view defaultMessage);
+                   const foundation::storage::provider::ExceptionContext& context, std::string_view defaultMessage);
 
 private:
     foundation::storage::provider::ErrorCode m_code;
     std::shared_ptr<const std::string> m_message;
 };
 
-/// A folder that must be empty is not. Like every subclass here, it has a message of its own for an empty
-/// context.
+/// A folder that must be empty is not. Like every subclass here, it has a message of its own for an empty context.
 class CLOUDPROVIDER_EXPORT FolderNotEmptyException : public CloudException {
 public:
     explicit FolderNotEmptyException(const foundation::storage::provider::ExceptionContext& context = {});
@@ -65,8 +61,7 @@ public:
 /// What is to be created is there.
 class CLOUDPROVIDER_EXPORT ResourceAlreadyExistsException : public CloudException {
 public:
-    explicit ResourceAlreadyExistsException(
-        const foundation::storage::provider::ExceptionContext& context = {});
+    explicit ResourceAlreadyExistsException(const foundation::storage::provider::ExceptionContext& context = {});
 };
 
 /// What is asked for is not there.
@@ -84,8 +79,7 @@ public:
 /// The store cannot do this at all.
 class CLOUDPROVIDER_EXPORT UnsupportedOperationException : public CloudException {
 public:
-    explicit UnsupportedOperationException(
-        const foundation::storage::provider::ExceptionContext& context = {});
+    explicit UnsupportedOperationException(const foundation::storage::provider::ExceptionContext& context = {});
 };
 
 /// Anything else.

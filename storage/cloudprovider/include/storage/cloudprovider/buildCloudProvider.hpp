@@ -14,15 +14,13 @@ namespace storage::cloudprovider {
 enum class FolderPolicy : std::uint32_t {
     /// A folder is an empty object whose key ends in "/"; folders can be made and removed.
     MarkerObjects = 0,
-    /// A folder is there as long as an object is below it; folders cannot be made, and only be removed with
-    /// contents.
+    /// A folder is there as long as an object is below it; folders cannot be made, and only be removed with contents.
     ImplicitFolders = 1
 };
 
 /// Make a provider that shows what client reaches as files and folders.
 ///
-/// Values   client must not be empty; the provider and its open files share it. checkFolderOnCopy: copying
-/// onto an
+/// Values   client must not be empty; the provider and its open files share it. checkFolderOnCopy: copying onto an
 ///          existing folder is refused.
 /// Errors   none but std::bad_alloc; the store is not asked anything.
 /// Threads  any. The provider holds no state that changes, see IProvider.

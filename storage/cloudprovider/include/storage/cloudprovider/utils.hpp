@@ -36,8 +36,7 @@ CLOUDPROVIDER_EXPORT std::string ensureTrailingSlash(std::string key);
 /// Simplify a path textually: drop each "." that stands right before a "/", then a "." at the very end, then
 /// all but one "/" of each run.
 ///
-/// It knows nothing of components: a/./b becomes a/b, but x../y becomes x./y, and doing it again changes that
-/// again.
+/// It knows nothing of components: a/./b becomes a/b, but x../y becomes x./y, and doing it again changes that again.
 CLOUDPROVIDER_EXPORT std::u16string canonicalize(const std::u16string& path);
 
 /// Answer the key of an identifier: its canonical path in UTF-8 without the leading "/"; empty for the root
@@ -50,8 +49,7 @@ CLOUDPROVIDER_EXPORT std::string iriToKey(const foundation::storage::provider::S
 /// NaN and for times that a ptime cannot hold (before the year 1400, after 9999).
 CLOUDPROVIDER_EXPORT boost::posix_time::ptime double2Ptime(double milliseconds);
 
-/// Convert milliseconds since 1970-01-01 00:00:00 UTC exactly; not_a_date_time for times that a ptime cannot
-/// hold.
+/// Convert milliseconds since 1970-01-01 00:00:00 UTC exactly; not_a_date_time for times that a ptime cannot hold.
 CLOUDPROVIDER_EXPORT boost::posix_time::ptime long2Ptime(std::int64_t milliseconds);
 
 }  // namespace storage::cloudprovider::utils

@@ -1,0 +1,296 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "EngineTest.hpp"
+#include "OpenFileManager.hpp"
+#include "tuning.hpp"
+
+#include <storage/cloudprovider/CloudException.hpp>
+#include <storage/cloudprovider/abandonStream.hpp>
+
+#include <boost/numeric/conversion/cast.hpp>
+
+#include <limits>
+#include <thread>
+
+namespace storage::cloudprovider::test {
+
+using foundation::storage::provider::ByteStreamCloseFailure;
+using foundation::storage::provider::ByteStreamReadFailure;
+using foundation::storage::provider::ByteStreamSeekFailure;
+using foundation::storage::provider::ByteStreamWriteFailure;
+using foundation::storage::provider::ErrorCode;
+
+class StreamTest : public EngineTest {
+protected:
+    // Four parts, the last one of 3 bytes.
+    const std::string m_content = "0123456789abcdefghijklmnopq";
+
+    void storeFourParts() { m_client->storeParts(m_key, m_content, {8, 8, 8, 3}); }
+
+    bool isOpen() const { return OpenFileManager::instance().isOpen(m_file, m_client); }
+};
+
+TEST_F(StreamTest, AChangeMovesOnePartAndTheStoreCopiesTheOthers) {
+    struct Row {
+        const char* name;
+        std::int64_t at;
+        std::size_t downloads;
+        std::size_t uploads;
+        std::size_t copies;
+    };
+    const Row rows[] = {
+        {"overwrite in the middle", 9, 1, 1, 3}, {"append in the last part", 27, 1, 1, 3}, {"first byte", 0, 1, 1, 3}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        storeFourParts();
+        m_client->clearCalls();
+        const auto stream = openFile(update());
+        stream->seek(row.at, std::ios_base::beg);
+        write(stream, "X");
+        stream->close();
+        EXPECT_EQ(m_client->count("getObject"), row.downloads);
+        EXPECT_EQ(m_client->count("uploadPart"), row.uploads);
+        EXPECT_EQ(m_client->count("copyPart"), row.copies);
+        auto expected = m_content;
+        expected.resize(std::max<std::size_t>(expected.size(), static_cast<std::size_t>(row.at) + 1));
+        expected[static_cast<std::size_t>(row.at)] = 'X';
+        EXPECT_EQ(m_client->content(m_key), expected);
+    }
+}
+
+TEST_F(StreamTest, WhatIsNotChangedIsNotStored) {
+    storeFourParts();
+    {
+        const auto stream = openFile(update());
+        EXPECT_EQ(readAll(stream), m_content);
+        EXPECT_EQ(stream->write("", 0), -1);
+    }
+    EXPECT_EQ(m_client->count("startMultipartUpload") + m_client->count("putObject"), 0U);
+}
+
+TEST_F(StreamTest, SeekingFollowsTheRulesAtTheEdges) {
+    storeFourParts();
+    const auto stream = openFile(update(Options::WriteMode::Append));
+    char byte = 0;
+    constexpr auto kMost = std::numeric_limits<std::int64_t>::max();
+    EXPECT_EQ(stream->seek(-100, std::ios_base::end), std::streampos(0));
+    EXPECT_EQ(stream->seek(100, std::ios_base::end), std::streampos(127));
+    EXPECT_EQ(stream->read(&byte, 1), -1) << "behind the end";
+    EXPECT_EQ(stream->seek(kMost, std::ios_base::beg), std::streampos(kMost));
+    EXPECT_THROW(stream->seek(1, std::ios_base::cur), boost::numeric::positive_overflow);
+    EXPECT_THROW(stream->seek(std::numeric_limits<std::int64_t>::min(), std::ios_base::cur),
+                 boost::numeric::negative_overflow);
+    EXPECT_EQ(stream->seek(0, std::ios_base::cur), std::streampos(kMost)) << "a refused seek does not move";
+    EXPECT_THROW(stream->read(&byte, -1), boost::numeric::negative_overflow);
+    EXPECT_THROW(stream->write(&byte, -1), boost::numeric::negative_overflow);
+    stream->seek(0, std::ios_base::beg);
+    write(stream, "end");
+    EXPECT_EQ(stream->seek(0, std::ios_base::cur), std::streampos(30)) << "appending moves to the end";
+    stream->close();
+    EXPECT_EQ(m_client->content(m_key), m_content + "end");
+}
+
+TEST_F(StreamTest, AClosedStreamFailsInsteadOfCrashing) {
+    const auto stream = openFile(replace());
+    stream->close();
+    stream->close();
+    char byte = 0;
+    EXPECT_THROW(stream->read(&byte, 1), ByteStreamReadFailure);
+    EXPECT_THROW(stream->write(&byte, 1), ByteStreamWriteFailure);
+    EXPECT_THROW(stream->seek(0, std::ios_base::beg), ByteStreamSeekFailure);
+    EXPECT_EQ(m_client->content(m_key), "") << "an empty file was asked for";
+}
+
+TEST_F(StreamTest, StreamsOfOneObjectShareItAndTheLastOneStoresIt) {
+    m_client->store(m_key, "old");
+    auto first = openFile(replace());
+    write(first, "shared content");
+    const auto second = m_provider->openStream(IRI(u"//folder/./file/"), replace());
+    EXPECT_EQ(readAll(second), "shared content") << "the second one's options do not count";
+    first->close();
+    EXPECT_EQ(m_client->content(m_key), "old");
+    EXPECT_TRUE(isOpen());
+    second->close();
+    EXPECT_EQ(m_client->content(m_key), "shared content");
+    EXPECT_FALSE(isOpen());
+
+    // The same identifier in another store is another object.
+    const auto elsewhere = std::make_shared<FakeCloudClient>();
+    const auto open = openForReading();
+    EXPECT_FALSE(OpenFileManager::instance().isOpen(m_file, elsewhere));
+}
+
+TEST_F(StreamTest, PresenceDecidesWhatAnAbsentObjectMeans) {
+    EXPECT_EQ(errorCodeOf([&] { openForReading(); }), ErrorCode::NotFound);
+    auto options = update();
+    options.presence = Options::Presence::Required;
+    EXPECT_EQ(errorCodeOf([&] { openFile(options); }), ErrorCode::NotFound);
+    options.existingContent = Options::ExistingContent::Discard;
+    EXPECT_EQ(errorCodeOf([&] { openFile(options); }), ErrorCode::NotFound);
+    openFile(update());
+    EXPECT_TRUE(m_client->keys().empty()) << "opened, but nothing written";
+    write(openFile(update(Options::WriteMode::Append)), "made");
+    EXPECT_EQ(m_client->content(m_key), "made");
+    for (const auto& root : {IRI(u"/"), IRI(), IRI(u"x://y")}) {
+        m_client->clearCalls();
+        EXPECT_EQ(errorCodeOf([&] { m_provider->openStream(root, replace()); }), ErrorCode::NotFound);
+        EXPECT_EQ(m_client->callCount(), 0U);
+    }
+    EXPECT_EQ(errorCodeOf([&] { m_provider->openStream(IRI(u"/\xD800"), replace()); }), ErrorCode::InvalidLocation);
+    EXPECT_EQ(m_client->callCount(), 0U);
+}
+
+TEST_F(StreamTest, PartsThatDoNotFollowEachOtherAreRefused) {
+    constexpr auto kHuge = std::numeric_limits<std::uint64_t>::max();
+    const std::pair<const char*, std::vector<PartInfo>> rows[] = {{"gap", {{0, 0, 8, ""}, {1, 9, 8, ""}}},
+                                                                  {"overlap", {{0, 0, 8, ""}, {1, 7, 8, ""}}},
+                                                                  {"not from 0", {{0, 1, 8, ""}}},
+                                                                  {"overflow", {{0, 0, 8, ""}, {1, 8, kHuge, ""}}},
+                                                                  {"twice", {{0, 0, 8, ""}, {1, 0, 8, ""}}}};
+    m_client->store(m_key, m_content);
+    for (const auto& [name, parts] : rows) {
+        SCOPED_TRACE(name);
+        m_client->reportParts(m_key, parts);
+        EXPECT_EQ(errorCodeOf([&] { openForReading(); }), ErrorCode::Unknown);
+        EXPECT_FALSE(isOpen());
+    }
+    m_client->reportParts(m_key, {{7, 8, 19, "b"}, {3, 0, 8, "a"}});  // only out of order
+    EXPECT_EQ(readAll(openForReading()), m_content);
+}
+
+TEST_F(StreamTest, AWriteFarBehindTheEndIsRefusedBeforeAnythingChanges) {
+    m_client->store(m_key, "small");
+    {
+        const auto stream = openFile(update());
+        stream->seek(static_cast<std::int64_t>(kMaxPartCount * kPartSize), std::ios_base::beg);
+        EXPECT_EQ(errorCodeOf([&] { stream->write("x", 1); }), ErrorCode::Unsupported);
+        EXPECT_EQ(stream->seek(0, std::ios_base::end), std::streampos(5));
+    }
+    EXPECT_EQ(m_client->content(m_key), "small");
+}
+
+TEST_F(StreamTest, ClosedPartsAreReadAgainFromTheCacheUpToItsLimit) {
+    const std::pair<std::uint64_t, std::size_t> rows[] = {{0, 8}, {2 * kPartSize, 8}, {4 * kPartSize, 4}};
+    storeFourParts();
+    for (const auto& [limit, downloads] : rows) {
+        SCOPED_TRACE(limit);
+        const ScopedVariable cache("VX_CLOUD_DOWNLOADED_PART_CACHE_OVERRIDE", std::to_string(limit));
+        m_client->clearCalls();
+        const auto stream = openForReading();
+        EXPECT_EQ(readAll(stream), m_content);
+        EXPECT_LE(m_folder.fileCount(), limit / kPartSize);
+        EXPECT_EQ(readAll(stream), m_content);
+        EXPECT_EQ(m_client->count("getObject"), downloads);
+    }
+}
+
+TEST_F(StreamTest, OpenersWaitForTheOneThatAsksTheStore) {
+    storeFourParts();
+    auto& gate = m_client->gate("getObjectParts");
+    m_client->failOperation("getObjectParts");
+    std::thread first([&] { EXPECT_EQ(errorCodeOf([&] { openForReading(); }), ErrorCode::Unknown); });
+    ASSERT_TRUE(gate.waitForArrivals());
+    EXPECT_TRUE(isOpen());
+    std::thread second([&] { EXPECT_EQ(readAll(openForReading()), m_content); });
+    gate.open();
+    first.join();
+    second.join();
+    EXPECT_EQ(m_client->count("getObjectParts"), 2U);
+}
+
+TEST_F(StreamTest, APartChangedWhileItIsSentIsSentAgain) {
+    auto& gate = m_client->gate("uploadPart");
+    auto first = openFile(replace());
+    const auto second = openFile(update());
+    write(first, "0123456789abcdef");
+    std::thread sender([&] { write(first, "gh"); });  // leaves the second part, which is sent
+    ASSERT_TRUE(gate.waitForArrivals());
+    second->seek(8, std::ios_base::beg);
+    write(second, "XX");
+    gate.open();
+    sender.join();
+    first->close();
+    second->close();
+    EXPECT_EQ(m_client->content(m_key), "01234567XXabcdefgh");
+}
+
+TEST_F(StreamTest, AnOpenerDuringTheWriteBackFindsWhatWasStored) {
+    auto& gate = m_client->gate("putObject");
+    std::thread writer([&] { write(openFile(replace()), "stored"); });
+    ASSERT_TRUE(gate.waitForArrivals());
+    std::thread opener([&] {
+        const auto stream = openFile(update(Options::WriteMode::Append));
+        EXPECT_EQ(readAll(stream), "stored");
+        stream->seek(0, std::ios_base::beg);
+        write(stream, " and more");
+    });
+    gate.open();
+    writer.join();
+    opener.join();
+    EXPECT_EQ(m_client->content(m_key), "stored and more");
+}
+
+TEST_F(StreamTest, AFailedWriteBackIsReportedByClose) {
+    m_client->store(m_key, "old");
+    m_client->setFault([] { throw PermissionDeniedException(); });
+    m_client->failOperation("putObject");
+    const auto stream = openFile(replace());
+    write(stream, "new");
+    try {
+        stream->close();
+        ADD_FAILURE() << "closing succeeded";
+    } catch (const ByteStreamCloseFailure& failure) {
+        EXPECT_EQ(failure.getErrorCode(), ErrorCode::PermissionDenied);
+    }
+    EXPECT_EQ(m_client->content(m_key), "old");
+    EXPECT_FALSE(isOpen());
+}
+
+TEST_F(StreamTest, AbandonedChangesAreNotStored) {
+    storeFourParts();
+    const auto stream = openFile(replace());
+    write(stream, std::string(3 * kPartSize, 'x'));
+    {
+        const auto other = openForReading();
+        EXPECT_FALSE(abandonStream(*stream)) << "the other stream shares the changes";
+    }
+    EXPECT_TRUE(abandonStream(*stream));
+    EXPECT_THROW(stream->write("x", 1), ByteStreamWriteFailure);
+    EXPECT_EQ(m_client->content(m_key), m_content);
+    EXPECT_FALSE(isOpen());
+}
+
+TEST_F(StreamTest, ThreadsShareOneFile) {
+    constexpr std::uint64_t kThreads = 4;
+    constexpr std::uint64_t kRegion = 5 * kPartSize + 3;  // regions meet inside parts
+    const ScopedVariable cache("VX_CLOUD_DOWNLOADED_PART_CACHE_OVERRIDE", std::to_string(2 * kPartSize));
+    m_client->storeParts(m_key, std::string(2 * kPartSize, 'o'), {kPartSize, kPartSize});
+    const auto keepOpen = openFile(update());
+    std::vector<std::thread> threads;
+    for (std::uint64_t index = 0; index < kThreads; ++index) {
+        threads.emplace_back([&, index] {
+            const std::string mine(kRegion, static_cast<char>('A' + index));
+            for (int round = 0; round < 5; ++round) {
+                const auto stream = openFile(update());
+                const auto begin = static_cast<std::int64_t>(index * kRegion);
+                stream->seek(begin, std::ios_base::beg);
+                write(stream, mine);
+                stream->seek(begin, std::ios_base::beg);
+                std::string back(kRegion, '?');
+                EXPECT_EQ(stream->read(back.data(), static_cast<std::int64_t>(kRegion)),
+                          static_cast<std::int64_t>(kRegion));
+                EXPECT_EQ(back, mine);
+            }
+        });
+    }
+    for (auto& thread : threads) {
+        thread.join();
+    }
+    keepOpen->close();
+    std::string expected;
+    for (std::uint64_t index = 0; index < kThreads; ++index) {
+        expected += std::string(kRegion, static_cast<char>('A' + index));
+    }
+    EXPECT_EQ(m_client->content(m_key), expected);
+}
+
+}  // namespace storage::cloudprovider::test

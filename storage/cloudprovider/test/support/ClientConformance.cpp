@@ -1,0 +1,294 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "ClientConformance.hpp"
+
+#include <storage/cloudprovider/CloudException.hpp>
+
+#include <algorithm>
+#include <ostream>
+#include <sstream>
+#include <thread>
+
+namespace storage::cloudprovider::test {
+
+namespace {
+
+const std::vector<std::string> kAwkwardKeys{"plain",
+                                            "with space",
+                                            "quo'te\"d;--%_",
+                                            "a/b/c.txt",
+                                            "tab\tnew\nline\x01",
+                                            "per%20cent+&?#",
+                                            "\xC3\xBC/\xE6\x97\xA5\xF0\x9F\x98\x80"};
+
+// Bytes of every value that do not repeat with any part's size.
+std::string pattern(std::uint64_t size, unsigned int seed) {
+    std::string bytes(size, '\0');
+    std::uint32_t state = seed + 1;
+    for (auto& byte : bytes) {
+        state = state * 1664525U + 1013904223U;
+        byte = static_cast<char>(state >> 24U);
+    }
+    return bytes;
+}
+
+std::uint64_t endOf(const std::vector<PartInfo>& parts) {
+    return parts.empty() ? 0 : parts.back().Offset + parts.back().Size;
+}
+
+std::vector<std::string> keysOf(const std::vector<ObjectInfo>& entries) {
+    std::vector<std::string> keys;
+    for (const auto& entry : entries) {
+        keys.push_back(entry.Key);
+    }
+    return keys;
+}
+
+}  // namespace
+
+std::ostream& operator<<(std::ostream& stream, const ClientUnderTest& client) {
+    return stream << client.name;
+}
+
+std::string clientName(const ::testing::TestParamInfo<ClientUnderTest>& info) {
+    return info.param.name;
+}
+
+void ClientConformance::SetUp() {
+    m_client = GetParam().make();
+    ASSERT_TRUE(m_client);
+}
+
+void ClientConformance::put(const std::string& key, const std::string& bytes) {
+    std::istringstream data(bytes);
+    m_client->putObject(key, data, bytes.size());
+}
+
+std::string ClientConformance::get(const std::string& key, std::uint64_t first, std::uint64_t last) {
+    std::ostringstream sink;
+    m_client->getObject(key, sink, first, last);
+    return sink.str();
+}
+
+std::vector<ObjectInfo> ClientConformance::list(const std::string& prefix, const std::string& delimiter, int maxKeys) {
+    std::vector<ObjectInfo> entries;
+    std::string token;
+    do {
+        const auto page = m_client->listObjects(prefix, token, ListOptions{delimiter, maxKeys});
+        EXPECT_TRUE(maxKeys < 0 || page.size() <= static_cast<std::size_t>(maxKeys));
+        entries.insert(entries.end(), page.begin(), page.end());
+    } while (!token.empty());
+    return entries;
+}
+
+void ClientConformance::send(const std::string& key, const std::string& id, std::vector<PartInfo>& parts,
+                             const std::string& bytes) {
+    PartInfo part{parts.size(), endOf(parts), bytes.size(), {}};
+    std::istringstream data(bytes);
+    part.Tag = m_client->uploadPart(key, id, part, data);
+    parts.push_back(part);
+}
+
+void ClientConformance::copy(const std::string& key, const std::string& id, std::vector<PartInfo>& parts,
+                             std::uint64_t size) {
+    PartInfo part{parts.size(), endOf(parts), size, {}};
+    part.Tag = m_client->copyPart(key, id, part);
+    parts.push_back(part);
+}
+
+std::string ClientConformance::storeParts(const std::string& key) {
+    const auto partSize = GetParam().minPartSize;
+    const auto id = m_client->startMultipartUpload(key, {});
+    std::vector<PartInfo> parts;
+    std::string whole;
+    for (const auto size : {partSize, partSize, std::uint64_t{7}}) {
+        const auto bytes = pattern(size, static_cast<unsigned int>(parts.size()));
+        send(key, id, parts, bytes);
+        whole += bytes;
+    }
+    m_client->completeMultipartUpload(key, id, parts);
+    return whole;
+}
+
+TEST_P(ClientConformance, KeepsBytesUnderAnyKey) {
+    for (const auto& key : kAwkwardKeys) {
+        for (const auto& bytes : {std::string(), std::string("x"), std::string("\0\n\xFF", 3), pattern(70'000, 1)}) {
+            SCOPED_TRACE(key + ", " + std::to_string(bytes.size()) + " bytes");
+            put(key, bytes);
+            const auto info = m_client->getObjectInfo(key);
+            ASSERT_TRUE(info);
+            EXPECT_EQ(info->Key, key);
+            EXPECT_EQ(info->Size, bytes.size());
+            EXPECT_FALSE(info->LastModified.is_special());
+            EXPECT_EQ(get(key), bytes);
+        }
+    }
+    auto sorted = kAwkwardKeys;
+    std::sort(sorted.begin(), sorted.end());
+    EXPECT_EQ(keysOf(list({}, {}, -1)), sorted);
+    for (const auto& key : kAwkwardKeys) {
+        m_client->deleteObject(key);
+        EXPECT_FALSE(m_client->getObjectInfo(key)) << key;
+    }
+    EXPECT_TRUE(list({}, {}, -1).empty());
+}
+
+TEST_P(ClientConformance, WhatIsNotThereIsNotFound) {
+    put("a/b", "x");
+    for (const std::string key : {"a", "a/", "a/b/", "a/b/c", "A/B", "a/B"}) {
+        SCOPED_TRACE(key);
+        EXPECT_FALSE(m_client->getObjectInfo(key));
+        EXPECT_THROW(get(key), ResourceNotFoundException);
+        EXPECT_THROW(get(key, 1, 2), ResourceNotFoundException);
+        EXPECT_TRUE(m_client->getObjectParts(key).empty());
+        if (GetParam().missesDeleted) {
+            EXPECT_THROW(m_client->deleteObject(key), ResourceNotFoundException);
+        } else {
+            EXPECT_NO_THROW(m_client->deleteObject(key));
+        }
+    }
+    EXPECT_EQ(get("a/b"), "x");
+    EXPECT_NO_THROW(m_client->checkObjectName("b.txt"));
+}
+
+TEST_P(ClientConformance, RangesIncludeTheirLastByteAndZeroToZeroIsTheWhole) {
+    put("whole", pattern(300, 1));
+    const auto parted = storeParts("parts");
+    const auto partSize = GetParam().minPartSize;
+    for (const auto& [key, bytes] : {std::pair{"whole", pattern(300, 1)}, std::pair{"parts", parted}}) {
+        const std::uint64_t end = bytes.size() - 1;
+        const std::pair<std::uint64_t, std::uint64_t> ranges[] = {
+            {0, 1}, {1, 1}, {end, end}, {end - 5, end}, {0, end}, {partSize - 1, partSize}, {partSize, partSize + 1}};
+        for (const auto& [first, last] : ranges) {
+            EXPECT_EQ(get(key, first, last), bytes.substr(first, last - first + 1))
+                << key << ' ' << first << '-' << last;
+        }
+        EXPECT_EQ(get(key, 0, 0), bytes) << key;
+    }
+}
+
+TEST_P(ClientConformance, ListsInTheOrderOfBytesInPagesOfAnySize) {
+    std::vector<std::string> keys{"a",     "a-b",   "a.b", "a/",    "a/b",     "a/c/",        "a/c/d",
+                                  "a/c/e", "a/c0f", "a0",  "ab/cd", "b/x/y/z", "b\xC3\xBF/x", "\xF4\x8F\xBF\xBF"};
+    if (GetParam().takesAnyBytesInKeys) {
+        keys.insert(keys.end(), {"\xFE", "\xFF", "\xFF/x", "\xFF\xFF", "\xFF\xFF/y"});
+    }
+    for (auto key = keys.rbegin(); key != keys.rend(); ++key) {
+        put(*key, std::string(key->back() == '/' ? 0 : key->size(), 'x'));
+    }
+    for (const std::string prefix :
+         {"", "a", "a/", "a/c", "a/c/", "a/c/d", "b", "b/", "nothing", "a1", "\xFF", "\xFF\xFF/"}) {
+        for (const std::string delimiter : {"", "/"}) {
+            std::vector<std::string> expected;
+            for (const auto& key : keys) {
+                if (key.compare(0, prefix.size(), prefix) == 0) {
+                    const auto mark = delimiter.empty() ? delimiter.npos : key.find(delimiter, prefix.size());
+                    expected.push_back(key.substr(0, mark == delimiter.npos ? mark : mark + 1));
+                }
+            }
+            expected.erase(std::unique(expected.begin(), expected.end()), expected.end());
+            for (const int maxKeys : {-1, 1, 2, 3}) {
+                SCOPED_TRACE("prefix '" + prefix + "', delimiter '" + delimiter + "', pages of " +
+                             std::to_string(maxKeys));
+                const auto entries = list(prefix, delimiter, maxKeys);
+                EXPECT_EQ(keysOf(entries), expected);
+                for (const auto& entry : entries) {
+                    EXPECT_EQ(entry.Size, entry.Key.back() == '/' ? 0 : entry.Key.size()) << entry.Key;
+                }
+            }
+        }
+    }
+}
+
+TEST_P(ClientConformance, AnUploadReplacesTheObjectAtCompletionOnly) {
+    const std::string key = "dir/object";
+    const auto partSize = GetParam().minPartSize;
+    put(key, "old");
+    const auto id = m_client->startMultipartUpload(key, {});
+    std::vector<PartInfo> parts{{0, 0, partSize, {}}};
+    send(key, id, parts, pattern(partSize, 5));
+    std::vector<PartInfo> first;
+    send(key, id, first, pattern(partSize, 6));
+    first.clear();
+    send(key, id, first, pattern(partSize, 7));
+    parts.front() = first.front();
+    EXPECT_EQ(get(key), "old");
+    EXPECT_EQ(keysOf(list({}, {}, -1)), std::vector{key});
+
+    m_client->completeMultipartUpload(key, id, parts);
+    EXPECT_EQ(get(key), pattern(partSize, 7) + pattern(partSize, 5));
+    EXPECT_EQ(m_client->getObjectInfo(key)->Size, 2 * partSize);
+    EXPECT_ANY_THROW(m_client->completeMultipartUpload(key, id, parts)) << "the upload is used up";
+
+    const auto layout = m_client->getObjectParts(key);
+    std::uint64_t end = 0;
+    for (const auto& part : layout) {
+        EXPECT_EQ(part.Offset, end);
+        EXPECT_FALSE(part.Tag.empty());
+        end += part.Size;
+    }
+    EXPECT_EQ(end, 2 * partSize);
+    EXPECT_EQ(layout.size(), 2U);
+    put(key, "whole again");
+    EXPECT_EQ(get(key), "whole again");
+}
+
+TEST_P(ClientConformance, CopiedPartsHoldTheStoredBytes) {
+    const auto partSize = GetParam().minPartSize;
+    const auto extra = std::uint64_t{GetParam().copiesAnyRange ? 3U : 0U};  // shifts all borders but the first
+    auto expected = storeParts("k");
+    for (unsigned int round = 0; round < 3; ++round) {
+        SCOPED_TRACE(round);
+        const auto id = m_client->startMultipartUpload("k", "tag");
+        std::vector<PartInfo> parts;
+        send("k", id, parts, pattern(partSize + extra, 8 + round));
+        copy("k", id, parts, partSize);
+        copy("k", id, parts, expected.size() - endOf(parts));
+        EXPECT_EQ(get("k"), expected);
+        m_client->completeMultipartUpload("k", id, parts);
+        expected.replace(0, partSize + extra, pattern(partSize + extra, 8 + round));
+        EXPECT_EQ(get("k"), expected);
+    }
+    m_client->deleteObject("k");
+    EXPECT_FALSE(m_client->getObjectInfo("k"));
+}
+
+TEST_P(ClientConformance, GivingUpOrRefusingAnUploadLeavesTheOldObject) {
+    put("k", "old");
+    const auto kept = m_client->startMultipartUpload("k", {});
+    const auto given = m_client->startMultipartUpload("k", {});
+    EXPECT_NE(kept, given);
+    std::vector<PartInfo> parts;
+    send("k", kept, parts, "new");
+    std::vector<PartInfo> others;
+    send("k", given, others, "lost");
+    m_client->abortMultipartUpload("k", given);
+    EXPECT_ANY_THROW(m_client->completeMultipartUpload("k", given, others));
+    EXPECT_ANY_THROW(send("k", given, others, "x"));
+
+    auto wrong = parts;
+    wrong.front().Tag += "x";
+    EXPECT_ANY_THROW(m_client->completeMultipartUpload("k", kept, wrong));
+    EXPECT_EQ(get("k"), "old");
+    m_client->completeMultipartUpload("k", kept, parts);
+    EXPECT_EQ(get("k"), "new");
+}
+
+TEST_P(ClientConformance, ReadersInOtherThreadsSeeTheOldOrTheNewObject) {
+    const std::string contents[] = {pattern(50'000, 1), pattern(30'000, 2)};
+    put("shared", contents[0]);
+    std::thread writer([&] {
+        for (int round = 0; round < 20; ++round) {
+            put("own/" + std::to_string(round), "x");
+            put("shared", contents[round % 2]);
+        }
+    });
+    for (int round = 0; round < 20; ++round) {
+        const auto seen = get("shared");
+        EXPECT_TRUE(seen == contents[0] || seen == contents[1]) << seen.size();
+        EXPECT_LE(list("own/", "/", 7).size(), 20U);
+    }
+    writer.join();
+    EXPECT_EQ(list("own/", "/", 7).size(), 20U);
+}
+
+}  // namespace storage::cloudprovider::test

@@ -1,0 +1,82 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "EngineTest.hpp"
+
+#include <storage/cloudprovider/buildCloudProvider.hpp>
+
+#include <boost/filesystem/operations.hpp>
+
+#include <array>
+#include <cstdlib>
+#include <iterator>
+#include <utility>
+
+namespace storage::cloudprovider::test {
+
+ScopedVariable::ScopedVariable(std::string name, const std::string& value) : m_name(std::move(name)) {
+    if (const char* former = std::getenv(m_name.c_str())) {
+        m_former = former;
+        m_wasSet = true;
+    }
+    ::setenv(m_name.c_str(), value.c_str(), 1);
+}
+
+ScopedVariable::~ScopedVariable() {
+    if (m_wasSet) {
+        ::setenv(m_name.c_str(), m_former.c_str(), 1);
+    } else {
+        ::unsetenv(m_name.c_str());
+    }
+}
+
+ScopedTemporaryFolder::ScopedTemporaryFolder()
+    : m_path(boost::filesystem::temp_directory_path() / boost::filesystem::unique_path("engine-%%%%%%%%")),
+      m_variable("TMPDIR", m_path.native()) {
+    boost::filesystem::create_directory(m_path);
+}
+
+ScopedTemporaryFolder::~ScopedTemporaryFolder() {
+    boost::system::error_code ignored;
+    boost::filesystem::remove_all(m_path, ignored);
+}
+
+std::size_t ScopedTemporaryFolder::fileCount() const {
+    return static_cast<std::size_t>(
+        std::distance(boost::filesystem::directory_iterator(m_path), boost::filesystem::directory_iterator()));
+}
+
+EngineTest::EngineTest() : m_provider(buildCloudProvider(m_client, FolderPolicy::MarkerObjects, false)) {}
+
+void EngineTest::TearDown() {
+    EXPECT_EQ(m_folder.fileCount(), 0U) << "temporary files are left";
+    EXPECT_EQ(m_client->openUploads(), 0U) << "uploads are left";
+    if (m_expectsNoViolations) {
+        EXPECT_EQ(m_client->violations(), std::vector<std::string>());
+    }
+}
+
+EngineTest::Options EngineTest::update(Options::WriteMode mode) {
+    return {Options::Access::ReadWrite, Options::ExistingContent::Preserve, Options::Presence::Optional, mode};
+}
+
+EngineTest::Options EngineTest::replace() {
+    return {Options::Access::ReadWrite, Options::ExistingContent::Discard, Options::Presence::Optional,
+            Options::WriteMode::Positioned};
+}
+
+void EngineTest::write(const Stream& stream, const std::string& bytes) {
+    const auto count = static_cast<std::int64_t>(bytes.size());
+    ASSERT_EQ(stream->write(bytes.data(), count), count);
+}
+
+std::string EngineTest::readAll(const Stream& stream) {
+    std::string bytes;
+    std::array<char, 5> piece{};
+    stream->seek(0, std::ios_base::beg);
+    for (auto count = stream->read(piece.data(), piece.size()); count > 0;
+         count = stream->read(piece.data(), piece.size())) {
+        bytes.append(piece.data(), static_cast<std::size_t>(count));
+    }
+    return bytes;
+}
+
+}  // namespace storage::cloudprovider::test

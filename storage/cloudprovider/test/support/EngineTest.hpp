@@ -1,0 +1,92 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "FakeCloudClient.hpp"
+
+#include <foundation/storage/provider/IProvider.hpp>
+
+#include <boost/filesystem/path.hpp>
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace storage::cloudprovider::test {
+
+/// Sets an environment variable for as long as it lives, then puts the former value back. One thread.
+class ScopedVariable {
+public:
+    ScopedVariable(std::string name, const std::string& value);
+    ScopedVariable(const ScopedVariable&) = delete;
+    ScopedVariable& operator=(const ScopedVariable&) = delete;
+    ~ScopedVariable();
+
+private:
+    const std::string m_name;
+    std::string m_former;
+    bool m_wasSet = false;
+};
+
+/// A fresh folder that temporary files go to; deleted in the end. One thread.
+class ScopedTemporaryFolder {
+public:
+    ScopedTemporaryFolder();
+    ~ScopedTemporaryFolder();
+
+    const boost::filesystem::path& path() const { return m_path; }
+    std::size_t fileCount() const;
+
+private:
+    const boost::filesystem::path m_path;
+    const ScopedVariable m_variable;
+};
+
+/// A provider over a fake store, with small parts. In the end nothing may be left: no temporary file, no
+/// upload, no breach of the store's contract.
+class EngineTest : public testing::Test {
+protected:
+    using IRI = foundation::storage::provider::StorageIRI;
+    using Options = foundation::storage::provider::ByteStreamOpenOptions;
+    using Stream = std::unique_ptr<foundation::storage::provider::ByteStream>;
+
+    static constexpr std::uint64_t kPartSize = 8;
+
+    EngineTest();
+    void TearDown() override;
+
+    static Options update(Options::WriteMode mode = Options::WriteMode::Positioned);
+    static Options replace();
+    static void write(const Stream& stream, const std::string& bytes);
+    static std::string readAll(const Stream& stream);
+
+    Stream openFile(const Options& options) const { return m_provider->openStream(m_file, options); }
+    Stream openForReading() const { return m_provider->openReadOnlyStream(m_file); }
+    void allowViolations() { m_expectsNoViolations = false; }
+
+    ScopedTemporaryFolder m_folder;
+    ScopedVariable m_partSize{"VX_CLOUD_PART_SIZE_OVERRIDE", std::to_string(kPartSize)};
+    std::shared_ptr<FakeCloudClient> m_client = std::make_shared<FakeCloudClient>();
+    std::shared_ptr<foundation::storage::provider::IProvider> m_provider;
+    const std::string m_key = "folder/file";
+    const IRI m_file{u"/folder/file"};
+
+private:
+    bool m_expectsNoViolations = true;
+};
+
+/// The code of the host's exception, or stream failure, that action throws; nothing when it throws none.
+template <typename Action>
+std::optional<foundation::storage::provider::ErrorCode> errorCodeOf(Action action) {
+    try {
+        action();
+    } catch (const foundation::storage::provider::ErrorCoded& failure) {
+        return failure.getErrorCode();
+    }
+    return std::nullopt;
+}
+
+}  // namespace storage::cloudprovider::test

@@ -1,0 +1,346 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "FakeCloudClient.hpp"
+
+#include <storage/cloudprovider/CloudException.hpp>
+
+#include <boost/date_time/posix_time/posix_time_types.hpp>
+
+#include <algorithm>
+#include <istream>
+#include <ostream>
+#include <stdexcept>
+#include <utility>
+
+namespace storage::cloudprovider::test {
+
+namespace {
+
+bool startsWith(const std::string& text, const std::string& start) {
+    return text.compare(0, start.size(), start) == 0;
+}
+
+}  // namespace
+
+FakeCloudClient::FakeCloudClient() : FakeCloudClient(Options()) {}
+FakeCloudClient::FakeCloudClient(Options options) : m_options(std::move(options)) {}
+FakeCloudClient::~FakeCloudClient() = default;
+
+void FakeCloudClient::store(const std::string& key, std::string bytes) {
+    const std::lock_guard lock(m_mutex);
+    put(key, std::move(bytes), {});
+}
+
+void FakeCloudClient::storeParts(const std::string& key, std::string bytes,
+                                 const std::vector<std::uint64_t>& partSizes) {
+    const std::lock_guard lock(m_mutex);
+    std::vector<PartInfo> parts;
+    std::uint64_t offset = 0;
+    for (const auto size : partSizes) {
+        parts.push_back({parts.size(), offset, size, newName("tag")});
+        offset += size;
+    }
+    if (offset != bytes.size()) {
+        throw std::invalid_argument("the parts' sizes do not add up to the object's");
+    }
+    put(key, std::move(bytes), std::move(parts));
+}
+
+void FakeCloudClient::reportParts(const std::string& key, std::vector<PartInfo> parts) {
+    const std::lock_guard lock(m_mutex);
+    m_objects.at(key).parts = std::move(parts);
+}
+
+std::optional<std::string> FakeCloudClient::content(const std::string& key) const {
+    const std::lock_guard lock(m_mutex);
+    const auto found = m_objects.find(key);
+    return found == m_objects.end() ? std::nullopt : std::optional(*found->second.bytes);
+}
+
+std::vector<std::string> FakeCloudClient::keys() const {
+    const std::lock_guard lock(m_mutex);
+    std::vector<std::string> result;
+    for (const auto& [key, object] : m_objects) {
+        result.push_back(key);
+    }
+    return result;
+}
+
+std::size_t FakeCloudClient::openUploads() const {
+    const std::lock_guard lock(m_mutex);
+    return m_uploads.size();
+}
+
+std::vector<std::string> FakeCloudClient::violations() const {
+    const std::lock_guard lock(m_violationsMutex);
+    return m_violations;
+}
+
+void FakeCloudClient::violate(const std::string& text) const {
+    const std::lock_guard lock(m_violationsMutex);
+    m_violations.push_back(text);
+    throw std::logic_error(text);
+}
+
+void FakeCloudClient::require(bool condition, const std::string& text) const {
+    if (!condition) {
+        violate(text);
+    }
+}
+
+void FakeCloudClient::requireKey(const std::string& key) const {
+    require(!key.empty() && key.front() != '/', "bad key: '" + key + "'");
+}
+
+boost::optional<ObjectInfo> FakeCloudClient::getObjectInfo(const std::string& key) {
+    return perform({.operation = "getObjectInfo", .key = key}, [&]() -> boost::optional<ObjectInfo> {
+        // Asking for the empty key is how a store with an object for its root would be found.
+        require(key.empty() || key.front() != '/', "bad key: '" + key + "'");
+        const std::lock_guard lock(m_mutex);
+        const auto found = m_objects.find(key);
+        if (found == m_objects.end()) {
+            return boost::none;
+        }
+        return ObjectInfo{key, found->second.bytes->size(), found->second.lastModified};
+    });
+}
+
+void FakeCloudClient::checkObjectName(const std::string& name) {
+    perform({.operation = "checkObjectName", .key = name},
+            [&] { require(!name.empty() && name.find('/') == std::string::npos, "bad name: '" + name + "'"); });
+}
+
+std::vector<ObjectInfo> FakeCloudClient::listObjects(const std::string& prefix, std::string& token,
+                                                     const ListOptions& options) {
+    return perform({.operation = "listObjects", .key = prefix, .detail = token, .options = options}, [&] {
+        require(prefix.empty() || prefix.front() != '/', "bad prefix: '" + prefix + "'");
+        require(options.MaxKeys == -1 || options.MaxKeys > 0, "bad MaxKeys");
+        const std::lock_guard lock(m_mutex);
+        Cursor cursor = takeCursor(prefix, token, options);
+        token.clear();
+        std::vector<ObjectInfo> page;
+        if (cursor.isAtEnd) {
+            return page;
+        }
+        if (m_options.emptyPages && !cursor.wasEmpty) {
+            cursor.wasEmpty = true;
+        } else {
+            const auto limit = options.MaxKeys > 0 ? static_cast<std::size_t>(options.MaxKeys) : SIZE_MAX;
+            page = collect(cursor, std::min(limit, m_options.pageSize));
+            cursor.wasEmpty = false;
+            Cursor ahead = cursor;
+            cursor.isAtEnd = collect(ahead, 1).empty();
+            if (cursor.isAtEnd && !m_options.emptyPages) {
+                return page;
+            }
+        }
+        token = keepCursor(std::move(cursor));
+        return page;
+    });
+}
+
+FakeCloudClient::Cursor FakeCloudClient::takeCursor(const std::string& prefix, const std::string& token,
+                                                    const ListOptions& options) const {
+    if (token.empty()) {
+        return {prefix, options.Delimiter, {}, false, false, false};
+    }
+    const auto found = m_cursors.find(token);
+    require(found != m_cursors.end(), "unknown token: '" + token + "'");
+    require(found->second.prefix == prefix && found->second.delimiter == options.Delimiter,
+            "a token of another listing");
+    return found->second;
+}
+
+std::string FakeCloudClient::keepCursor(Cursor cursor) {
+    auto token = newName("token");
+    m_cursors[token] = std::move(cursor);
+    return token;
+}
+
+// The next entries behind the cursor, which moves behind them.
+std::vector<ObjectInfo> FakeCloudClient::collect(Cursor& cursor, std::size_t limit) const {
+    std::vector<ObjectInfo> entries;
+    const auto& prefix = cursor.prefix;
+    auto at = cursor.after ? m_objects.upper_bound(*cursor.after) : m_objects.lower_bound(prefix);
+    for (; at != m_objects.end() && startsWith(at->first, prefix) && entries.size() < limit; ++at) {
+        if (cursor.isFolded && startsWith(at->first, *cursor.after)) {
+            continue;
+        }
+        const auto mark =
+            cursor.delimiter.empty() ? std::string::npos : at->first.find(cursor.delimiter, prefix.size());
+        cursor.isFolded = mark != std::string::npos;
+        if (cursor.isFolded) {
+            cursor.after = at->first.substr(0, mark + cursor.delimiter.size());
+            const bool isMarker = cursor.after == at->first;
+            entries.push_back({*cursor.after, 0, isMarker ? at->second.lastModified : boost::posix_time::ptime()});
+        } else {
+            cursor.after = at->first;
+            entries.push_back({at->first, at->second.bytes->size(), at->second.lastModified});
+        }
+    }
+    return entries;
+}
+
+void FakeCloudClient::deleteObject(const std::string& key) {
+    perform({.operation = "deleteObject", .key = key}, [&] {
+        requireKey(key);
+        const std::lock_guard lock(m_mutex);
+        if (m_objects.erase(key) == 0) {
+            throw ResourceNotFoundException();
+        }
+    });
+}
+
+void FakeCloudClient::getObject(const std::string& key, std::ostream& sink, std::uint64_t first, std::uint64_t last) {
+    perform({.operation = "getObject", .key = key, .first = first, .last = last}, [&] {
+        requireKey(key);
+        std::unique_lock lock(m_mutex);
+        const auto found = m_objects.find(key);
+        if (found == m_objects.end()) {
+            throw ResourceNotFoundException();
+        }
+        const auto stored = found->second.bytes;
+        lock.unlock();
+        const bool isWhole = first == 0 && last == 0;
+        require(isWhole || (first <= last && last < stored->size()), "range outside the object: " + key);
+        std::string bytes = isWhole ? *stored : stored->substr(first, last - first + 1);
+        if (m_options.onDownload) {
+            m_options.onDownload(bytes);
+        }
+        for (std::size_t at = 0; at < bytes.size(); at += m_options.transferChunkSize) {
+            const auto size = std::min(m_options.transferChunkSize, bytes.size() - at);
+            sink.write(bytes.data() + at, static_cast<std::streamsize>(size));
+        }
+    });
+}
+
+// Takes the next size bytes; what lies behind them stays in the stream.
+std::string FakeCloudClient::receive(std::istream& data, std::uint64_t size) const {
+    require(data.tellg() != std::istream::pos_type(-1), "the data cannot be sent again: not seekable");
+    std::string bytes(size, '\0');
+    data.read(bytes.data(), static_cast<std::streamsize>(size));
+    require(static_cast<std::uint64_t>(data.gcount()) == size, "the data is shorter than its size");
+    return bytes;
+}
+
+void FakeCloudClient::putObject(const std::string& key, std::istream& data, std::uint64_t size) {
+    perform({.operation = "putObject", .key = key, .size = size}, [&] {
+        requireKey(key);
+        require(size == 0 || key.back() != '/', "a folder marker with content: " + key);
+        auto bytes = receive(data, size);
+        const std::lock_guard lock(m_mutex);
+        put(key, std::move(bytes), {});
+    });
+}
+
+std::vector<PartInfo> FakeCloudClient::getObjectParts(const std::string& key) {
+    return perform({.operation = "getObjectParts", .key = key}, [&]() -> std::vector<PartInfo> {
+        requireKey(key);
+        const std::lock_guard lock(m_mutex);
+        const auto found = m_objects.find(key);
+        return found == m_objects.end() ? std::vector<PartInfo>() : found->second.parts;
+    });
+}
+
+std::string FakeCloudClient::startMultipartUpload(const std::string& key, const std::string& lastTag) {
+    return perform({.operation = "startMultipartUpload", .key = key, .detail = lastTag}, [&] {
+        requireKey(key);
+        const std::lock_guard lock(m_mutex);
+        auto id = newName("upload");
+        m_uploads[id].key = key;
+        return id;
+    });
+}
+
+FakeCloudClient::Upload& FakeCloudClient::findUpload(const std::string& key, const std::string& uploadId) {
+    requireKey(key);
+    const auto found = m_uploads.find(uploadId);
+    require(found != m_uploads.end() && found->second.key == key, "no upload '" + uploadId + "' of " + key);
+    return found->second;
+}
+
+std::string FakeCloudClient::addPart(const std::string& key, const std::string& uploadId, const PartInfo& part,
+                                     std::string bytes) {
+    auto& slot = findUpload(key, uploadId).parts[part.Index];
+    slot = {std::move(bytes), newName("tag")};
+    return slot.tag;
+}
+
+std::string FakeCloudClient::uploadPart(const std::string& key, const std::string& uploadId, const PartInfo& part,
+                                        std::istream& data) {
+    return perform({.operation = "uploadPart", .key = key, .detail = uploadId, .part = part}, [&] {
+        std::unique_lock lock(m_mutex);
+        findUpload(key, uploadId);
+        lock.unlock();
+        require(part.Size > 0, "an empty part of " + key);
+        auto bytes = receive(data, part.Size);
+        require(data.peek() == std::istream::traits_type::eof(), "the data is longer than its part");
+        lock.lock();
+        return addPart(key, uploadId, part, std::move(bytes));
+    });
+}
+
+std::string FakeCloudClient::copyPart(const std::string& key, const std::string& uploadId, const PartInfo& part) {
+    return perform({.operation = "copyPart", .key = key, .detail = uploadId, .part = part}, [&] {
+        const std::lock_guard lock(m_mutex);
+        findUpload(key, uploadId);
+        const auto found = m_objects.find(key);
+        require(found != m_objects.end(), "no object to copy a part from: " + key);
+        const auto& bytes = *found->second.bytes;
+        require(part.Size > 0 && part.Offset < bytes.size() && part.Size <= bytes.size() - part.Offset,
+                "range outside the object: " + key);
+        return addPart(key, uploadId, part, bytes.substr(part.Offset, part.Size));
+    });
+}
+
+void FakeCloudClient::abortMultipartUpload(const std::string& key, const std::string& uploadId) {
+    perform({.operation = "abortMultipartUpload", .key = key, .detail = uploadId}, [&] {
+        const std::lock_guard lock(m_mutex);
+        findUpload(key, uploadId);
+        m_uploads.erase(uploadId);
+    });
+}
+
+void FakeCloudClient::checkParts(const Upload& upload, const std::vector<PartInfo>& parts) const {
+    require(!parts.empty(), "no parts for " + upload.key);
+    std::uint64_t offset = 0;
+    const PartInfo* previous = nullptr;
+    for (const auto& part : parts) {
+        const auto text = " of part " + std::to_string(part.Index) + " of " + upload.key;
+        require(previous == nullptr || previous->Index < part.Index, "wrong order" + text);
+        const auto sent = upload.parts.find(part.Index);
+        require(sent != upload.parts.end(), "no data" + text);
+        require(sent->second.tag == part.Tag, "wrong tag" + text);
+        require(sent->second.bytes.size() == part.Size, "wrong size" + text);
+        require(part.Offset == offset, "wrong offset" + text);
+        offset += part.Size;
+        previous = &part;
+    }
+}
+
+void FakeCloudClient::completeMultipartUpload(const std::string& key, const std::string& uploadId,
+                                              const std::vector<PartInfo>& parts) {
+    perform({.operation = "completeMultipartUpload", .key = key, .detail = uploadId, .parts = parts}, [&] {
+        const std::lock_guard lock(m_mutex);
+        const auto& upload = findUpload(key, uploadId);
+        checkParts(upload, parts);
+        std::string bytes;
+        for (const auto& part : parts) {
+            bytes += upload.parts.at(part.Index).bytes;
+        }
+        put(key, std::move(bytes), parts);
+        m_uploads.erase(uploadId);
+    });
+}
+
+// Each object gets a time of its own, a second later than the one before.
+void FakeCloudClient::put(const std::string& key, std::string bytes, std::vector<PartInfo> parts) {
+    static const boost::posix_time::ptime kStart(boost::gregorian::date(2020, 1, 1));
+    const auto time = kStart + boost::posix_time::seconds(static_cast<std::int64_t>(++m_lastNumber));
+    m_objects[key] = {std::make_shared<const std::string>(std::move(bytes)), time, std::move(parts)};
+}
+
+std::string FakeCloudClient::newName(const std::string& kind) {
+    return kind + '-' + std::to_string(++m_lastNumber);
+}
+
+}  // namespace storage::cloudprovider::test

@@ -1,0 +1,117 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "CallControl.hpp"
+
+#include <storage/cloudprovider/CloudClient.hpp>
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace storage::cloudprovider::test {
+
+/// An object store in memory that takes less from its callers than any real one.
+///
+/// A call that breaks the contract throws std::logic_error, and is remembered: see violations. No lock is
+/// held while the caller's streams are used. Threads: any.
+class FakeCloudClient : public CloudClient, public CallControl {
+public:
+    struct Options {
+        std::size_t pageSize = 1000;         ///< most entries of a page
+        bool emptyPages = false;             ///< an empty page before each page and after the last one
+        std::size_t transferChunkSize = 97;  ///< bytes handed to a sink at once
+        /// Called with what getObject is about to deliver, to shorten or lengthen it, or to throw.
+        std::function<void(std::string& bytes)> onDownload;
+    };
+
+    FakeCloudClient();
+    explicit FakeCloudClient(Options options);
+    ~FakeCloudClient() override;
+
+    /// Store an object as putObject would, or as an upload of parts of these sizes would. No call, no checks.
+    void store(const std::string& key, std::string bytes);
+    void storeParts(const std::string& key, std::string bytes, const std::vector<std::uint64_t>& partSizes);
+    /// Let getObjectParts tell this of an object that is stored, true or not.
+    void reportParts(const std::string& key, std::vector<PartInfo> parts);
+
+    /// What is stored; nothing when there is no such object.
+    std::optional<std::string> content(const std::string& key) const;
+    /// Every key, in the order of the bytes.
+    std::vector<std::string> keys() const;
+    /// Uploads that were started and neither completed nor aborted.
+    std::size_t openUploads() const;
+    /// The breaches of the contract so far, one text each. A test that expects none asserts that.
+    std::vector<std::string> violations() const;
+
+    boost::optional<ObjectInfo> getObjectInfo(const std::string& key) override;
+    void checkObjectName(const std::string& name) override;
+    std::vector<ObjectInfo> listObjects(const std::string& prefix, std::string& token,
+                                        const ListOptions& options) override;
+    void deleteObject(const std::string& key) override;
+    void getObject(const std::string& key, std::ostream& sink, std::uint64_t first, std::uint64_t last) override;
+    void putObject(const std::string& key, std::istream& data, std::uint64_t size) override;
+    std::vector<PartInfo> getObjectParts(const std::string& key) override;
+    std::string startMultipartUpload(const std::string& key, const std::string& lastTag) override;
+    std::string uploadPart(const std::string& key, const std::string& uploadId, const PartInfo& part,
+                           std::istream& data) override;
+    std::string copyPart(const std::string& key, const std::string& uploadId, const PartInfo& part) override;
+    void abortMultipartUpload(const std::string& key, const std::string& uploadId) override;
+    void completeMultipartUpload(const std::string& key, const std::string& uploadId,
+                                 const std::vector<PartInfo>& parts) override;
+
+private:
+    struct Object {
+        std::shared_ptr<const std::string> bytes;  // shared with downloads under way
+        boost::posix_time::ptime lastModified;
+        std::vector<PartInfo> parts;  // empty when stored whole
+    };
+    struct UploadedPart {
+        std::string bytes;
+        std::string tag;
+    };
+    struct Upload {
+        std::string key;
+        std::map<std::uint64_t, UploadedPart> parts;
+    };
+    struct Cursor {  // where a listing goes on
+        std::string prefix;
+        std::string delimiter;
+        std::optional<std::string> after;  // the last key or common prefix delivered
+        bool isFolded = false;             // after is a common prefix
+        bool isAtEnd = false;              // only the empty last page is left
+        bool wasEmpty = false;             // the empty page before this one was delivered
+    };
+    [[noreturn]] void violate(const std::string& text) const;
+    void require(bool condition, const std::string& text) const;
+    void requireKey(const std::string& key) const;
+    std::string receive(std::istream& data, std::uint64_t size) const;
+    Upload& findUpload(const std::string& key, const std::string& uploadId);
+    std::string addPart(const std::string& key, const std::string& uploadId, const PartInfo& part, std::string bytes);
+    void checkParts(const Upload& upload, const std::vector<PartInfo>& parts) const;
+    void put(const std::string& key, std::string bytes, std::vector<PartInfo> parts);
+    std::string newName(const std::string& kind);
+    std::string keepCursor(Cursor cursor);
+    Cursor takeCursor(const std::string& prefix, const std::string& token, const ListOptions& options) const;
+    std::vector<ObjectInfo> collect(Cursor& cursor, std::size_t limit) const;
+
+    const Options m_options;
+
+    // Guards all below but the violations. Never held while a caller's stream is used.
+    mutable std::mutex m_mutex;
+    std::map<std::string, Object> m_objects;
+    std::map<std::string, Upload> m_uploads;
+    std::map<std::string, Cursor> m_cursors;  // by token; kept, for a token may be used again
+    std::uint64_t m_lastNumber = 0;           // of tags, upload ids, tokens and seconds
+
+    mutable std::mutex m_violationsMutex;  // guards m_violations; taken last
+    mutable std::vector<std::string> m_violations;
+};
+
+}  // namespace storage::cloudprovider::test
