@@ -6,22 +6,32 @@
 #include "RecursiveCloudEntryIterator.hpp"
 #include "Trace.hpp"
 #include "getResolvedIRI.hpp"
+#include "interrupt.hpp"
 #include "translateException.hpp"
 
 #include <storage/cloudprovider/CloudException.hpp>
 #include <storage/cloudprovider/utils.hpp>
 
+#include <algorithm>
+#include <iterator>
+#include <sstream>
 #include <utility>
 
 namespace storage::cloudprovider {
 
 using foundation::storage::provider::ByteStream;
+using foundation::storage::provider::ByteStreamFailure;
 using foundation::storage::provider::ByteStreamOpenOptions;
+using foundation::storage::provider::ByteStreamReadFailure;
+using foundation::storage::provider::ErrorCode;
+using foundation::storage::provider::Exception;
+using foundation::storage::provider::ExceptionContext;
 using foundation::storage::provider::Feature;
 using foundation::storage::provider::FileAttributes;
 using foundation::storage::provider::FolderAttributes;
 using foundation::storage::provider::IFolderEntryIterator;
 using foundation::storage::provider::IProvider;
+using foundation::storage::provider::ReplacementPolicy;
 using foundation::storage::provider::StorageIRI;
 
 namespace {
@@ -41,6 +51,21 @@ void failIfRoot(const StorageIRI& resolved) {
     }
 }
 
+// For operations whose failures are not translated as a whole.
+StorageIRI resolvedForHost(const StorageIRI& iri) {
+    return translatingErrors(iri, [&] { return getResolvedIRI(iri); });
+}
+
+// A store that answers with somebody else's keys must not have them deleted.
+void failIfNotBelow(const std::string& prefix, const std::vector<ObjectInfo>& items) {
+    const bool areAllBelow = std::all_of(items.begin(), items.end(), [&](const ObjectInfo& item) {
+        return item.Key.compare(0, prefix.size(), prefix) == 0;
+    });
+    if (!areAllBelow) {
+        throw UnknownErrorException(ExceptionContext("the store listed keys that do not begin with " + prefix));
+    }
+}
+
 }  // namespace
 
 std::shared_ptr<IProvider> buildCloudProvider(std::shared_ptr<CloudClient> client, FolderPolicy policy,
@@ -52,6 +77,41 @@ CloudProvider::CloudProvider(std::shared_ptr<CloudClient> client, FolderPolicy f
     : m_client(std::move(client)), m_folderPolicy(folderPolicy), m_checkFolderOnCopy(checkFolderOnCopy) {}
 
 CloudProvider::~CloudProvider() = default;
+
+void CloudProvider::doCreateFile(const StorageIRI& iri) const {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri);
+    translatingErrors(iri, [&] {
+        const auto key = keyOf(iri);
+        if (key.empty() || m_client->getObjectInfo(key)) {
+            throw ResourceAlreadyExistsException();
+        }
+        putEmptyObject(key);
+    });
+}
+
+void CloudProvider::doCreateFolder(const StorageIRI& iri) const {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri);
+    translatingErrors(iri, [&] {
+        if (m_folderPolicy != FolderPolicy::MarkerObjects) {
+            throw UnsupportedOperationException();
+        }
+        const auto resolved = getResolvedIRI(iri);
+        if (!resolved.hasParent()) {
+            throw ResourceAlreadyExistsException();
+        }
+        if (!doFolderExists(resolved.getParent())) {
+            throw ResourceNotFoundException();
+        }
+        const auto key = utils::iriToKey(resolved);
+        const auto marker = utils::ensureTrailingSlash(key);
+        if (m_client->getObjectInfo(key) || m_client->getObjectInfo(marker)) {
+            throw ResourceAlreadyExistsException();
+        }
+        putEmptyObject(marker);
+    });
+}
 
 bool CloudProvider::doFileExists(const StorageIRI& iri) const {
     CLOUDPROVIDER_TRACE_FUNCTION();
@@ -66,6 +126,89 @@ bool CloudProvider::doFolderExists(const StorageIRI& iri) const {
     CLOUDPROVIDER_TRACE_FUNCTION();
     CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri);
     return translatingErrors(iri, [&] { return isPrefixInUse(folderPrefixOf(iri)); });
+}
+
+void CloudProvider::doRemoveFile(const StorageIRI& iri) const {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri);
+    translatingErrors(iri, [&] {
+        const auto resolved = getResolvedIRI(iri);
+        failIfRoot(resolved);
+        failIfOpen(resolved);
+        m_client->deleteObject(utils::iriToKey(resolved));
+    });
+}
+
+// The source is removed before the destination is closed, which is what stores it: a failure of that comes when the
+// source has gone.
+void CloudProvider::doMoveFile(const StorageIRI& source, const StorageIRI& destination,
+                               const ReplacementPolicy& policy) const {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    CLOUDPROVIDER_TRACE_ARGUMENTS(" old_iri=", source);
+    const auto from = resolvedForHost(source);
+    const auto to = resolvedForHost(destination);
+    auto& openFiles = OpenFileManager::instance();
+    if (openFiles.isOpen(from, m_client)) {
+        throw Exception(ErrorCode::InUse, from);
+    }
+    if (policy != ReplacementPolicy::Fail && policy != ReplacementPolicy::Replace) {
+        throw Exception(ErrorCode::Unsupported, from);
+    }
+    if ((policy == ReplacementPolicy::Fail && doFileExists(to)) || doFolderExists(to)) {
+        throw Exception(ErrorCode::AlreadyExists, to);
+    }
+    if (isSameFile(from, to)) {
+        return;
+    }
+    auto transfer = openTransfer(from, to);
+    ScopeGuard guard([&transfer] { transfer.closeBoth(); });
+    try {
+        transfer.copyAllBytes();
+    } catch (const foundation::OperationInterrupted&) {
+        translateException(from);
+    }
+    doRemoveFile(from);
+    guard.run();
+}
+
+void CloudProvider::doRemoveFolder(const StorageIRI& iri) const {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri);
+    translatingErrors(iri, [&] {
+        const auto items = listAllObjects(iri, {utils::separator()});
+        if (items.empty()) {
+            throw ResourceNotFoundException();
+        }
+        const bool isOnlyMarker = items.size() == 1 && items.front().Key == folderPrefixOf(iri);
+        if (m_folderPolicy != FolderPolicy::MarkerObjects || !isOnlyMarker) {
+            throw FolderNotEmptyException();
+        }
+        m_client->deleteObject(items.front().Key);
+    });
+}
+
+void CloudProvider::doRemoveFolderRecursively(const StorageIRI& iri) const {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri);
+    translatingErrors(iri, [&] {
+        const auto resolved = getResolvedIRI(iri);
+        const auto items = listAllObjects(iri, {});
+        if (items.empty()) {
+            throw ResourceNotFoundException();
+        }
+        failIfNotBelow(folderPrefixOf(iri), items);
+        for (const auto& item : items) {
+            failIfOpen(resolved);
+            m_client->deleteObject(item.Key);
+        }
+    });
+}
+
+void CloudProvider::doMoveFolder(const StorageIRI& source, const StorageIRI& /*destination*/,
+                                 const ReplacementPolicy& /*policy*/) const {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    CLOUDPROVIDER_TRACE_ARGUMENTS(" old_iri=", source);
+    throw Exception(ErrorCode::Unsupported, source);
 }
 
 FileAttributes CloudProvider::doGetFileAttributes(const StorageIRI& iri) const {
@@ -147,6 +290,48 @@ std::unique_ptr<IFolderEntryIterator> CloudProvider::doListAllRecursive(const St
         iri, [&] { return std::make_unique<RecursiveCloudEntryIterator>(getResolvedIRI(iri), m_client); });
 }
 
+// A copy that fails leaves the destination as it was.
+void CloudProvider::doCopyFile(const StorageIRI& source, const StorageIRI& destination,
+                               const ReplacementPolicy& policy) const {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", source, " new_iri=", destination);
+    translatingErrors(source, [&] {
+        constexpr std::uint32_t kIgnoredPolicyBit = 4;
+        const bool replaces = (static_cast<std::uint32_t>(policy) & ~kIgnoredPolicyBit) != 0;
+        if ((!replaces && doFileExists(destination)) || (m_checkFolderOnCopy && doFolderExists(destination))) {
+            throw Exception(ErrorCode::AlreadyExists, destination);
+        }
+        const auto from = resolvedForHost(source);
+        const auto to = resolvedForHost(destination);
+        if (isSameFile(from, to)) {
+            return;
+        }
+        auto transfer = openTransfer(from, to);
+        try {
+            transfer.copyAllBytes();
+            transfer.closeBoth();
+        } catch (const ByteStreamReadFailure& failure) {
+            transfer.giveUp();
+            throw Exception(failure.getErrorCode(), source, failure.getContext());
+        } catch (const ByteStreamFailure& failure) {
+            transfer.giveUp();
+            throw Exception(failure.getErrorCode(), destination, failure.getContext());
+        }
+    });
+}
+
+void CloudProvider::doSetLastModified(const StorageIRI& iri, const boost::posix_time::ptime& /*time*/) const {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri);
+    throw Exception(ErrorCode::Unsupported, iri);
+}
+
+void CloudProvider::doSetWritable(const StorageIRI& iri, bool /*writable*/) const {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri);
+    throw Exception(ErrorCode::Unsupported, iri);
+}
+
 bool CloudProvider::doSupportsFeature(const Feature& feature) const {
     CLOUDPROVIDER_TRACE_FUNCTION();
     return feature == Feature::ReadStreams || feature == Feature::WriteStreams;
@@ -165,6 +350,54 @@ bool CloudProvider::isPrefixInUse(const std::string& prefix) const {
         isEmpty = m_client->listObjects(prefix, token, ListOptions{"", 1}).empty();
     } while (isEmpty && !token.empty());
     return prefix.empty() || !isEmpty;
+}
+
+std::vector<ObjectInfo> CloudProvider::listAllObjects(const StorageIRI& iri, const std::string& delimiter) const {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri);
+    const auto prefix = folderPrefixOf(iri);
+    std::vector<ObjectInfo> items;
+    std::string token;
+    do {
+        auto page = m_client->listObjects(prefix, token, ListOptions{delimiter, -1});
+        items.insert(items.end(), std::make_move_iterator(page.begin()), std::make_move_iterator(page.end()));
+        throwIfInterrupted();
+    } while (!token.empty());
+    return items;
+}
+
+void CloudProvider::putEmptyObject(const std::string& key) const {
+    std::stringstream nothing;
+    m_client->putObject(key, nothing, 0);
+}
+
+void CloudProvider::failIfOpen(const StorageIRI& resolved) const {
+    if (OpenFileManager::instance().isOpen(resolved, m_client)) {
+        throw ResourceInUseException();
+    }
+}
+
+// The source first: a missing one leaves the destination as it was. A destination that is open elsewhere would share
+// its content with the stream opened here instead of being replaced.
+FileTransfer CloudProvider::openTransfer(const StorageIRI& source, const StorageIRI& destination) const {
+    if (OpenFileManager::instance().isOpen(destination, m_client)) {
+        throw Exception(ErrorCode::InUse, destination);
+    }
+    auto sourceStream = doOpenReadOnlyStream(source);
+    auto destinationStream = doOpenStream(
+        destination, {ByteStreamOpenOptions::Access::WriteOnly, ByteStreamOpenOptions::ExistingContent::Discard,
+                      ByteStreamOpenOptions::Presence::Optional, ByteStreamOpenOptions::WriteMode::Positioned});
+    return {std::move(sourceStream), std::move(destinationStream)};
+}
+
+bool CloudProvider::isSameFile(const StorageIRI& source, const StorageIRI& destination) const {
+    if (utils::iriToKey(source) != utils::iriToKey(destination)) {
+        return false;
+    }
+    if (!doFileExists(source)) {
+        throw Exception(ErrorCode::NotFound, source);
+    }
+    return true;
 }
 
 }  // namespace storage::cloudprovider

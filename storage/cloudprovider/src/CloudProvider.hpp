@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "FileTransfer.hpp"
 #include "FlatCloudEntryIterator.hpp"
 
 #include <storage/cloudprovider/buildCloudProvider.hpp>
 
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace storage::cloudprovider {
 
@@ -24,11 +26,21 @@ private:
     using ByteStreamOpenOptions = foundation::storage::provider::ByteStreamOpenOptions;
     using FileAttributes = foundation::storage::provider::FileAttributes;
     using FolderAttributes = foundation::storage::provider::FolderAttributes;
+    using ReplacementPolicy = foundation::storage::provider::ReplacementPolicy;
     using IFolderEntryIterator = foundation::storage::provider::IFolderEntryIterator;
 
     // Overrides, in IProvider's order.
+    void doCreateFile(const StorageIRI& iri) const override;
+    void doCreateFolder(const StorageIRI& iri) const override;
     bool doFileExists(const StorageIRI& iri) const override;
     bool doFolderExists(const StorageIRI& iri) const override;
+    void doRemoveFile(const StorageIRI& iri) const override;
+    void doMoveFile(const StorageIRI& source, const StorageIRI& destination,
+                    const ReplacementPolicy& policy) const override;
+    void doRemoveFolder(const StorageIRI& iri) const override;
+    void doRemoveFolderRecursively(const StorageIRI& iri) const override;
+    void doMoveFolder(const StorageIRI& source, const StorageIRI& destination,
+                      const ReplacementPolicy& policy) const override;
     FileAttributes doGetFileAttributes(const StorageIRI& iri) const override;
     FolderAttributes doGetFolderAttributes(const StorageIRI& iri) const override;
     std::unique_ptr<ByteStream> doOpenStream(const StorageIRI& iri,
@@ -38,12 +50,26 @@ private:
     std::unique_ptr<IFolderEntryIterator> doListFiles(const StorageIRI& iri) const override;
     std::unique_ptr<IFolderEntryIterator> doListFolders(const StorageIRI& iri) const override;
     std::unique_ptr<IFolderEntryIterator> doListAllRecursive(const StorageIRI& iri) const override;
+    void doCopyFile(const StorageIRI& source, const StorageIRI& destination,
+                    const ReplacementPolicy& policy) const override;
+    void doSetLastModified(const StorageIRI& iri, const boost::posix_time::ptime& time) const override;
+    void doSetWritable(const StorageIRI& iri, bool writable) const override;
     bool doSupportsFeature(const foundation::storage::provider::Feature& feature) const override;
 
     std::unique_ptr<IFolderEntryIterator> listFlat(const StorageIRI& iri, FlatCloudEntryIterator::Filter filter) const;
 
     // Whether anything lies at or below a folder's prefix; the root's always does.
     bool isPrefixInUse(const std::string& prefix) const;
+
+    // Everything at or below a folder's prefix, folded at the delimiter, all pages.
+    std::vector<ObjectInfo> listAllObjects(const StorageIRI& iri, const std::string& delimiter) const;
+
+    void putEmptyObject(const std::string& key) const;
+    void failIfOpen(const StorageIRI& resolved) const;
+    FileTransfer openTransfer(const StorageIRI& source, const StorageIRI& destination) const;
+
+    // Whether both name one existing file, so that there is nothing to transfer. An absent one is not found.
+    bool isSameFile(const StorageIRI& source, const StorageIRI& destination) const;
 
     const std::shared_ptr<CloudClient> m_client;
     const FolderPolicy m_folderPolicy;

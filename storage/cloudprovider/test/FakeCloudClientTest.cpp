@@ -23,8 +23,7 @@ ClientUnderTest fake(const std::string& name, const Options& options) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Fake, ClientConformance,
-                         ::testing::Values(fake("Plain", {}), fake("TinyEmptyPages", {2, true, 1, {}})),
-                         clientName);
+                         ::testing::Values(fake("Plain", {}), fake("TinyEmptyPages", {2, true, 1, {}})), clientName);
 
 TEST(FakeCloudClientTest, RemembersEachBreachOfTheContract) {
     FakeCloudClient client;

@@ -71,8 +71,7 @@ TEST(KeyTest, ResolvingKeepsTheKeyAndIsDoneOnce) {
             const StorageIRI iri(scheme + path);
             const auto resolved = getResolvedIRI(iri);
             auto key = utils::iriToKey(iri);
-            const bool isClean =
-                iri.getPath() == u'/' + foundation::toUtf16(key) && (key.empty() || key.back() != '/');
+            const bool isClean = iri.getPath() == u'/' + foundation::toUtf16(key) && (key.empty() || key.back() != '/');
             if (utils::hasTrailingSlash(key)) {
                 key.pop_back();
             }

@@ -39,9 +39,7 @@ struct Listed {
     Listed(const Listed&) = delete;
     Listed& operator=(const Listed&) = delete;
 
-    boost::posix_time::ptime timeOf(const std::string& key) const {
-        return client->getObjectInfo(key)->LastModified;
-    }
+    boost::posix_time::ptime timeOf(const std::string& key) const { return client->getObjectInfo(key)->LastModified; }
 
     std::shared_ptr<FakeCloudClient> client;
     std::shared_ptr<IProvider> provider;
@@ -70,8 +68,8 @@ StorageIRI iri(const char16_t* path) {
 }
 
 void expectNotFound(const IProvider& provider, const StorageIRI& folder) {
-    for (const auto list : {&IProvider::listAll, &IProvider::listFiles, &IProvider::listFolders,
-                            &IProvider::listAllRecursive}) {
+    for (const auto list :
+         {&IProvider::listAll, &IProvider::listFiles, &IProvider::listFolders, &IProvider::listAllRecursive}) {
         try {
             (provider.*list)(folder);
             ADD_FAILURE() << folder;
@@ -123,8 +121,7 @@ TEST(ListingTest, AFolderExistsByItsMarkerOrByWhatItHolds) {
         expectNotFound(*store.provider, iri(u"/file"));
         expectNotFound(*store.provider, iri(u"/fold"));
         expectNotFound(*Listed({}, paging).provider, iri(u"/"));
-        EXPECT_EQ(rest(Listed({""}, paging).provider->listAll(iri(u"/"))), Names())
-            << "an object stands for the root";
+        EXPECT_EQ(rest(Listed({""}, paging).provider->listAll(iri(u"/"))), Names()) << "an object stands for the root";
     }
 }
 
@@ -162,8 +159,7 @@ TEST(ListingTest, AFolderIsShownOnceRightBeforeWhatRevealsIt) {
 
 TEST(ListingTest, AwkwardKeysAreShownAsWellAsTheyCanBe) {
     const Listed store({"d//x", "d/\xFF/y", "d/\xFFz", "d/\xC3\xBC"});
-    EXPECT_EQ(rest(store.provider->listAll(iri(u"/d"))),
-              (Names{"\xC3\xBC", "\xEF\xBF\xBD/", "\xEF\xBF\xBDz"}));
+    EXPECT_EQ(rest(store.provider->listAll(iri(u"/d"))), (Names{"\xC3\xBC", "\xEF\xBF\xBD/", "\xEF\xBF\xBDz"}));
     const auto all = rest(store.provider->listAllRecursive(iri(u"/d")));
     EXPECT_EQ(std::count(all.begin(), all.end(), "/"), 0) << "an entry without a name";
 }
@@ -222,8 +218,7 @@ public:
 };
 
 TEST(ListingTest, APageIsTakenWholeOrNotAtAll) {
-    const auto provider =
-        buildCloudProvider(std::make_shared<StrayClient>(), FolderPolicy::MarkerObjects, false);
+    const auto provider = buildCloudProvider(std::make_shared<StrayClient>(), FolderPolicy::MarkerObjects, false);
     for (const auto list : {&IProvider::listAll, &IProvider::listAllRecursive}) {
         const auto entries = (*provider.*list)(iri(u"/d"));
         EXPECT_THROW(entries->next(), Exception);

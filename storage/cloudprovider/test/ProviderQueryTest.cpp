@@ -99,8 +99,7 @@ TEST_F(ProviderQueryTest, TellsFilesFromFolders) {
 
 TEST_F(ProviderQueryTest, TheRootAsAFileNeedsNoCall) {
     EXPECT_FALSE(provider()->fileExists(StorageIRI(u"/")));
-    expectFailure(ErrorCode::NotFound, StorageIRI(u"/."),
-                  [&] { provider()->getFileAttributes(StorageIRI(u"/.")); });
+    expectFailure(ErrorCode::NotFound, StorageIRI(u"/."), [&] { provider()->getFileAttributes(StorageIRI(u"/.")); });
     EXPECT_EQ(m_client->callCount(), 0U);
 }
 
@@ -112,14 +111,12 @@ TEST_F(ProviderQueryTest, AttributesComeFromTheObjects) {
     const auto marked = provider()->getFolderAttributes(StorageIRI(u"/marked"));
     EXPECT_EQ(marked.getLastModified(), m_client->getObjectInfo("marked/")->LastModified);
     EXPECT_TRUE(marked.isWritable());
-    EXPECT_TRUE(
-        provider()->getFolderAttributes(StorageIRI(u"/implied")).getLastModified().is_not_a_date_time());
+    EXPECT_TRUE(provider()->getFolderAttributes(StorageIRI(u"/implied")).getLastModified().is_not_a_date_time());
     EXPECT_TRUE(provider()->getFolderAttributes(StorageIRI(u"/")).getLastModified().is_not_a_date_time());
 }
 
 TEST_F(ProviderQueryTest, ImplicitFoldersAreNeverAskedForAMarker) {
-    const auto attributes =
-        provider(FolderPolicy::ImplicitFolders)->getFolderAttributes(StorageIRI(u"/marked"));
+    const auto attributes = provider(FolderPolicy::ImplicitFolders)->getFolderAttributes(StorageIRI(u"/marked"));
     EXPECT_TRUE(attributes.getLastModified().is_not_a_date_time());
     EXPECT_EQ(m_client->count("getObjectInfo"), 0U);
     for (const auto& call : m_client->calls()) {

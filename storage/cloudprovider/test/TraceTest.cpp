@@ -109,10 +109,9 @@ TEST_F(TraceTest, SeveritiesAreChosenByTheMask) {
     }
     trace::logger().setMask(trace::kExit);  // a function that was not recorded at entry is not at exit
     outer(false);
-    expectRecords(m_backend->m_records,
-                  {{"0 2  fails=false", ""},
-                   {"0 10 Exception caught: broken", ""},
-                   {"0 10 Exception caught: No diagnostic information available.", ""}});
+    expectRecords(m_backend->m_records, {{"0 2  fails=false", ""},
+                                         {"0 10 Exception caught: broken", ""},
+                                         {"0 10 Exception caught: No diagnostic information available.", ""}});
 }
 
 struct Unprintable {};

@@ -1,0 +1,92 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "FileTransfer.hpp"
+
+#include "Trace.hpp"
+#include "interrupt.hpp"
+#include "translateException.hpp"
+
+#include <foundation/services/InterruptState.hpp>
+#include <storage/cloudprovider/abandonStream.hpp>
+
+#include <array>
+#include <exception>
+#include <utility>
+
+namespace storage::cloudprovider {
+
+using foundation::storage::provider::ByteStreamWriteFailure;
+using foundation::storage::provider::ErrorCode;
+using foundation::storage::provider::ExceptionContext;
+
+namespace {
+
+constexpr std::size_t kChunkSize = 4096;
+
+}  // namespace
+
+ScopeGuard::ScopeGuard(std::function<void()> action) : m_action(std::move(action)) {}
+
+ScopeGuard::~ScopeGuard() {
+    try {
+        run();
+    } catch (...) {
+        traceCaughtException();
+    }
+}
+
+void ScopeGuard::run() {
+    if (const auto action = std::exchange(m_action, nullptr)) {
+        action();
+    }
+}
+
+FileTransfer::FileTransfer(std::unique_ptr<ByteStream> source, std::unique_ptr<ByteStream> destination)
+    : m_destinationStream(std::move(destination)), m_source(std::move(source)), m_destination(m_destinationStream) {}
+
+// Not boost::iostreams::copy: it closes both ends, and goes on after a short write.
+void FileTransfer::copyAllBytes() {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    std::array<char, kChunkSize> chunk{};
+    try {
+        for (auto count = m_source.read(chunk.data(), chunk.size()); count > 0;
+             count = m_source.read(chunk.data(), chunk.size())) {
+            if (m_destination.write(chunk.data(), count) != count) {
+                throw ByteStreamWriteFailure(ErrorCode::Unknown,
+                                             ExceptionContext("the destination took fewer bytes than it was given"));
+            }
+            throwIfInterrupted();
+        }
+    } catch (const foundation::OperationInterrupted&) {
+        giveUp();  // the user wants no file, least of all half of one
+        throw;
+    }
+    m_source.close();
+}
+
+void FileTransfer::closeBoth() {
+    std::exception_ptr failure;
+    for (auto* const device : {&m_source, &m_destination}) {
+        try {
+            device->close();
+        } catch (...) {
+            traceCaughtException();
+            failure = std::current_exception();
+        }
+    }
+    if (failure) {
+        std::rethrow_exception(failure);
+    }
+}
+
+void FileTransfer::giveUp() noexcept {
+    try {
+        if (!abandonStream(*m_destinationStream)) {
+            m_destination.close();
+        }
+        m_source.close();
+    } catch (...) {
+        traceCaughtException();
+    }
+}
+
+}  // namespace storage::cloudprovider

@@ -1,0 +1,51 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <foundation/storage/provider/ByteStream.hpp>
+
+#include <functional>
+#include <memory>
+
+namespace storage::cloudprovider {
+
+/// Runs an action once: when told to, where its failure is thrown, else on destruction, where it is traced.
+class ScopeGuard {
+public:
+    explicit ScopeGuard(std::function<void()> action);
+    ScopeGuard(const ScopeGuard&) = delete;
+    ScopeGuard& operator=(const ScopeGuard&) = delete;
+    ~ScopeGuard();
+
+    void run();
+
+private:
+    std::function<void()> m_action;  // empty when it was run
+};
+
+/// The bytes of one open file on their way to another. One thread.
+class FileTransfer {
+public:
+    using ByteStream = foundation::storage::provider::ByteStream;
+
+    FileTransfer(std::unique_ptr<ByteStream> source, std::unique_ptr<ByteStream> destination);
+
+    /// Copy every byte, then close the source, and only that.
+    ///
+    /// Errors   ByteStreamReadFailure; ByteStreamWriteFailure, also when the destination takes less than it was given;
+    ///          ByteStreamCloseFailure of the source; OperationInterrupted, after the destination was given up.
+    void copyAllBytes();
+
+    /// Close the source, then, whatever became of that, the destination, which stores it. The destination's failure
+    /// wins. Closing again does nothing.
+    void closeBoth();
+
+    /// Close the source, and the destination without storing it.
+    void giveUp() noexcept;
+
+private:
+    const std::shared_ptr<ByteStream> m_destinationStream;
+    foundation::storage::provider::GenericByteStreamDevice m_source;
+    foundation::storage::provider::GenericByteStreamDevice m_destination;
+};
+
+}  // namespace storage::cloudprovider
