@@ -12,8 +12,9 @@ std::vector<DownloadedPartCache::Part> DownloadedPartCache::add(const Part& part
         m_entries.splice(m_entries.end(), m_entries, known->second);
         return evicted;
     }
-    m_entries.push_back(part);
-    m_positions.emplace(part.get(), std::prev(m_entries.end()));
+    Entries added{part};
+    m_positions.emplace(part.get(), added.begin());
+    m_entries.splice(m_entries.end(), added);
     m_total += part->capacity();
     while (m_total > m_limit) {
         evicted.push_back(m_entries.front());

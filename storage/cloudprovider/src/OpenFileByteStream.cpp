@@ -34,6 +34,22 @@ namespace detail {
 
 namespace {
 
+// Puts a position back unless it is told to keep it: the caller of an operation that failed half-way does not know how
+// far it got, and will try all of it again.
+class PositionGuard {
+public:
+    explicit PositionGuard(std::uint64_t& position) : m_position(position), m_former(position) {}
+    PositionGuard(const PositionGuard&) = delete;
+    PositionGuard& operator=(const PositionGuard&) = delete;
+    ~PositionGuard() { m_position = m_former; }
+
+    void keep() noexcept { m_former = m_position; }
+
+private:
+    std::uint64_t& m_position;
+    std::uint64_t m_former;
+};
+
 template <typename Failure>
 void failIfClosed(const std::shared_ptr<OpenPartManager>& partManager) {
     if (!partManager) {
@@ -64,7 +80,7 @@ bool OpenFileByteStream::abandon() {
             return false;
         }
         m_device.reset();
-        std::exchange(m_partManager, nullptr)->unregisterByteStream();
+        std::exchange(m_partManager, nullptr)->unregisterByteStream(false);
     }
     return true;
 }
@@ -76,6 +92,7 @@ std::int64_t OpenFileByteStream::doRead(char* buffer, std::int64_t count) {
     failIfClosed<ByteStreamReadFailure>(m_partManager);
     giveInvalidDeviceBack();
 
+    PositionGuard position(m_fileOffset);
     std::uint64_t total = 0;
     bool isFreshDevice = false;
     while (!m_isAtEnd && total < wanted) {
@@ -92,6 +109,7 @@ std::int64_t OpenFileByteStream::doRead(char* buffer, std::int64_t count) {
             m_isAtEnd = isFreshDevice && copied == 0;
         }
     }
+    position.keep();
     const std::int64_t bytesRead = m_isAtEnd && total == 0 ? -1 : static_cast<std::int64_t>(total);
     CLOUDPROVIDER_TRACE_ARGUMENTS("bytesRead", '=', bytesRead);
     return bytesRead;
@@ -105,6 +123,7 @@ std::int64_t OpenFileByteStream::doWrite(const char* data, std::int64_t count) {
     giveInvalidDeviceBack();
     m_partManager->rerunFailedUploads();
 
+    PositionGuard position(m_fileOffset);
     std::uint64_t total = 0;
     while (!m_isAtEnd && total < wanted) {
         if (!m_device) {
@@ -117,6 +136,7 @@ std::int64_t OpenFileByteStream::doWrite(const char* data, std::int64_t count) {
             giveDeviceBack();
         }
     }
+    position.keep();
     const std::int64_t bytesWritten = total == 0 ? -1 : static_cast<std::int64_t>(total);
     CLOUDPROVIDER_TRACE_ARGUMENTS("bytesWritten", '=', bytesWritten);
     return bytesWritten;
@@ -162,7 +182,7 @@ void OpenFileByteStream::doClose() {
         record([&] { partManager->closePart(std::move(device)); });
     }
     if (partManager) {
-        record([&] { partManager->unregisterByteStream(); });
+        record([&] { partManager->unregisterByteStream(m_hasWritten); });
     }
     partManager.reset();
     if (failure) {
@@ -206,6 +226,7 @@ void OpenFileByteStream::putIntoDevice(const char* source, std::uint64_t count) 
         detail::copyIntoPart(part.data() + m_device->position, source, count);
         m_device->position += count;
         part.markModified();
+        m_hasWritten = true;
     }
 }
 

@@ -46,6 +46,7 @@ private:
 
     std::uint64_t m_fileOffset = 0;
     bool m_isAtEnd = false;  // no part could be opened at the position
+    bool m_hasWritten = false;
     const WriteMode m_writeMode;
     std::unique_ptr<OpenPartDevice> m_device;        // the part that the position lies in, or empty
     std::shared_ptr<OpenPartManager> m_partManager;  // empty when closed

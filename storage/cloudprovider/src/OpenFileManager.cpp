@@ -18,6 +18,11 @@ using foundation::storage::provider::StorageIRI;
 
 namespace {
 
+// Scheme and authority say how the host came here, not which object of the client is meant.
+StorageIRI withoutAuthority(const StorageIRI& iri) {
+    return StorageIRI().withPath(iri.getPath());
+}
+
 using ExistingContent = ByteStreamOpenOptions::ExistingContent;
 using Presence = ByteStreamOpenOptions::Presence;
 
@@ -98,7 +103,7 @@ std::shared_ptr<OpenPartManager> OpenFileManager::acquirePartManager(const Stora
                                                                      ExistingContent existingContent, Presence presence,
                                                                      const std::shared_ptr<CloudClient>& client) {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    const Object object(iri, client.get());
+    const Object object(withoutAuthority(iri), client.get());
     std::unique_lock lock(m_mutex);
     // Looked up again after each wait: the entry may have gone, and come back, meanwhile.
     for (auto known = m_table.find(object); known != m_table.end(); known = m_table.find(object)) {
@@ -126,7 +131,7 @@ bool OpenFileManager::isOpen(const StorageIRI& iri, const std::shared_ptr<CloudC
     CLOUDPROVIDER_TRACE_FUNCTION();
     CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri);
     const std::lock_guard lock(m_mutex);
-    const auto entry = m_table.find(Object(iri, client.get()));
+    const auto entry = m_table.find(Object(withoutAuthority(iri), client.get()));
     return entry != m_table.end() && (entry->second.isInitialising || !entry->second.manager.expired());
 }
 

@@ -97,10 +97,11 @@ void fetchRange(const OpenFileContext& context, char* data, std::uint64_t size, 
                 std::uint64_t last) {
     io::stream<io::array_sink> sink(data, static_cast<std::streamsize>(size));
     context.client->getObject(context.key, sink, first, last);
-    if (!sink) {
+    if (sink.bad()) {
         throw UnknownErrorException(foundation::storage::provider::ExceptionContext(
             "the store delivered more than the " + std::to_string(size) + " bytes asked for of " + context.key));
     }
+    sink.clear();
     checkReceived(context, static_cast<std::uint64_t>(sink.tellp()), size);
 }
 
@@ -323,6 +324,11 @@ LocalDataVersion OpenPartBuffer::localDataVersion() const {
 bool OpenPartBuffer::hasLocalBytes() const {
     const std::lock_guard lock(m_mutex);
     return m_buffer != nullptr;
+}
+
+std::uint64_t OpenPartBuffer::index() const {
+    const std::lock_guard lock(m_mutex);
+    return m_info.Index;
 }
 
 std::uint64_t OpenPartBuffer::offset() const {

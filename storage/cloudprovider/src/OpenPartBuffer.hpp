@@ -98,6 +98,8 @@ public:
     LocalDataVersion localDataVersion() const;
     bool hasLocalBytes() const;
 
+    std::uint64_t index() const;
+
     /// Position in the file of the first byte, and of the one behind the last.
     std::uint64_t offset() const;
     std::uint64_t end() const;

@@ -50,7 +50,7 @@ OpenPartManager::OpenPartManager(std::shared_ptr<OpenFileContext> context)
       m_uploadManager(std::make_unique<MultipartUploadManager>(m_context)),
       m_cache(m_context->downloadedPartCacheSize) {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    addNewPartTo(m_parts);
+    addNewPartTo(m_parts, nullptr);
     m_parts.front()->setIsOnlyPart(true);
 }
 
@@ -89,19 +89,23 @@ void OpenPartManager::registerByteStream() {
     ++m_streamCount;
 }
 
-void OpenPartManager::unregisterByteStream() {
+void OpenPartManager::unregisterByteStream(bool hasWritten) {
     CLOUDPROVIDER_TRACE_FUNCTION();
     const ExclusiveGate gate(m_streamGate);
     --m_streamCount;
-    if (m_streamCount == 0 && !m_isAbandoned) {
+    if (m_streamCount != 0) {
+        m_hasChangesOfClosedStreams = m_hasChangesOfClosedStreams || hasWritten;
+    } else if (!m_isAbandoned) {
+        m_hasChangesOfClosedStreams = true;
         flushParts();
+        m_hasChangesOfClosedStreams = false;
     }
 }
 
 bool OpenPartManager::abandonChanges() {
     CLOUDPROVIDER_TRACE_FUNCTION();
     const ExclusiveGate gate(m_streamGate);
-    m_isAbandoned = m_streamCount == 1;
+    m_isAbandoned = m_streamCount == 1 && !m_hasChangesOfClosedStreams;
     return m_isAbandoned;
 }
 
@@ -120,18 +124,20 @@ std::unique_ptr<OpenPartDevice> OpenPartManager::openPart(std::uint64_t fileOffs
     CLOUDPROVIDER_TRACE_FUNCTION();
     CLOUDPROVIDER_TRACE_ARGUMENTS(" fileOffset=", fileOffset, " createIfNonExistent=", createIfNonExistent);
     const SharedGate gate(m_streamGate);
-    Part part;
-    {
-        const std::lock_guard lock(m_partsMutex);
+    while (true) {
+        std::unique_lock lock(m_partsMutex);
+        const auto partIndex = findPartIndexLocked(fileOffset);
         if (!createIfNonExistent && fileOffset >= m_parts.back()->end()) {
             return nullptr;
         }
-        growToHold(fileOffset);
-        part = m_parts[findPartIndexLocked(fileOffset)];
+        const Part part = partIndex < m_parts.size() ? m_parts[partIndex] : nullptr;
+        lock.unlock();
+        if (auto hold = part ? std::optional<OpenPartHold>(part) : openNewPart(partIndex)) {
+            m_cache.remove(hold->part());
+            const auto position = std::min(hold->part()->capacity(), fileOffset - hold->part()->offset());
+            return std::make_unique<OpenPartDevice>(OpenPartDevice{position, std::move(*hold)});
+        }
     }
-    m_cache.remove(part);
-    const auto position = std::min(part->capacity(), fileOffset - part->offset());
-    return std::make_unique<OpenPartDevice>(OpenPartDevice{position, OpenPartHold(part)});
 }
 
 void OpenPartManager::closePart(std::unique_ptr<OpenPartDevice> device) {
@@ -139,7 +145,7 @@ void OpenPartManager::closePart(std::unique_ptr<OpenPartDevice> device) {
     const SharedGate gate(m_streamGate);
     const Part part = device->hold.part();
     if (!device->hold.close()) {
-        return;  // somebody else has it open, and will decide
+        return;  // another stream has it open and will decide, or an upload, and then the write-back sends it
     }
     if (part->localDataVersion() == LocalDataVersion::NEW) {
         scheduleUpload(part);
@@ -230,8 +236,9 @@ void OpenPartManager::scheduleUpload(const Part& part) {
     if (isSinglePartFile() || part->size() == 0) {
         return;
     }
+    auto bytes = std::make_shared<UploadedBytes>(part);  // before the state changes: it may fail
     if (auto record = part->markUploading()) {
-        m_uploadManager->asyncUploadPart(std::move(*record), std::make_shared<UploadedBytes>(part),
+        m_uploadManager->asyncUploadPart(std::move(*record), std::move(bytes),
                                          [part](const std::string& tag) { part->recordUploadTag(tag); });
     }
 }
@@ -273,26 +280,46 @@ std::uint64_t OpenPartManager::findPartIndexLocked(std::uint64_t fileOffset) con
     return partIndex;
 }
 
-void OpenPartManager::growToHold(std::uint64_t fileOffset) {
-    const auto partIndex = findPartIndexLocked(fileOffset);
-    if (partIndex < m_parts.size()) {
-        return;
-    }
+// Opens the part before it becomes part of the file: when there is no room for its buffer the file has not grown. Empty
+// when another thread made the file grow meanwhile.
+std::optional<OpenPartHold> OpenPartManager::openNewPart(std::uint64_t partIndex) {
     if (partIndex >= kMaxPartCount) {
         throw UnsupportedOperationException(ExceptionContext(m_context->key + " would need more than " +
                                                              std::to_string(kMaxPartCount) + " parts of " +
                                                              std::to_string(m_context->partSize) + " bytes"));
     }
-    m_parts.front()->setIsOnlyPart(false);
-    while (m_parts.size() <= partIndex) {
-        CLOUDPROVIDER_TRACE_ARGUMENTS("Adding new part with index ", m_parts.size());
-        m_parts.back()->increaseSizeToMax();
-        addNewPartTo(m_parts);
+    std::unique_lock lock(m_partsMutex);
+    const auto formerCount = m_parts.size();
+    const Part last = m_parts.back();
+    lock.unlock();
+    if (partIndex < formerCount) {
+        return std::nullopt;
     }
+    std::vector<Part> newParts;
+    while (formerCount + newParts.size() <= partIndex) {
+        if (!newParts.empty()) {
+            newParts.back()->increaseSizeToMax();
+        }
+        addNewPartTo(newParts, newParts.empty() ? last : newParts.back());
+    }
+    OpenPartHold hold(newParts.back());
+
+    lock.lock();
+    if (m_parts.size() != formerCount) {
+        return std::nullopt;
+    }
+    m_parts.insert(m_parts.end(), newParts.begin(), newParts.end());  // all or, for want of memory, none
+    m_parts.front()->setIsOnlyPart(false);
+    last->increaseSizeToMax();
+    for (const auto& part : newParts) {
+        CLOUDPROVIDER_TRACE_ARGUMENTS("Adding new part with index ", part->index());
+    }
+    return hold;
 }
 
-void OpenPartManager::addNewPartTo(std::vector<Part>& parts) const {
-    const PartInfo info{parts.size(), parts.empty() ? 0 : parts.back()->end(), 0, {}};
+// Behind the previous part's capacity, to which that part is filled before the new one comes into the file.
+void OpenPartManager::addNewPartTo(std::vector<Part>& parts, const Part& previous) const {
+    const PartInfo info{previous ? previous->index() + 1 : 0, previous ? previous->capacityEnd() : 0, 0, {}};
     parts.push_back(std::make_shared<OpenPartBuffer>(info, LocalDataVersion::NEW, true, m_context));
 }
 

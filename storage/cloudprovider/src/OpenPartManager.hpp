@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <vector>
 
 namespace storage::cloudprovider {
@@ -44,11 +45,11 @@ public:
     /// Count a stream. Waits while the object is written back. ResourceInUseException after abandonChanges.
     void registerByteStream();
 
-    /// Take a stream back; the last one writes the object back.
-    void unregisterByteStream();
+    /// Take a stream back, which wrote something or not; the last one writes the object back.
+    void unregisterByteStream(bool hasWritten = true);
 
-    /// Arrange that the only stream's end does not write the object back, and forget what it changed. Tells
-    /// whether that can be: not while the object has other streams.
+    /// Arrange that the only stream's end does not write the object back, and forget what it changed. Tells whether
+    /// that can be: not while the object has other streams, nor with changes of streams that closed and count on them.
     bool abandonChanges();
 
     std::uint64_t getFileSize() const;
@@ -80,10 +81,11 @@ private:
     bool isSinglePartFile() const;
     std::vector<PartInfo> describeExistingParts(bool requirePresent) const;
 
+    std::optional<OpenPartHold> openNewPart(std::uint64_t partIndex);
+    void addNewPartTo(std::vector<Part>& parts, const Part& previous) const;
+
     // With m_partsMutex held.
     std::uint64_t findPartIndexLocked(std::uint64_t fileOffset) const;
-    void growToHold(std::uint64_t fileOffset);
-    void addNewPartTo(std::vector<Part>& parts) const;
 
     const std::shared_ptr<OpenFileContext> m_context;
     const std::unique_ptr<MultipartUploadManager> m_uploadManager;
@@ -100,6 +102,7 @@ private:
     // Guarded by m_streamGate, exclusive.
     std::uint64_t m_streamCount = 0;
     bool m_isAbandoned = false;
+    bool m_hasChangesOfClosedStreams = false;
 };
 
 }  // namespace storage::cloudprovider

@@ -64,6 +64,8 @@ TEST_F(PartBufferTest, AFullTemporaryDiskIsAFailureOfThatWriteAlone) {
         EXPECT_THROW(stream->write(content.data(), static_cast<std::int64_t>(content.size())),
                      foundation::storage::provider::ByteStreamWriteFailure);
         EXPECT_THROW(DiskBackedBufferFactory().build(1'000'000), UnknownErrorException);
+        stream->seek(0, std::ios_base::end);
+        EXPECT_EQ(stream->seek(0, std::ios_base::cur), std::streampos(2 * 32'768)) << "grown without room";
         stream->close();  // what did fit is stored
     }
     EXPECT_EQ(m_client->content(m_key), content.substr(0, 2 * 32'768));

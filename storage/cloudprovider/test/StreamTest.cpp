@@ -104,7 +104,7 @@ TEST_F(StreamTest, StreamsOfOneObjectShareItAndTheLastOneStoresIt) {
     m_client->store(m_key, "old");
     auto first = openFile(replace());
     write(first, "shared content");
-    const auto second = m_provider->openStream(IRI(u"//folder/./file/"), replace());
+    const auto second = m_provider->openStream(IRI(u"store://bucket//folder/./file/"), replace());
     EXPECT_EQ(readAll(second), "shared content") << "the second one's options do not count";
     first->close();
     EXPECT_EQ(m_client->content(m_key), "old");
@@ -253,10 +253,38 @@ TEST_F(StreamTest, AbandonedChangesAreNotStored) {
         const auto other = openForReading();
         EXPECT_FALSE(abandonStream(*stream)) << "the other stream shares the changes";
     }
+    openFile(update())->close();  // wrote nothing
     EXPECT_TRUE(abandonStream(*stream));
     EXPECT_THROW(stream->write("x", 1), ByteStreamWriteFailure);
     EXPECT_EQ(m_client->content(m_key), m_content);
     EXPECT_FALSE(isOpen());
+}
+
+TEST_F(StreamTest, ChangesThatAnotherStreamClosedWithAreNotAbandoned) {
+    const auto stream = openFile(replace());
+    write(openFile(update()), "counted on");
+    EXPECT_FALSE(abandonStream(*stream));
+    stream->close();
+    EXPECT_EQ(m_client->content(m_key), "counted on");
+}
+
+TEST_F(StreamTest, AnOperationThatFailsHalfWayCanBeTriedAgain) {
+    storeFourParts();
+    const auto stream = openFile(update());
+    std::string buffer(m_content.size(), '?');
+    const auto size = static_cast<std::int64_t>(buffer.size());
+    m_client->failOperation("getObject", 3);
+    EXPECT_THROW(stream->read(buffer.data(), size), ByteStreamReadFailure);
+    EXPECT_EQ(stream->read(buffer.data(), size), size);
+    EXPECT_EQ(buffer, m_content);
+
+    stream->seek(0, std::ios_base::beg);
+    const std::string changed(20, 'X');
+    m_client->failOperation("uploadPart", 2);
+    EXPECT_THROW(stream->write(changed.data(), 20), ByteStreamWriteFailure);
+    write(stream, changed);
+    stream->close();
+    EXPECT_EQ(m_client->content(m_key), changed + m_content.substr(20));
 }
 
 TEST_F(StreamTest, ThreadsShareOneFile) {

@@ -99,7 +99,8 @@ public:
     /// Give an upload and its parts up.
     virtual void abortMultipartUpload(const std::string& key, const std::string& uploadId) = 0;
 
-    /// Make the parts, in order of their Index and each with the Tag that it got in this upload, the object.
+    /// Make the parts, in order of their Index and each with the Tag that it got in this upload, the object. Indices
+    /// may have gaps: parts without bytes are left out.
     virtual void completeMultipartUpload(const std::string& key, const std::string& uploadId,
                                          const std::vector<PartInfo>& parts) = 0;
 
