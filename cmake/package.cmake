@@ -8,4 +8,6 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/cloudproviderConfigVersio
     COMPATIBILITY SameMinorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/cloudproviderConfig.cmake ${PROJECT_BINARY_DIR}/cloudproviderConfigVersion.cmake
     DESTINATION ${package_folder})
-install(EXPORT cloudproviderTargets NAMESPACE cloudprovider:: DESTINATION ${package_folder})
+foreach(set IN ITEMS foundation cloudprovider)
+    install(EXPORT ${set}Targets NAMESPACE ${set}:: DESTINATION ${package_folder})
+endforeach()

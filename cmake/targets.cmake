@@ -34,7 +34,8 @@ function(cloudprovider_add_library name alias)
     target_sources(${name} PUBLIC FILE_SET HEADERS
         BASE_DIRS include ${generated}
         FILES ${ARG_HEADERS} ${generated}/${ARG_EXPORT_HEADER})
-    install(TARGETS ${name} EXPORT cloudproviderTargets FILE_SET HEADERS)
+    string(REGEX REPLACE "::.*" "" export_set ${alias})
+    install(TARGETS ${name} EXPORT ${export_set}Targets FILE_SET HEADERS)
 endfunction()
 
 # cloudprovider_add_test(NAME SOURCES ... LIBRARIES ...): a GoogleTest program, each test of it known to CTest.

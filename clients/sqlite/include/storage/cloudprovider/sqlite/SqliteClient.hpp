@@ -1,0 +1,72 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <storage/cloudprovider/CloudClient.hpp>
+#include <storage/cloudprovider/sqlite/export.hpp>
+
+#include <chrono>
+#include <memory>
+#include <string>
+
+namespace storage::cloudprovider {
+
+/// How a SqliteClient treats its file.
+struct SqliteOptions {
+    /// How long an operation waits for a writer of another client or process, before it fails with a
+    /// ResourceInUseException.
+    std::chrono::milliseconds BusyTimeout = std::chrono::seconds(60);
+};
+
+/// An object store in one SQLite file.
+///
+/// Content   replaced as a whole in one transaction, durable when the call returns; whoever reads meanwhile
+///           has the object as it was when the read began. Bytes are held in chunks of at most 1 MiB, so an
+///           object may be as large as the file system takes. copyPart shares the stored chunks instead of
+///           copying them. The file does not shrink; the room of removed objects is used again.
+/// Listings  at most 1,000 entries a page. With a delimiter the cost follows what is returned, not what lies
+///           below. A common prefix has the time of its marker object, not_a_date_time without one.
+/// Parts     getObjectParts answers the parts as uploaded; an object put whole has parts of 8 MiB.
+/// Uploads   an upload without activity for a day is dropped when a client opens the store or begins an
+///           upload.
+/// Errors    CloudException, the text with SQLite's own words; damage is told as far as SQLite notices it, and
+///           bytes that lack are never made up. Deleting a missing object, and copying from
+///           one, are ResourceNotFoundExceptions; an empty key, or a name that is empty or holds a NUL byte,
+///           an InvalidLocationException; data that ends early, ranges beyond the object, unknown uploads and
+///           parts that do not match what was sent, UnknownErrorExceptions that change nothing.
+/// Threads   any; several clients and processes may use one file at once, on a local file system. Writers
+///           take turns, readers wait for nobody. A client must not be used on both sides of a fork.
+class CLOUDPROVIDER_SQLITE_EXPORT SqliteClient final : public CloudClient {
+public:
+    /// Open the store in a file, or make one when the file is missing or empty.
+    ///
+    /// Values   the file's path in UTF-8; its folder must exist. Two more files, named like it with -wal and
+    ///          -shm, lie beside it while it is in use.
+    /// Errors   UnknownErrorException when the file is no such store, a newer one or damaged; it is left as
+    ///          it is. PermissionDeniedException when it cannot be written.
+    explicit SqliteClient(const std::string& file, const SqliteOptions& options = {});
+    SqliteClient(const SqliteClient&) = delete;
+    SqliteClient& operator=(const SqliteClient&) = delete;
+    ~SqliteClient() override;
+
+    boost::optional<ObjectInfo> getObjectInfo(const std::string& key) override;
+    void checkObjectName(const std::string& name) override;
+    std::vector<ObjectInfo> listObjects(const std::string& prefix, std::string& token,
+                                        const ListOptions& options) override;
+    void deleteObject(const std::string& key) override;
+    void getObject(const std::string& key, std::ostream& sink, std::uint64_t first, std::uint64_t last) override;
+    void putObject(const std::string& key, std::istream& data, std::uint64_t size) override;
+    std::vector<PartInfo> getObjectParts(const std::string& key) override;
+    std::string startMultipartUpload(const std::string& key, const std::string& lastTag) override;
+    std::string uploadPart(const std::string& key, const std::string& uploadId, const PartInfo& part,
+                           std::istream& data) override;
+    std::string copyPart(const std::string& key, const std::string& uploadId, const PartInfo& part) override;
+    void abortMultipartUpload(const std::string& key, const std::string& uploadId) override;
+    void completeMultipartUpload(const std::string& key, const std::string& uploadId,
+                                 const std::vector<PartInfo>& parts) override;
+
+private:
+    class Implementation;
+    const std::unique_ptr<Implementation> m_implementation;
+};
+
+}  // namespace storage::cloudprovider

@@ -1,0 +1,74 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "Connection.hpp"
+
+#include <SQLiteCpp/Column.h>
+#include <sqlite3.h>
+
+#include <algorithm>
+#include <limits>
+
+namespace storage::cloudprovider::sqlite {
+
+namespace {
+
+int toTimeout(std::chrono::milliseconds timeout) {
+    using Milliseconds = std::chrono::milliseconds::rep;
+    return static_cast<int>(std::clamp<Milliseconds>(timeout.count(), 0, std::numeric_limits<int>::max()));
+}
+
+}  // namespace
+
+Query::~Query() {
+    m_statement.tryReset();
+}
+
+void Query::run() {
+    while (next()) {
+    }
+}
+
+std::int64_t Query::getInteger(int column) const {
+    return m_statement.getColumn(column).getInt64();
+}
+
+std::string_view Query::getBytes(int column) const {
+    const SQLite::Column value = m_statement.getColumn(column);
+    // The blob before its size: asking for it may convert the value.
+    const void* const bytes = value.getBlob();
+    return {static_cast<const char*>(bytes), static_cast<std::size_t>(value.getBytes())};
+}
+
+Connection::Connection(const std::string& file, bool mayCreate, std::chrono::milliseconds busyTimeout)
+    : m_database(file, SQLite::OPEN_READWRITE | SQLite::OPEN_NOMUTEX | (mayCreate ? SQLite::OPEN_CREATE : 0),
+                 toTimeout(busyTimeout)) {
+    // SQLite falls back to reading only, and then fails later in other words. The answer needs no look into
+    // the file, for which SQLite may need files beside it that cannot be made.
+    if (sqlite3_db_readonly(m_database.getHandle(), "main") != 0) {
+        throw SQLite::Exception(sqlite3_errstr(SQLITE_READONLY), SQLITE_READONLY);
+    }
+    // FULL: what is committed survives a loss of power. The limit: a large transaction does not leave a log
+    // of its size behind.
+    m_database.exec(
+        "PRAGMA synchronous=FULL; PRAGMA foreign_keys=OFF; PRAGMA secure_delete=FAST; PRAGMA "
+        "journal_size_limit=67108864");
+}
+
+bool Connection::isIdle() const noexcept {
+    return sqlite3_get_autocommit(m_database.getHandle()) != 0;
+}
+
+SQLite::Statement& Connection::prepare(const char* sql) {
+    const auto found = m_statements.find(sql);
+    return found != m_statements.end() ? found->second : m_statements.try_emplace(sql, m_database, sql).first->second;
+}
+
+void Connection::bind(SQLite::Statement& statement, int index, std::int64_t value) {
+    statement.bind(index, value);
+}
+
+void Connection::bind(SQLite::Statement& statement, int index, std::string_view value) {
+    // A null pointer would bind NULL, not the empty blob.
+    statement.bindNoCopy(index, value.data() == nullptr ? "" : value.data(), static_cast<int>(value.size()));
+}
+
+}  // namespace storage::cloudprovider::sqlite

@@ -1,0 +1,74 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <SQLiteCpp/Database.h>
+#include <SQLiteCpp/Statement.h>
+
+#include <chrono>
+#include <cstdint>
+#include <map>
+#include <string>
+#include <string_view>
+
+namespace storage::cloudprovider::sqlite {
+
+/// A prepared statement at work; it is reset when this goes. One at a time of each statement and connection.
+class Query {
+public:
+    explicit Query(SQLite::Statement& statement) : m_statement(statement) {}
+    Query(const Query&) = delete;
+    Query& operator=(const Query&) = delete;
+    ~Query();
+
+    /// Step to the next row; false behind the last one.
+    bool next() { return m_statement.executeStep(); }
+
+    /// Step to the end.
+    void run();
+
+    /// A number of the current row; 0 for NULL.
+    std::int64_t getInteger(int column) const;
+
+    /// A blob of the current row, until the next step.
+    std::string_view getBytes(int column) const;
+
+private:
+    SQLite::Statement& m_statement;
+};
+
+/// One connection to a store's file with its prepared statements.
+///
+/// Errors   SQLite::Exception, here and wherever a connection is used.
+/// Threads  one at a time.
+class Connection {
+public:
+    /// Values   mayCreate: make an empty database when there is no such file.
+    /// Errors   SQLITE_READONLY when the file cannot be written.
+    Connection(const std::string& file, bool mayCreate, std::chrono::milliseconds busyTimeout);
+
+    SQLite::Database& database() noexcept { return m_database; }
+
+    /// Whether no transaction is open.
+    bool isIdle() const noexcept;
+
+    /// Begin a statement; texts are bound as blobs.
+    ///
+    /// Values   sql must live as long as the connection, texts as long as the result: they are not copied.
+    template <class... Values>
+    Query query(const char* sql, const Values&... values) {
+        SQLite::Statement& statement = prepare(sql);
+        int index = 0;
+        (bind(statement, ++index, values), ...);
+        return Query(statement);
+    }
+
+private:
+    SQLite::Statement& prepare(const char* sql);
+    static void bind(SQLite::Statement& statement, int index, std::int64_t value);
+    static void bind(SQLite::Statement& statement, int index, std::string_view value);
+
+    SQLite::Database m_database;
+    std::map<std::string_view, SQLite::Statement> m_statements;
+};
+
+}  // namespace storage::cloudprovider::sqlite

@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "Connection.hpp"
+
+#include <chrono>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace storage::cloudprovider::sqlite {
+
+/// The connections of one client: each operation leases one for itself. Threads: any.
+class ConnectionPool {
+public:
+    /// A connection for the time of one operation; goes back to the pool afterwards.
+    class Lease {
+    public:
+        Lease(ConnectionPool& pool, std::unique_ptr<Connection> connection);
+        Lease(const Lease&) = delete;
+        Lease& operator=(const Lease&) = delete;
+        ~Lease();
+
+        Connection& operator*() const noexcept { return *m_connection; }
+        Connection* operator->() const noexcept { return m_connection.get(); }
+
+    private:
+        ConnectionPool& m_pool;
+        std::unique_ptr<Connection> m_connection;
+    };
+
+    /// Values   first: a connection to the same file, the first to be leased.
+    ConnectionPool(std::string file, std::chrono::milliseconds busyTimeout, std::unique_ptr<Connection> first);
+
+    /// Take an idle connection, or open one.
+    Lease lease();
+
+private:
+    std::unique_ptr<Connection> takeIdle();
+    void giveBack(std::unique_ptr<Connection> connection) noexcept;
+
+    // Set by the constructor, never changed.
+    const std::string m_file;
+    const std::chrono::milliseconds m_busyTimeout;
+
+    // Guards m_idle.
+    std::mutex m_mutex;
+    std::vector<std::unique_ptr<Connection>> m_idle;
+};
+
+}  // namespace storage::cloudprovider::sqlite

@@ -1,0 +1,194 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <storage/cloudprovider/sqlite/SqliteClient.hpp>
+
+#include "ConnectionPool.hpp"
+#include "contents.hpp"
+#include "errors.hpp"
+#include "listing.hpp"
+#include "objects.hpp"
+#include "schema.hpp"
+#include "uploads.hpp"
+
+#include <SQLiteCpp/Transaction.h>
+#include <storage/cloudprovider/CloudException.hpp>
+
+#include <ostream>
+
+namespace storage::cloudprovider {
+
+using foundation::storage::provider::ExceptionContext;
+using sqlite::Connection;
+using sqlite::ConnectionPool;
+
+namespace {
+
+// A path as SQLite reads it: names that mean something else to it get a "./" in front (sqlite.org/uri.html).
+std::string toDatabaseName(const std::string& file) {
+    if (file.empty() || file.find('\0') != std::string::npos) {
+        throw InvalidLocationException(ExceptionContext("a store needs the path of a file"));
+    }
+    return file.front() == ':' || file.compare(0, 5, "file:") == 0 ? "./" + file : file;
+}
+
+void requireKey(const std::string& key) {
+    if (key.empty()) {
+        throw InvalidLocationException(ExceptionContext("an object needs a key that is not empty"));
+    }
+}
+
+}  // namespace
+
+/// Runs each operation in a transaction on a connection of its own, and is the only place where what SQLite
+/// reports becomes a CloudException.
+class SqliteClient::Implementation {
+public:
+    Implementation(std::string file, const SqliteOptions& options)
+        : m_file(std::move(file)), m_pool(m_file, options.BusyTimeout, open(options)) {}
+
+    /// Run an action on the store as it is now; later changes do not show.
+    template <class Action>
+    auto read(const char* step, const std::string& key, const Action& action) {
+        return translate(step, key, [&] {
+            const ConnectionPool::Lease connection = m_pool.lease();
+            const SQLite::Transaction transaction(connection->database());
+            return action(*connection);
+        });
+    }
+
+    /// Run an action that changes the store; when it returns, its changes are durable, when it throws, there
+    /// are none.
+    template <class Action>
+    auto write(const char* step, const std::string& key, const Action& action) {
+        return translate(step, key, [&] {
+            const ConnectionPool::Lease connection = m_pool.lease();
+            // Immediate: waiting for other writers happens here and nowhere else.
+            SQLite::Transaction transaction(connection->database(), SQLite::TransactionBehavior::IMMEDIATE);
+            if constexpr (std::is_void_v<decltype(action(*connection))>) {
+                action(*connection);
+                transaction.commit();
+            } else {
+                auto result = action(*connection);
+                transaction.commit();
+                return result;
+            }
+        });
+    }
+
+private:
+    template <class Action>
+    auto translate(const char* step, const std::string& key, const Action& action) -> decltype(action()) {
+        try {
+            return action();
+        } catch (const SQLite::Exception& error) {
+            sqlite::throwCloudException(describe(step, key), error);
+        } catch (const sqlite::StoreFailure& failure) {
+            sqlite::throwCloudException(describe(step, key), failure);
+        }
+    }
+
+    std::string describe(const char* step, const std::string& key) const {
+        return std::string("cannot ") + step + (key.empty() ? "" : " \"" + key + "\" in") + " the store " + m_file;
+    }
+
+    std::unique_ptr<Connection> open(const SqliteOptions& options) {
+        return translate("open", {}, [&] {
+            auto connection = std::make_unique<Connection>(m_file, true, options.BusyTimeout);
+            sqlite::openSchema(*connection, options.BusyTimeout);
+            return connection;
+        });
+    }
+
+    const std::string m_file;
+    ConnectionPool m_pool;
+};
+
+SqliteClient::SqliteClient(const std::string& file, const SqliteOptions& options)
+    : m_implementation(std::make_unique<Implementation>(toDatabaseName(file), options)) {
+    if (m_implementation->read("open", {}, sqlite::hasAbandonedUploads)) {
+        m_implementation->write("open", {}, sqlite::dropAbandonedUploads);
+    }
+}
+
+SqliteClient::~SqliteClient() = default;
+
+boost::optional<ObjectInfo> SqliteClient::getObjectInfo(const std::string& key) {
+    return m_implementation->read("look up", key, [&](Connection& connection) {
+        const auto object = sqlite::findObject(connection, key);
+        return object ? boost::optional<ObjectInfo>({key, object->size, object->modified}) : boost::none;
+    });
+}
+
+void SqliteClient::checkObjectName(const std::string& name) {
+    if (name.empty() || name.find('\0') != std::string::npos) {
+        throw InvalidLocationException(ExceptionContext("a name must not be empty or hold a NUL byte"));
+    }
+}
+
+std::vector<ObjectInfo> SqliteClient::listObjects(const std::string& prefix, std::string& token,
+                                                  const ListOptions& options) {
+    return m_implementation->read(
+        "list", prefix, [&](Connection& connection) { return sqlite::listPage(connection, prefix, token, options); });
+}
+
+void SqliteClient::deleteObject(const std::string& key) {
+    m_implementation->write("delete", key, [&](Connection& connection) { sqlite::removeObject(connection, key); });
+}
+
+void SqliteClient::getObject(const std::string& key, std::ostream& sink, std::uint64_t first, std::uint64_t last) {
+    m_implementation->read("get", key, [&](Connection& connection) {
+        const sqlite::StoredObject object = sqlite::getExistingObject(connection, key);
+        const bool isWhole = first == 0 && last == 0;
+        if (!isWhole && (first > last || last >= object.size)) {
+            throw sqlite::StoreFailure("it has only " + std::to_string(object.size) + " bytes, not those from " +
+                                       std::to_string(first) + " to " + std::to_string(last));
+        }
+        const std::uint64_t count = isWhole ? object.size : last - first + 1;
+        sqlite::readContent(connection, object.content, first, count, sink);
+    });
+}
+
+void SqliteClient::putObject(const std::string& key, std::istream& data, std::uint64_t size) {
+    requireKey(key);
+    m_implementation->write("put", key, [&](Connection& connection) {
+        sqlite::replaceObject(connection, key, sqlite::writeContent(connection, data, size), size);
+    });
+}
+
+std::vector<PartInfo> SqliteClient::getObjectParts(const std::string& key) {
+    return m_implementation->read("look up the parts of", key,
+                                  [&](Connection& connection) { return sqlite::getParts(connection, key); });
+}
+
+std::string SqliteClient::startMultipartUpload(const std::string& key, const std::string& /*lastTag*/) {
+    requireKey(key);
+    return m_implementation->write("start an upload of", key, [&](Connection& connection) {
+        sqlite::dropAbandonedUploads(connection);
+        return sqlite::startUpload(connection, key);
+    });
+}
+
+std::string SqliteClient::uploadPart(const std::string& key, const std::string& uploadId, const PartInfo& part,
+                                     std::istream& data) {
+    return m_implementation->write("upload a part of", key, [&](Connection& connection) {
+        return sqlite::sendPart(connection, key, uploadId, part, data);
+    });
+}
+
+std::string SqliteClient::copyPart(const std::string& key, const std::string& uploadId, const PartInfo& part) {
+    return m_implementation->write("copy a part of", key, [&](Connection& connection) {
+        return sqlite::copyStoredPart(connection, key, uploadId, part);
+    });
+}
+
+void SqliteClient::abortMultipartUpload(const std::string& key, const std::string& uploadId) {
+    m_implementation->write("abort an upload of", key,
+                            [&](Connection& connection) { sqlite::abortUpload(connection, key, uploadId); });
+}
+
+void SqliteClient::completeMultipartUpload(const std::string& key, const std::string& uploadId,
+                                           const std::vector<PartInfo>& parts) {
+    m_implementation->write("complete an upload of", key,
+                            [&](Connection& connection) { sqlite::completeUpload(connection, key, uploadId, parts); });
+}
+
+}  // namespace storage::cloudprovider

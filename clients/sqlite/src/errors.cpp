@@ -1,0 +1,53 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "errors.hpp"
+
+#include <storage/cloudprovider/CloudException.hpp>
+
+#include <sqlite3.h>
+
+#include <limits>
+
+namespace storage::cloudprovider::sqlite {
+
+using foundation::storage::provider::ExceptionContext;
+
+void throwCloudException(const std::string& action, const SQLite::Exception& cause) {
+    const ExceptionContext context(action + ": " + cause.what());
+    // Only the low byte: the rest of an extended code tells details (sqlite.org/rescode.html).
+    switch (cause.getErrorCode() & 0xFF) {
+        case SQLITE_READONLY:
+        case SQLITE_PERM:
+        case SQLITE_AUTH:
+            throw PermissionDeniedException(context);
+        case SQLITE_BUSY:
+        case SQLITE_LOCKED:
+        case SQLITE_PROTOCOL:
+            throw ResourceInUseException(context);
+        default:
+            throw UnknownErrorException(context);
+    }
+}
+
+void throwCloudException(const std::string& action, const StoreFailure& cause) {
+    throw UnknownErrorException(ExceptionContext(action + ": " + cause.what()));
+}
+
+void throwDamaged(const std::string& what) {
+    throw StoreFailure("the store is damaged: " + what);
+}
+
+std::int64_t toInteger(std::uint64_t value) {
+    if (value > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max())) {
+        throw StoreFailure(std::to_string(value) + " is more than the store can count");
+    }
+    return static_cast<std::int64_t>(value);
+}
+
+std::uint64_t toSize(std::int64_t value) {
+    if (value < 0) {
+        throwDamaged("a size or position is " + std::to_string(value));
+    }
+    return static_cast<std::uint64_t>(value);
+}
+
+}  // namespace storage::cloudprovider::sqlite

@@ -1,0 +1,103 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "objects.hpp"
+
+#include "contents.hpp"
+#include "errors.hpp"
+
+#include <storage/cloudprovider/CloudException.hpp>
+#include <storage/cloudprovider/utils.hpp>
+
+#include <boost/date_time/posix_time/posix_time_types.hpp>
+
+#include <algorithm>
+#include <chrono>
+
+namespace storage::cloudprovider::sqlite {
+
+namespace {
+
+// The parts that an object put whole is shown with.
+constexpr std::uint64_t kUniformPartSize = std::uint64_t{8} * 1024 * 1024;
+
+std::vector<PartInfo> makeUniformParts(const StoredObject& object) {
+    std::vector<PartInfo> parts;
+    for (std::uint64_t offset = 0; offset < object.size; offset += kUniformPartSize) {
+        const std::uint64_t index = parts.size();
+        parts.push_back({index, offset, std::min(kUniformPartSize, object.size - offset),
+                         std::to_string(object.content) + '.' + std::to_string(index)});
+    }
+    return parts;
+}
+
+std::vector<PartInfo> getUploadedParts(Connection& connection, std::int64_t content) {
+    std::vector<PartInfo> parts;
+    Query rows = connection.query("SELECT position, size, tag FROM part WHERE content = ? ORDER BY number", content);
+    while (rows.next()) {
+        parts.push_back(
+            {parts.size(), toSize(rows.getInteger(0)), toSize(rows.getInteger(1)), std::string(rows.getBytes(2))});
+    }
+    return parts;
+}
+
+}  // namespace
+
+std::int64_t currentTime() {
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    return std::chrono::duration_cast<std::chrono::microseconds>(now).count();
+}
+
+boost::posix_time::ptime toTime(std::int64_t microseconds) {
+    const boost::posix_time::ptime seconds = utils::long2Ptime(microseconds / 1'000'000 * 1000);
+    return seconds + boost::posix_time::microseconds(microseconds % 1'000'000);
+}
+
+std::optional<StoredObject> findObject(Connection& connection, const std::string& key) {
+    Query row = connection.query("SELECT content, size, modified FROM object WHERE key = ?", key);
+    if (!row.next()) {
+        return std::nullopt;
+    }
+    return StoredObject{row.getInteger(0), toSize(row.getInteger(1)), toTime(row.getInteger(2))};
+}
+
+StoredObject getExistingObject(Connection& connection, const std::string& key) {
+    const std::optional<StoredObject> object = findObject(connection, key);
+    if (!object) {
+        throw ResourceNotFoundException(
+            foundation::storage::provider::ExceptionContext("there is no object \"" + key + '"'));
+    }
+    return *object;
+}
+
+void replaceObject(Connection& connection, const std::string& key, std::int64_t content, std::uint64_t size) {
+    const std::optional<StoredObject> former = findObject(connection, key);
+    connection
+        .query("INSERT OR REPLACE INTO object(key, content, size, modified) VALUES(?, ?, ?, ?)", key, content,
+               toInteger(size), currentTime())
+        .run();
+    if (former) {
+        dropContent(connection, former->content);
+    }
+}
+
+void removeObject(Connection& connection, const std::string& key) {
+    const StoredObject object = getExistingObject(connection, key);
+    connection.query("DELETE FROM object WHERE key = ?", key).run();
+    dropContent(connection, object.content);
+}
+
+std::vector<PartInfo> getParts(Connection& connection, const std::string& key) {
+    const std::optional<StoredObject> object = findObject(connection, key);
+    if (!object) {
+        return {};
+    }
+    std::vector<PartInfo> parts = getUploadedParts(connection, object->content);
+    if (parts.empty()) {
+        parts = makeUniformParts(*object);
+    }
+    if (parts.size() == 1) {
+        parts.clear();
+    }
+    return parts;
+}
+
+}  // namespace storage::cloudprovider::sqlite

@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "Connection.hpp"
+
+#include <storage/cloudprovider/PartInfo.hpp>
+
+#include <iosfwd>
+#include <string>
+#include <vector>
+
+/// Multipart uploads, with the meaning that CloudClient gives them. All of it happens in the caller's
+/// transaction.
+///
+/// Errors  StoreFailure when there is no such upload of that key. SQLite::Exception.
+namespace storage::cloudprovider::sqlite {
+
+/// Result   the upload's id.
+std::string startUpload(Connection& connection, const std::string& key);
+
+/// Result   the part's tag.
+std::string sendPart(Connection& connection, const std::string& key, const std::string& uploadId, const PartInfo& part,
+                     std::istream& data);
+
+/// Result   the part's tag. Throws ResourceNotFoundException when the object is not there.
+std::string copyStoredPart(Connection& connection, const std::string& key, const std::string& uploadId,
+                           const PartInfo& part);
+
+void abortUpload(Connection& connection, const std::string& key, const std::string& uploadId);
+
+/// Throws StoreFailure when the parts are none, not in order, or not as they were sent.
+void completeUpload(Connection& connection, const std::string& key, const std::string& uploadId,
+                    const std::vector<PartInfo>& parts);
+
+/// Whether some upload had no activity for a day.
+bool hasAbandonedUploads(Connection& connection);
+
+/// Drop those uploads.
+void dropAbandonedUploads(Connection& connection);
+
+}  // namespace storage::cloudprovider::sqlite

@@ -1,0 +1,322 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "storing.hpp"
+
+#include <SQLiteCpp/SQLiteCpp.h>
+#include <ClientConformance.hpp>
+#include <storage/cloudprovider/CloudException.hpp>
+
+#include <fcntl.h>
+#include <sqlite3.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <boost/filesystem.hpp>
+
+#include <array>
+#include <atomic>
+#include <csignal>
+#include <fstream>
+#include <iterator>
+#include <random>
+#include <thread>
+
+namespace storage::cloudprovider::test {
+
+namespace {
+
+using ::testing::IsSubstring;
+
+struct TemporaryFolder {
+    TemporaryFolder() { boost::filesystem::create_directories(path); }
+    ~TemporaryFolder() { boost::filesystem::remove_all(path); }
+    const boost::filesystem::path path =
+        boost::filesystem::temp_directory_path() / boost::filesystem::unique_path("sqlite-%%%%%%%%");
+};
+
+class SqliteClientTest : public ::testing::Test {
+protected:
+    std::int64_t number(const std::string& sql) {
+        return SQLite::Database(m_file, SQLite::OPEN_READONLY, 10'000).execAndGet(sql).getInt64();
+    }
+    void open(const std::string& suffix = {}) { const SqliteClient client(m_file + suffix); }
+    void execute(const std::string& sql) { SQLite::Database(m_file, SQLite::OPEN_READWRITE, 10'000).exec(sql); }
+
+    TemporaryFolder m_folder;
+    std::string m_file = (m_folder.path / "store").string();
+    std::string m_bytes = std::string(1'500'000, 'x') + std::string(1'500'000, 'y');  // of several chunks
+};
+
+std::shared_ptr<CloudClient> makeClientOfEmptyStore() {
+    const auto folder = std::make_shared<TemporaryFolder>();
+    return {new SqliteClient((folder->path / "store").string()), [folder](SqliteClient* client) { delete client; }};
+}
+
+// Code and text of the CloudException that an action throws; empty when it throws none.
+std::string failureOf(const std::function<void()>& action) {
+    try {
+        action();
+    } catch (const CloudException& error) {
+        return std::to_string(static_cast<int>(error.getErrorCode())) + ' ' + error.what();
+    }
+    return {};
+}
+
+std::string readFile(const std::string& file) {
+    std::ifstream stream(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+// Every connection that is opened while this lives holds no value much larger than a chunk, and counts its
+// steps.
+struct WatchedConnections {
+    static inline std::atomic<std::int64_t> steps;
+    WatchedConnections() { sqlite3_auto_extension(reinterpret_cast<void (*)()>(watch)); }
+    ~WatchedConnections() { sqlite3_reset_auto_extension(); }
+    static int countStep(void*) { return ++steps, 0; }
+    static int watch(sqlite3* database, char**, const sqlite3_api_routines*) {
+        sqlite3_limit(database, SQLITE_LIMIT_LENGTH, 1024 * 1024 + 1000);
+        sqlite3_progress_handler(database, 1, countStep, nullptr);
+        return SQLITE_OK;
+    }
+};
+
+}  // namespace
+
+INSTANTIATE_TEST_SUITE_P(Sqlite, ClientConformance,
+                         ::testing::Values(ClientUnderTest{"Sqlite", makeClientOfEmptyStore}), clientName);
+
+TEST_F(SqliteClientTest, ThreadsAndClientsMakeAndFillAStoreAtOnce) {
+    std::vector<std::thread> threads;
+    for (char name = 'a'; name < 'e'; ++name) {
+        threads.emplace_back([this, name] {
+            SqliteClient client(m_file);
+            for (int round = 0; round < 25; ++round) {
+                put(client, "kept/" + std::to_string(round) + name, {name});
+                put(client, {name}, "x");
+                client.deleteObject({name});
+                put(client, "shared", std::string(100'000, name));
+                const std::string shared = get(client, "shared");
+                EXPECT_EQ(shared, std::string(100'000, shared.front()));
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(number("SELECT count(*) FROM object"), 101);
+    EXPECT_EQ(number("SELECT count(*) FROM chunk"), 101);
+}
+
+TEST_F(SqliteClientTest, CopiedPartsShareBytesThatGoWithTheLastReference) {
+    const WatchedConnections watched;
+    SqliteClient client(m_file);
+    put(client, "k", m_bytes);
+    // Over a chunk's border, within a chunk, nothing, everything, the last byte, a range again.
+    const std::vector<std::pair<unsigned, unsigned>> ranges = {{1'048'570, 1'500'000}, {7, 100},       {500, 0},
+                                                               {0, 3'000'000},         {2'999'999, 1}, {7, 100}};
+    const std::int64_t pages = number("PRAGMA page_count");
+    std::string expected = m_bytes;
+    for (int round = 0; round < 2; ++round) {
+        const std::string id = client.startMultipartUpload("k", {});
+        std::vector<PartInfo> parts;
+        const std::string before = std::exchange(expected, {});
+        for (const auto& [offset, size] : ranges) {
+            copy(client, id, parts, offset, size);
+            expected += before.substr(offset, size);
+        }
+        client.completeMultipartUpload("k", id, parts);
+        SqliteClient other(m_file);
+        EXPECT_TRUE(get(other, "k") == expected);
+        EXPECT_EQ(get(other, "k", 1'499'990, 1'500'150), expected.substr(1'499'990, 161));
+        EXPECT_EQ(other.getObjectParts("k").at(4).Tag, parts[4].Tag);
+        EXPECT_EQ(number("SELECT count(*) FROM chunk"), 3);
+        EXPECT_LE(number("PRAGMA page_count"), pages + 3);
+    }
+    const std::string id = client.startMultipartUpload("k", {});
+    std::vector<PartInfo> parts;
+    copy(client, id, parts, 0, 3'000'000);
+    client.deleteObject("k");
+    EXPECT_EQ(number("SELECT count(*) FROM chunk"), 3) << "the upload still refers to them";
+    std::vector<PartInfo> resent;
+    send(client, id, resent, "resent");
+    EXPECT_EQ(number("SELECT count(*) FROM chunk"), 1);
+    EXPECT_THROW(client.completeMultipartUpload("k", id, parts), UnknownErrorException);
+    client.abortMultipartUpload("k", id);
+    for (const std::string table : {"object", "slice", "chunk", "part", "upload", "upload_part"}) {
+        EXPECT_EQ(number("SELECT count(*) FROM " + table), 0) << table;
+    }
+}
+
+TEST_F(SqliteClientTest, AbandonedUploadsAreDroppedAfterADay) {
+    SqliteClient client(m_file);
+    for (const bool isOpening : {true, false}) {
+        const std::vector<std::string> ids{client.startMultipartUpload("k", {}), client.startMultipartUpload("k", {})};
+        for (const std::string& id : ids) {
+            std::vector<PartInfo> parts;
+            send(client, id, parts, "abc");
+        }
+        execute("UPDATE upload SET touched = touched - 86390000000 - 10000000 * (id = " + ids[1] + ")");
+        isOpening ? open() : client.abortMultipartUpload("x", client.startMultipartUpload("x", {}));
+        EXPECT_EQ(number("SELECT count(*) FROM chunk"), 1);
+        EXPECT_THROW(client.abortMultipartUpload("k", ids[1]), UnknownErrorException);
+        client.abortMultipartUpload("k", ids[0]);
+    }
+}
+
+TEST_F(SqliteClientTest, AnObjectPutWholeHasPartsOf8MiB) {
+    SqliteClient client(m_file);
+    for (const std::size_t surplus : {0, 1}) {
+        put(client, "k", std::string(8'388'608 + surplus, 'x'));
+        EXPECT_EQ(client.getObjectParts("k").size(), 2 * surplus);
+    }
+    EXPECT_EQ(client.getObjectParts("k")[1].Offset, 8'388'608U);
+    EXPECT_NE(client.getObjectParts("k")[0].Tag, client.getObjectParts("k")[1].Tag);
+}
+
+TEST_F(SqliteClientTest, ListingCostsWhatItReturnsAndKnowsItsLastPage) {
+    const WatchedConnections watched;
+    SqliteClient client(m_file);
+    put(client, "z", "");
+    std::vector<std::int64_t> costs;
+    for (const std::string count : {"1", "1000"}) {
+        const std::string names = "WITH RECURSIVE n(i) AS (VALUES(1) UNION ALL SELECT i + 1 FROM n LIMIT ";
+        execute(names + count + ") INSERT OR REPLACE INTO object SELECT CAST('a/' || i AS BLOB), 0, 0, 0 FROM n");
+        std::string token;
+        const std::int64_t before = watched.steps;
+        EXPECT_EQ(client.listObjects("", token, {"/", -1}).size(), 2U);
+        costs.push_back(watched.steps - before);
+        EXPECT_EQ(client.listObjects("a/", token, {"/", -1}).size(), std::stoul(count));
+        EXPECT_EQ(token, "");
+    }
+    EXPECT_GT(costs[0], 0);
+    EXPECT_EQ(costs[0], costs[1]);
+    std::string token;
+    EXPECT_EQ(client.listObjects("", token, {}).size(), 1000U);
+    EXPECT_THROW(client.listObjects("b", token, {}), UnknownErrorException);
+    client.deleteObject("a/999");  // the page's last entry
+    EXPECT_EQ(client.listObjects("", token, {}).front().Key, "z");
+}
+
+TEST_F(SqliteClientTest, WhatIsNotAStoreIsRefusedAndLeftAlone) {
+    const std::vector<std::pair<std::function<void()>, std::string>> rows = {
+        {[&] { std::ofstream(m_file) << std::string(5000, 'x'); }, "file is not a database"},
+        {[&] { execute("PRAGMA application_id=0"); }, "another program's database"},
+        {[&] { execute("PRAGMA user_version=2"); }, "format 2"}};
+    for (const auto& [spoil, words] : rows) {
+        boost::filesystem::remove(m_file);
+        open();
+        spoil();
+        const std::string before = readFile(m_file);
+        const std::string failure = failureOf([&] { open(); });
+        EXPECT_PRED_FORMAT2(IsSubstring, "9 cannot open the store " + m_file, failure);
+        EXPECT_PRED_FORMAT2(IsSubstring, words, failure);
+        EXPECT_EQ(readFile(m_file), before) << words;
+    }
+    EXPECT_PRED_FORMAT2(IsSubstring, "unable to open", failureOf([&] { open("/x"); }));
+}
+
+TEST_F(SqliteClientTest, AReadOnlyStoreIsRefused) {
+    open();
+    ::chmod(m_file.c_str(), 0444);
+    // Permissions do not bind root, so root is nobody for a moment.
+    const bool isRoot = ::geteuid() == 0;
+    ASSERT_TRUE(!isRoot || ::seteuid(65534) == 0);
+    const std::string failure = failureOf([&] { open(); });
+    ASSERT_TRUE(!isRoot || ::seteuid(0) == 0);
+    EXPECT_EQ(failure, "2 cannot open the store " + m_file + ": attempt to write a readonly database");
+}
+
+TEST_F(SqliteClientTest, DamageIsNeverAnythingButACloudException) {
+    put(*std::make_unique<SqliteClient>(m_file), "k", m_bytes);
+    const std::string store = readFile(m_file);
+    const auto use = [&] {
+        SqliteClient client(m_file);
+        std::string token;
+        client.listObjects("", token, {});
+        EXPECT_EQ(get(client, "k").size(), m_bytes.size());
+        client.abortMultipartUpload("k", client.startMultipartUpload("k", {}));
+        client.deleteObject("k");
+    };
+    const auto pageSize = static_cast<std::size_t>(number("PRAGMA page_size"));
+    for (std::size_t page = 1; page * pageSize < store.size(); page += page < 20 ? 1 : 20) {
+        std::ofstream(m_file) << std::string(store).replace(page * pageSize, 100, 100, '\xA5');
+        EXPECT_PRED_FORMAT2(IsSubstring, "malformed", failureOf(use)) << "page " << page;
+    }
+    std::ofstream(m_file) << store.substr(0, store.size() / 2);
+    EXPECT_PRED_FORMAT2(IsSubstring, "malformed", failureOf(use));
+    for (const std::string damage : {"DELETE FROM chunk", "UPDATE chunk SET bytes = x'00'", "DELETE FROM slice",
+                                     "UPDATE slice SET position = 1 WHERE position = 0"}) {
+        std::ofstream(m_file) << store;
+        execute(damage);
+        EXPECT_PRED_FORMAT2(IsSubstring, "9 cannot get \"k\"", failureOf(use)) << damage;
+    }
+}
+
+TEST_F(SqliteClientTest, WhatFailsChangesNothing) {
+    SqliteClient client(m_file, {std::chrono::milliseconds(0)});
+    put(client, "k", "old");
+    std::istringstream data("ab");
+    EXPECT_THROW(client.putObject("k", data, 3), UnknownErrorException);
+    EXPECT_THROW(put(client, "", "x"), InvalidLocationException);
+    EXPECT_THROW(client.startMultipartUpload("", {}), InvalidLocationException);
+    EXPECT_THROW(client.checkObjectName(std::string("a\0b", 3)), InvalidLocationException);
+    EXPECT_FALSE(client.getObjectInfo(""));
+    for (const auto& [first, last] : {std::pair{0U, 3U}, {3U, 3U}, {2U, 1U}}) {
+        EXPECT_THROW(get(client, "k", first, last), UnknownErrorException) << first << '-' << last;
+    }
+    std::ostream badSink(nullptr);
+    EXPECT_THROW(client.getObject("k", badSink, 0, 0), UnknownErrorException);
+    SQLite::Database other(m_file, SQLite::OPEN_READWRITE);
+    const SQLite::Transaction transaction(other, SQLite::TransactionBehavior::IMMEDIATE);
+    EXPECT_THROW(put(client, "k", "new"), ResourceInUseException);
+    EXPECT_EQ(get(client, "k"), "old");
+    EXPECT_EQ(number("SELECT count(*) FROM chunk"), 1);
+}
+
+TEST_F(SqliteClientTest, EveryObjectIsWholeAfterAKillAtAnyMoment) {
+    std::minstd_rand random(std::random_device{}());
+    int putVersion = 0;
+    int uploadVersion = 0;
+    // What was told to be stored is there, or the next version, if the kill came before it was told.
+    const auto check = [this](const std::string& key, int& version, bool hasCopy) {
+        SqliteClient client(m_file);
+        const std::string bytes = client.getObjectInfo(key) ? get(client, key) : makeVersion(0);
+        version += bytes[0] == static_cast<char>(version + 1) ? 1 : 0;
+        EXPECT_TRUE(bytes == makeVersion(version) + (hasCopy && version > 1 ? makeVersion(version - 1) : ""));
+    };
+    for (int round = 0; round < 25; ++round) {
+        std::array<int, 2> ends{};
+        ASSERT_EQ(::pipe2(ends.data(), O_CLOEXEC), 0);
+        const std::string stored = std::to_string(putVersion) + ' ' + std::to_string(uploadVersion);
+        const pid_t writer = ::fork();
+        if (writer == 0) {
+            ::dup2(ends[1], STDOUT_FILENO);
+            ::execl(ENDLESS_WRITER, "writer", m_file.c_str(), stored.c_str(), nullptr);
+            ::_exit(1);
+        }
+        ::close(ends[1]);
+        const auto listen = [&] {
+            char word = 0;
+            const bool isTold = ::read(ends[0], &word, 1) == 1;
+            (word == 'p' ? putVersion : uploadVersion) += isTold ? 1 : 0;
+            return isTold;
+        };
+        for (auto words = random() % 4; words > 0; --words) {
+            listen();
+        }
+        std::this_thread::sleep_for(std::chrono::microseconds(random() % 10'000));
+        ::kill(writer, SIGKILL);
+        while (listen()) {
+        }
+        ::close(ends[0]);
+        ASSERT_EQ(::waitpid(writer, nullptr, 0), writer);
+        check("put", putVersion, false);
+        check("k", uploadVersion, true);
+        EXPECT_EQ(SQLite::Database(m_file).execAndGet("PRAGMA integrity_check").getString(), "ok");
+        EXPECT_EQ(number("SELECT count(*) FROM chunk WHERE id NOT IN (SELECT chunk FROM slice)"), 0);
+        ASSERT_FALSE(HasFailure()) << "round " << round;
+    }
+    EXPECT_GT(uploadVersion, 0);
+}
+
+}  // namespace storage::cloudprovider::test
