@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "FileDescriptor.hpp"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace cloudfs {
+
+/// The argument that stands for standard input or output.
+inline constexpr const char* kStandardStream = "-";
+
+/// A file of this machine, or standard input, to read from its beginning to its end.
+class LocalSource {
+public:
+    /// Open a file; "-" is standard input.
+    ///
+    /// Errors   Failure: not there, no rights, a folder, a name that is not valid UTF-8.
+    /// OperationInterrupted.
+    explicit LocalSource(const std::string& path);
+
+    /// The size of a regular file when it was opened; nothing for anything else.
+    std::optional<std::uint64_t> size() const noexcept { return m_size; }
+
+    /// Read up to count bytes; 0 at the end. Errors: Failure, OperationInterrupted.
+    std::size_t read(char* buffer, std::size_t count);
+
+private:
+    std::string m_path;
+    FileDescriptor m_file;
+    int m_descriptor = -1;
+    std::optional<std::uint64_t> m_size;
+};
+
+/// The last component of a local path, such as "b" for "a/b/"; empty where it names no file of its own: "/",
+/// ".", "..", and standard input.
+std::string localName(const std::string& path);
+
+/// Refuse a local name that cannot become one in the store. Errors: Failure.
+void failUnlessUtf8(const std::string& path);
+
+}  // namespace cloudfs

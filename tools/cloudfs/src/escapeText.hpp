@@ -1,0 +1,13 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace cloudfs {
+
+/// Make a text fit for one line of a terminal: control characters and bytes that are not UTF-8 become
+/// backslash escapes as in C (\n, \033), a backslash becomes two; everything else stays.
+std::string escapeText(std::string_view text);
+
+}  // namespace cloudfs

@@ -1,0 +1,71 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "failures.hpp"
+
+#include "StorePath.hpp"
+#include "escapeText.hpp"
+
+#include <cerrno>
+#include <system_error>
+
+namespace cloudfs {
+
+using foundation::storage::provider::ErrorCode;
+using foundation::storage::provider::Exception;
+
+namespace {
+
+std::string compose(ErrorCode code, const std::string& path, const std::string& cause) {
+    std::string text(toString(code));
+    text.append(": ").append(path);
+    if (!cause.empty()) {
+        text.append(": ").append(cause);
+    }
+    return text;
+}
+
+ErrorCode toErrorCode(int error) {
+    switch (error) {
+        case ENOENT:
+            return ErrorCode::NotFound;
+        case EACCES:
+        case EPERM:
+        case EROFS:
+            return ErrorCode::PermissionDenied;
+        case EEXIST:
+            return ErrorCode::AlreadyExists;
+        case EISDIR:
+        case ENOTDIR:
+        case ELOOP:
+        case ENAMETOOLONG:
+            return ErrorCode::InvalidLocation;
+        case ENOTEMPTY:
+            return ErrorCode::FolderNotEmpty;
+        case EBUSY:
+        case ETXTBSY:
+            return ErrorCode::InUse;
+        default:
+            return ErrorCode::Unknown;
+    }
+}
+
+}  // namespace
+
+Failure::Failure(ErrorCode code, const std::string& path, const std::string& cause)
+    : std::runtime_error(compose(code, path, cause)) {}
+
+void throwLocalFailure(const std::string& path, int error) {
+    throw Failure(toErrorCode(error), path, std::generic_category().message(error));
+}
+
+std::string describe(const std::exception& failure) {
+    if (dynamic_cast<const Failure*>(&failure) != nullptr || dynamic_cast<const UsageError*>(&failure) != nullptr) {
+        return escapeText(failure.what());
+    }
+    if (const auto* ofProvider = dynamic_cast<const Exception*>(&failure)) {
+        return escapeText(compose(ofProvider->getErrorCode(), StorePath::displayText(ofProvider->getIRI()),
+                                  ofProvider->getContext().getMessage()));
+    }
+    return escapeText("Unknown: " + std::string(failure.what()));
+}
+
+}  // namespace cloudfs

@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <foundation/storage/provider/Exception.hpp>
+
+#include <exception>
+#include <stdexcept>
+#include <string>
+
+namespace cloudfs {
+
+/// What the command line asks for makes no sense; the program ends with the status 2.
+class UsageError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// Whoever reads our standard output has gone; there is nobody left to tell.
+class OutputClosed : public std::exception {
+public:
+    const char* what() const noexcept override { return "standard output is closed"; }
+};
+
+/// A failed operation on one path, of the store or of this machine. what() has the shape of the provider's
+/// Exception: "NotFound: /a/b.txt: the cause".
+class Failure : public std::runtime_error {
+public:
+    Failure(foundation::storage::provider::ErrorCode code, const std::string& path, const std::string& cause);
+};
+
+/// Throw the Failure of a system call on a local path. error is an errno value.
+[[noreturn]] void throwLocalFailure(const std::string& path, int error);
+
+/// Run an operation of a stream: its failures, which know no path, become Failures of the path.
+template <typename Operation>
+auto namingPath(const std::string& path, Operation operation) {
+    try {
+        return operation();
+    } catch (const foundation::storage::provider::ByteStreamFailure& failure) {
+        throw Failure(failure.getErrorCode(), path, failure.getContext().getMessage());
+    }
+}
+
+/// One line for people: the code's name, the path, the cause. Control characters are escaped.
+std::string describe(const std::exception& failure);
+
+}  // namespace cloudfs

@@ -1,0 +1,87 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "interrupts.hpp"
+
+#include <foundation/services/ExecutionContext.hpp>
+#include <foundation/services/InterruptState.hpp>
+
+#include <poll.h>
+
+#include <cerrno>
+#include <csignal>
+
+namespace cloudfs {
+
+namespace {
+
+volatile std::sig_atomic_t g_signal = 0;
+
+void requestInterrupt(int signal) {
+    g_signal = signal;
+    foundation::utInterruptState::RequestInterrupt();
+}
+
+sigset_t watchedSignals() {
+    sigset_t signals{};
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    return signals;
+}
+
+void watch(int signal) {
+    struct sigaction action {};
+    sigaction(signal, nullptr, &action);
+    if (action.sa_handler == SIG_IGN) {
+        return;
+    }
+    action = {};
+    action.sa_handler = requestInterrupt;
+    action.sa_mask = watchedSignals();
+    action.sa_flags = 0;  // no SA_RESTART: a blocked call must return
+    sigaction(signal, &action, nullptr);
+}
+
+// Keeps the watched signals away, but from a ppoll that is given mask().
+class SignalBlock {
+public:
+    SignalBlock() {
+        const auto signals = watchedSignals();
+        pthread_sigmask(SIG_BLOCK, &signals, &m_mask);
+    }
+    SignalBlock(const SignalBlock&) = delete;
+    SignalBlock& operator=(const SignalBlock&) = delete;
+    ~SignalBlock() { pthread_sigmask(SIG_SETMASK, &m_mask, nullptr); }
+
+    const sigset_t& mask() const { return m_mask; }
+
+private:
+    sigset_t m_mask{};
+};
+
+}  // namespace
+
+void watchInterrupts() {
+    foundation::setMainExecutionContext(true);
+    watch(SIGINT);
+    watch(SIGTERM);
+    struct sigaction ignore {};
+    ignore.sa_handler = SIG_IGN;
+    sigaction(SIGPIPE, &ignore, nullptr);
+}
+
+std::optional<int> interruptingSignal() {
+    const int signal = g_signal;
+    return signal == 0 ? std::nullopt : std::optional<int>(signal);
+}
+
+// Between the check and the wait no signal may slip through, else it would be noticed only when the
+// descriptor becomes ready, perhaps never.
+void waitUntilReady(int descriptor, short events) {
+    const SignalBlock block;
+    pollfd entry{descriptor, events, 0};
+    do {
+        foundation::utInterruptState::ThrowIfInterruptPending();
+    } while (::ppoll(&entry, 1, nullptr, &block.mask()) < 0 && errno == EINTR);
+}
+
+}  // namespace cloudfs

@@ -1,0 +1,21 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <optional>
+
+namespace cloudfs {
+
+/// Let SIGINT and SIGTERM request the host's interrupt instead of ending the process, and make the calling
+/// thread the one that is interrupted. A signal that is ignored already stays ignored. SIGPIPE is ignored:
+/// writing reports it.
+void watchInterrupts();
+
+/// The signal that requested an interrupt, if one did.
+std::optional<int> interruptingSignal();
+
+/// Wait until a descriptor can be read from (POLLIN) or written to (POLLOUT) without blocking.
+///
+/// Errors   OperationInterrupted, also for a signal that came just before.
+void waitUntilReady(int descriptor, short events);
+
+}  // namespace cloudfs

@@ -1,0 +1,584 @@
+#!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
+"""Runs every command of cloudfs: what it prints, what it stores, how it ends.
+
+usage: cloudfs_end_to_end.py CLOUDFS [unittest arguments]
+"""
+
+import os
+import pty
+import resource
+import select
+import shutil
+import signal
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+
+CLOUDFS = ""
+DONE, FAILED, USAGE, INTERRUPTED = 0, 1, 2, 130
+PART = 64 * 1024
+DEADLINE_SECONDS = 60
+
+ODD_NAMES = ["with space", "it's", 'double"quote', "ünï-日本", "new\nline", "tab\there", "esc\x1b[31m", "back\\slash",
+             "[a,b]", "{}", "-x", "%20", "dot.", "...", "#", "*"]
+
+
+class Case(unittest.TestCase):
+    """A fresh folder with a store, local files and temporary files of its own."""
+
+    def setUp(self):
+        self.folder = tempfile.mkdtemp(prefix="cloudfs-test-")
+        self.addCleanup(shutil.rmtree, self.folder)
+        self.temporary = os.path.join(self.folder, "tmp")
+        self.work = os.path.join(self.folder, "work")
+        os.mkdir(self.temporary)
+        os.mkdir(self.work)
+        self.environment = dict(os.environ, TMPDIR=self.temporary, CLOUDFS_STORE="sqlite:store.db",
+                                VX_CLOUD_PART_SIZE_OVERRIDE=str(PART), LC_ALL="C.UTF-8")
+
+    def run_tool(self, *arguments, data=b""):
+        return subprocess.run([CLOUDFS, *arguments], input=data, capture_output=True, cwd=self.work,
+                              env=self.environment, timeout=DEADLINE_SECONDS)
+
+    def start(self, *arguments, **options):
+        process = subprocess.Popen([CLOUDFS, *arguments], cwd=self.work, env=self.environment, **options)
+
+        def finish():
+            if process.poll() is None:
+                process.kill()
+                process.wait()
+            for stream in (process.stdin, process.stdout, process.stderr):
+                if stream:
+                    try:
+                        stream.close()
+                    except OSError:
+                        pass
+
+        self.addCleanup(finish)
+        return process
+
+    def ok(self, *arguments, data=b""):
+        """Expect success and silence on standard error; answer standard output."""
+        result = self.run_tool(*arguments, data=data)
+        self.assertEqual((result.returncode, result.stderr), (DONE, b""), arguments)
+        return result.stdout
+
+    def fails(self, code, path, *arguments, data=b"", mentions=""):
+        """Expect status 1 and one line: the code's name, the path, and a cause."""
+        result = self.run_tool(*arguments, data=data)
+        line = result.stderr.decode()
+        self.assertEqual(result.returncode, FAILED, (arguments, line))
+        self.assertEqual(line.count("\n"), 1, line)
+        self.assertTrue(line.startswith(f"{code}: {path}"), (arguments, line))
+        self.assertIn(mentions, line)
+
+    def misused(self, *arguments):
+        result = self.run_tool(*arguments)
+        self.assertEqual((result.returncode, result.stdout), (USAGE, b""), (arguments, result.stderr))
+        self.assertNotEqual(result.stderr, b"")
+
+    def local(self, name, data=b""):
+        path = os.path.join(self.work, name)
+        os.makedirs(os.path.dirname(path), exist_ok=True)
+        with open(path, "wb") as file:
+            file.write(data)
+        return name
+
+    def read_local(self, name):
+        with open(os.path.join(self.work, name), "rb") as file:
+            return file.read()
+
+    def names(self, path="/", *options):
+        return self.ok("ls", *options, path).decode().splitlines()
+
+    def assert_no_temporary_files(self):
+        self.assertEqual(os.listdir(self.temporary), [])
+
+
+class Usage(Case):
+    def test_wrong_arguments_end_with_2_and_touch_nothing(self):
+        self.local("f", b"x")
+        for arguments in [[], ["bogus"], ["put", "f"], ["cat"], ["ls", "--files", "--folders"], ["cat", "relative"],
+                          ["cat", ""], ["cat", "/a/../b"], ["write", "f", "/f"], ["write", "--at", "-1", "f", "/f"],
+                          ["write", "--at", "9223372036854775808", "f", "/f"], ["write", "--at", "1k", "f", "/f"],
+                          ["--trace=zz", "ls", "/"], ["--trace=0x100000000", "ls", "/"],
+                          ["--folder-policy", "none", "ls", "/"], ["--store", "f", "ls", "/"],
+                          ["--store", "sqlite:", "ls", "/"], ["--store", "s3://bucket/prefix", "ls", "/"],
+                          ["cat", "/f", "/g"]]:
+            with self.subTest(arguments=arguments):
+                self.misused(*arguments)
+        self.assertEqual(os.listdir(self.work), ["f"])
+
+    def test_help_gives_an_example_for_every_command(self):
+        overview = self.ok("--help").decode()
+        for command in ["ls", "stat", "cat", "put", "get", "append", "write", "touch", "mkdir", "rm", "rmdir", "mv",
+                        "cp"]:
+            with self.subTest(command=command):
+                self.assertIn(f"\n  {command} ", overview)
+                self.assertRegex(self.ok(command, "--help").decode(), rf"Example: .*cloudfs {command} ")
+        self.assertRegex(self.ok("--version").decode(), r"^\d+\.\d+\.\d+\n$")
+
+    def test_a_missing_store_is_made_only_to_put_something_into_it(self):
+        self.local("f", b"x")
+        for arguments in [["ls", "/"], ["stat", "/"], ["cat", "/a"], ["get", "/a", "b"], ["rm", "/a"],
+                          ["rmdir", "/a"], ["mv", "/a", "/b"], ["cp", "/a", "/b"], ["write", "--at", "0", "f", "/a"]]:
+            with self.subTest(arguments=arguments):
+                self.fails("NotFound", "store.db", *arguments, mentions="no such store")
+        self.fails("NotFound", "missing", "put", "missing", "/a")
+        self.assertEqual(os.listdir(self.work), ["f"])
+        self.ok("put", "f", "/a")
+        self.assertEqual(self.names(), ["a"])
+
+    def test_the_store_is_chosen_by_option_before_environment_before_default(self):
+        self.ok("--store", "sqlite:one.db", "put", "-", "/one", data=b"1")
+        self.ok("put", "-", "/two", data=b"2", )
+        del self.environment["CLOUDFS_STORE"]
+        self.ok("put", "-", "/three", data=b"3")
+        for store, name in [("one.db", "one"), ("store.db", "two"), ("cloudfs.db", "three")]:
+            self.assertEqual(self.ok("--store", "sqlite:" + store, "ls"), name.encode() + b"\n")
+
+    def test_a_file_that_is_no_store_is_reported_and_kept(self):
+        self.local("store.db", b"not a database " * 100)
+        self.fails("Unknown", "store.db", "ls", "/")
+        self.assertEqual(self.read_local("store.db"), b"not a database " * 100)
+
+    def test_trace_shows_nested_records_for_the_mask(self):
+        self.ok("put", "-", "/f", data=b"x")
+        everything = self.run_tool("--trace", "cat", "/f")
+        self.assertEqual(everything.stdout, b"x")
+        lines = everything.stderr.decode().splitlines()
+        self.assertTrue(any("doOpenReadOnlyStream" in line and not line.startswith(" ") for line in lines), lines)
+        self.assertTrue(any("OpenPartManager" in line and line.startswith("  ") for line in lines), lines)
+        self.assertTrue(any(line.strip() == "iri=/f" for line in lines), lines)
+        arguments_only = self.run_tool("--trace=0x2", "cat", "/f").stderr.decode()
+        self.assertIn("iri=/f", arguments_only)
+        self.assertNotIn("doOpenReadOnlyStream", arguments_only)
+
+
+class Transfers(Case):
+    def test_files_of_all_sizes_come_back_as_they_were(self):
+        for size in [0, 1, PART - 1, PART, PART + 1, 3 * PART, 20 * PART + 7]:
+            with self.subTest(size=size):
+                data = os.urandom(size)
+                self.local("in", data)
+                self.ok("put", "in", "/f")
+                self.assertEqual(self.ok("cat", "/f"), data)
+                self.ok("get", "/f", "out")
+                self.assertEqual(self.read_local("out"), data)
+                self.assertEqual(self.ok("get", "/f", "-"), data)
+                self.ok("put", "-", "/piped", data=data)
+                self.assertEqual(self.ok("cat", "/piped"), data)
+                self.assertIn(f"size: {size}\n".encode(), self.ok("stat", "/f"))
+        self.assert_no_temporary_files()
+
+    def test_append_adds_and_write_overwrites_in_place(self):
+        expected = bytearray(os.urandom(5 * PART + 100))
+        self.ok("put", "-", "/f", data=bytes(expected))
+        for offset, data in [(0, b"first"), (PART - 2, b"border"), (len(expected) - 1, b"last"), (7 * PART, b"gap")]:
+            self.ok("write", "--at", str(offset), "-", "/f", data=data)
+            expected.extend(bytes(max(0, offset + len(data) - len(expected))))
+            expected[offset:offset + len(data)] = data
+            self.assertEqual(self.ok("cat", "/f"), bytes(expected))
+        for data in [b"", b"tail", os.urandom(2 * PART)]:
+            self.ok("append", "-", "/f", data=data)
+            expected.extend(data)
+            self.assertEqual(self.ok("cat", "/f"), bytes(expected))
+        self.ok("append", "-", "/new", data=b"made")
+        self.assertEqual(self.ok("cat", "/new"), b"made")
+        self.fails("NotFound", "/absent", "write", "--at", "0", "-", "/absent", data=b"x")
+        self.assertEqual(self.names(), ["f", "new"])
+
+    def test_put_replaces_and_goes_into_folders(self):
+        self.local("f", b"one")
+        self.ok("put", "f", "/sub/")
+        self.assertEqual(self.ok("cat", "/sub/f"), b"one")
+        self.local("f", b"two")
+        self.ok("put", "f", "/sub")
+        self.assertEqual(self.ok("cat", "/sub/f"), b"two")
+        self.ok("put", "f", "/")
+        self.assertEqual(self.names("/", "-R"), ["f", "sub/", "sub/f"])
+        self.misused("put", "-", "/sub/")
+        self.fails("InvalidLocation", "/sub", "append", "f", "/sub")
+
+    def test_what_cannot_be_read_here_or_there_is_reported(self):
+        os.mkdir(os.path.join(self.work, "folder"))
+        self.ok("put", "-", "/sub/f", data=b"x")
+        for code, path, arguments in [
+                ("NotFound", "missing", ["put", "missing", "/a"]),
+                ("InvalidLocation", "folder", ["put", "folder", "/a"]),
+                ("InvalidLocation", "folder", ["append", "folder", "/a"]),
+                ("NotFound", "/absent", ["cat", "/absent"]),
+                ("NotFound", "/absent.", ["cat", "/absent."]),
+                ("NotFound", "/absent", ["get", "/absent", "out"]),
+                ("NotFound", "/absent", ["stat", "/absent"]),
+                ("NotFound", "/absent", ["ls", "/absent"]),
+                ("InvalidLocation", "/sub", ["cat", "/sub"]),
+                ("InvalidLocation", "/sub", ["get", "/sub", "out"]),
+                ("InvalidLocation", "/sub/f", ["cat", "/sub/f/"]),
+                ("NotFound", "nowhere/", ["get", "/sub/f", "nowhere/out"])]:
+            with self.subTest(arguments=arguments):
+                self.fails(code, path, *arguments)
+        self.assertEqual(sorted(os.listdir(self.work)), ["folder", "store.db"])
+
+    def test_get_keeps_permissions_follows_the_link_given_and_writes_to_devices(self):
+        self.ok("put", "-", "/f", data=b"new")
+        self.local("real", b"old")
+        os.chmod(os.path.join(self.work, "real"), 0o640)
+        os.symlink("real", os.path.join(self.work, "link"))
+        self.ok("get", "/f", "link")
+        self.assertTrue(os.path.islink(os.path.join(self.work, "link")))
+        self.assertEqual(self.read_local("real"), b"new")
+        self.assertEqual(os.stat(os.path.join(self.work, "real")).st_mode & 0o777, 0o640)
+        self.ok("get", "/f", "/dev/null")
+        self.assertFalse(os.path.isfile("/dev/null"))
+
+    def test_a_get_that_fails_leaves_what_was_there(self):
+        self.ok("put", "-", "/f", data=bytes(20 * PART))
+        self.local("out", b"old")
+        limit = 5 * PART
+        process = self.start("get", "/f", "out", stderr=subprocess.PIPE, restore_signals=False,
+                             preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (limit, limit)))
+        self.assertEqual(process.wait(DEADLINE_SECONDS), FAILED)
+        self.assertEqual(process.stderr.read(), b"Unknown: out: File too large\n")
+        self.assertEqual(self.read_local("out"), b"old")
+        self.assertEqual(sorted(os.listdir(self.work)), ["out", "store.db"])
+
+    def test_output_that_cannot_be_written_is_a_failure(self):
+        self.ok("put", "-", "/f", data=b"x" * PART)
+        for command in ["cat", "ls", "stat"]:
+            with open("/dev/full", "wb") as full, self.subTest(command=command):
+                result = subprocess.run([CLOUDFS, command, "/f"], stdout=full, stderr=subprocess.PIPE, cwd=self.work,
+                                        env=self.environment)
+                self.assertEqual(result.returncode, FAILED)
+                self.assertIn(b"No space left", result.stderr)
+
+    def test_a_reader_that_leaves_ends_cat_quietly(self):
+        self.ok("put", "-", "/f", data=bytes(40 * PART))
+        process = self.start("cat", "/f", stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        process.stdout.read(1)
+        process.stdout.close()
+        self.assertEqual(process.wait(DEADLINE_SECONDS), FAILED)
+        self.assertEqual(process.stderr.read(), b"")
+        self.assert_no_temporary_files()
+
+
+class Listing(Case):
+    def test_an_empty_store_lists_as_nothing(self):
+        self.ok("put", "-", "/f")
+        self.ok("rm", "/f")
+        self.assertEqual(self.ok("ls", "/"), b"")
+        self.assertEqual(self.ok("ls", "-R", "/"), b"")
+        self.assertEqual(self.ok("ls"), b"")
+
+    def test_kinds_depth_and_details_are_selected(self):
+        for path in ["/a.txt", "/b/c.txt", "/b/d/e.txt"]:
+            self.ok("put", "-", path, data=b"12345")
+        for options, path, expected in [
+                ([], "/", ["a.txt", "b/"]), (["--files"], "/", ["a.txt"]), (["--folders"], "/", ["b/"]),
+                (["-R"], "/", ["a.txt", "b/", "b/c.txt", "b/d/", "b/d/e.txt"]),
+                (["-R", "--files"], "/b", ["c.txt", "d/e.txt"]), (["-R", "--folders"], "/", ["b/", "b/d/"]),
+                ([], "/b/", ["c.txt", "d/"]), ([], "/b/c.txt", ["/b/c.txt"]), (["--folders"], "/b/c.txt", [])]:
+            with self.subTest(options=options, path=path):
+                self.assertEqual(self.names(path, *options), expected)
+        self.assertRegex(self.ok("ls", "-l", "/").decode(),
+                         r"\A +5  \d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ  a\.txt\n +-  .*  b/\n\Z")
+        self.assertRegex(self.ok("stat", "/a.txt").decode(), r"path: /a.txt\nkind: file\nsize: 5\ntime: \d{4}-")
+        self.assertEqual(self.ok("stat", "/b"), b"path: /b\nkind: folder\nsize: -\ntime: -\n")
+
+    def test_odd_names_survive_and_are_escaped_on_a_terminal_only(self):
+        for name in ODD_NAMES:
+            with self.subTest(name=name):
+                data = name.encode()
+                self.ok("put", self.local("./" + name, data), "/odd/")
+                self.assertEqual(self.ok("cat", "/odd/" + name), data)
+                self.ok("get", "/odd/" + name, "out")
+                self.assertEqual(self.read_local("out"), data)
+                self.ok("append", "-", "/odd/" + name, data=b"+")
+                self.ok("write", "--at", "0", "-", "/odd/" + name, data=b"=")
+                self.assertEqual(self.ok("cat", "/odd/" + name), b"=" + data[1:] + b"+")
+                self.assertEqual(self.ok("ls", "/odd"), data + b"\n")
+                self.ok("mv", "/odd/" + name, "/odd2/" + name)
+                self.ok("cp", "/odd2/" + name, "/odd/" + name)
+                self.ok("rm", "/odd2/" + name)
+                self.assertIn(data, self.ok("stat", "/odd/" + name))
+                self.ok("rm", "/odd/" + name)
+        self.fails("NotFound", "/no\\nsuch\\033", "cat", "/no\nsuch\x1b")
+
+    def test_a_terminal_sees_escapes(self):
+        self.ok("put", "-", "/new\nline\x1b\\\u0085é")
+        master, slave = pty.openpty()
+        process = self.start("ls", "/", stdout=slave)
+        os.close(slave)
+        self.assertEqual(process.wait(DEADLINE_SECONDS), DONE)
+        self.assertEqual(os.read(master, 1000).decode(), "new\\nline\\033\\\\\\302\\205é\r\n")
+        os.close(master)
+
+
+class Trees(Case):
+    def make_tree(self, root):
+        files = {"a.txt": b"a", "sub/b.txt": os.urandom(2 * PART), "sub/deep/c": b"", "dot./x": b"x", "dot/x": b"y"}
+        for name, data in files.items():
+            self.local(f"{root}/{name}", data)
+        os.mkdir(os.path.join(self.work, root, "empty"))
+        return files
+
+    def test_a_tree_comes_back_as_it_was_under_both_policies(self):
+        for policy, keeps_empty in [("markers", True), ("implicit", False)]:
+            with self.subTest(policy=policy):
+                options = ["--folder-policy", policy, "--store", f"sqlite:{policy}.db"]
+                files = self.make_tree(f"{policy}-in")
+                self.ok(*options, "put", "-r", f"{policy}-in", "/tree")
+                self.ok(*options, "get", "-r", "/tree", f"{policy}-out")
+                for name, data in files.items():
+                    self.assertEqual(self.read_local(f"{policy}-out/{name}"), data, name)
+                self.assertEqual(os.path.isdir(os.path.join(self.work, f"{policy}-out/empty")), keeps_empty)
+        self.assert_no_temporary_files()
+
+    def test_trees_go_into_existing_folders_under_their_name(self):
+        self.local("tree/f", b"1")
+        self.ok("put", "-r", "tree", "/")
+        self.ok("put", "-r", "tree/", "/other/")
+        self.ok("put", "-r", "tree/.", "/tree")
+        self.assertEqual(self.names("/", "-R", "--files"), ["other/tree/f", "tree/f"])
+        os.mkdir(os.path.join(self.work, "out"))
+        self.ok("get", "-r", "/tree", "out")
+        self.ok("get", "-r", "/", "all")
+        self.assertEqual(self.read_local("out/tree/f"), b"1")
+        self.assertEqual(self.read_local("all/other/tree/f"), b"1")
+        self.ok("get", "-r", "/tree/f", "single")
+        self.assertEqual(self.read_local("single"), b"1")
+        self.fails("AlreadyExists", "/tree/f", "put", "-r", "tree", "/tree/f")
+
+    def test_local_trees_that_cannot_be_stored_are_refused_before_anything_is(self):
+        for name, make in [("bytes", lambda path: open(path + b"/a\xff", "wb").close()),
+                           ("fifo", lambda path: os.mkfifo(path + b"/fifo")),
+                           ("loop", lambda path: os.symlink(b"..", path + b"/up")),
+                           ("dangling", lambda path: os.symlink(b"nowhere", path + b"/link"))]:
+            with self.subTest(name=name):
+                self.local(f"{name}/0", b"x")
+                make(os.path.join(self.work, name).encode())
+                self.assertEqual(self.run_tool("put", "-r", name, "/").returncode, FAILED)
+                self.assertFalse(os.path.exists(os.path.join(self.work, "store.db")))
+        self.fails("InvalidLocation", "\\377", "put", b"\xff", "/f", mentions="not valid UTF-8")
+
+    def test_get_stays_inside_the_folder_it_was_given(self):
+        # Names that no path of this tool can make, but other programs may: put under a harmless one of the same
+        # length, then changed in the store's file itself.
+        for name in ["d/../../evil", "d//evil-----", "d/./evil----"]:
+            with self.subTest(name=name):
+                stand_in = "d/" + "x" * (len(name) - 2)
+                self.ok("put", "-", "/" + stand_in, data=b"evil")
+                self.rename_key(stand_in, name)
+                self.fails("InvalidLocation", "/", "get", "-r", "/", "out")
+                self.assertFalse(os.path.exists(os.path.join(self.work, "out")))
+                os.remove(os.path.join(self.work, "store.db"))
+        outside = os.path.join(self.folder, "outside")
+        os.mkdir(outside)
+        self.ok("put", "-", "/sub/f", data=b"x")
+        os.makedirs(os.path.join(self.work, "out"))
+        os.symlink(outside, os.path.join(self.work, "out/sub"))
+        self.ok("put", "-", "/out/sub/f", data=b"x")
+        self.fails("InvalidLocation", "out/sub", "get", "-r", "/sub", "out", mentions="link")
+        self.fails("InvalidLocation", "./out/sub", "get", "-r", "/out", ".", mentions="link")
+        with open(os.path.join(outside, "kept"), "wb"):
+            pass
+        os.symlink(os.path.join(outside, "kept"), os.path.join(self.work, "out/f"))
+        self.ok("get", "/sub/f", "out")
+        self.assertEqual(self.read_local("out/f"), b"x")
+        self.assertEqual(os.path.getsize(os.path.join(outside, "kept")), 0)
+        os.remove(os.path.join(outside, "kept"))
+        self.assertEqual(os.listdir(outside), [])
+
+    def rename_key(self, old, new):
+        import sqlite3
+        with sqlite3.connect(os.path.join(self.work, "store.db")) as connection:
+            connection.execute("UPDATE object SET key = ? WHERE key = ?", (new.encode(), old.encode()))
+        connection.close()
+
+
+class Namespace(Case):
+    def test_touch_creates_and_never_changes(self):
+        self.ok("touch", "/f")
+        self.assertEqual(self.ok("cat", "/f"), b"")
+        self.ok("put", "-", "/f", data=b"kept")
+        self.fails("AlreadyExists", "/f", "touch", "/f")
+        self.assertEqual(self.ok("cat", "/f"), b"kept")
+        self.ok("append", "-", "/empty")
+        self.assertIn(b"size: 0\n", self.ok("stat", "/empty"))
+
+    def test_folders_are_made_and_removed(self):
+        self.ok("mkdir", "/a")
+        self.assertEqual(self.names(), ["a/"])
+        self.assertEqual(self.ok("ls", "/a"), b"")
+        self.assertIn(b"kind: folder", self.ok("stat", "/a"))
+        self.fails("AlreadyExists", "/a", "mkdir", "/a")
+        self.fails("AlreadyExists", "/a", "touch", "/a")
+        self.fails("NotFound", "/b/c", "mkdir", "/b/c")
+        self.ok("mkdir", "-p", "/b/c/d")
+        self.ok("mkdir", "-p", "/b/c/d")
+        self.assertEqual(self.names("/", "-R"), ["a/", "b/", "b/c/", "b/c/d/"])
+        self.fails("FolderNotEmpty", "/b", "rmdir", "/b")
+        self.ok("rmdir", "/b/c/d/")
+        self.fails("NotFound", "/b/c/d", "rmdir", "/b/c/d")
+        self.fails("Unsupported", "/x", "--folder-policy", "implicit", "mkdir", "/x")
+
+    def test_rm_removes_what_is_there_and_says_so_otherwise(self):
+        for path in ["/f", "/d/1", "/d/e/2", "/d2"]:
+            self.ok("put", "-", path, data=b"x")
+        self.ok("rm", "/f")
+        self.fails("NotFound", "/f", "rm", "/f")
+        self.fails("NotFound", "/f", "rm", "-r", "/f")
+        self.fails("InvalidLocation", "/d", "rm", "/d", mentions="rm -r")
+        self.ok("rm", "-r", "/d")
+        self.assertEqual(self.names("/", "-R"), ["d2"])
+        self.ok("rm", "-r", "/d2")
+        self.ok("rm", "-r", "/")
+        self.assertEqual(self.ok("ls"), b"")
+
+    def test_mv_and_cp_replace_only_when_told_and_go_into_folders(self):
+        big = os.urandom(3 * PART + 5)
+        for command, keeps_source in [("mv", False), ("cp", True)]:
+            with self.subTest(command=command):
+                self.ok("put", "-", "/a", data=big)
+                self.ok("put", "-", "/b", data=b"b")
+                self.fails("AlreadyExists", "/b", command, "/a", "/b")
+                self.assertEqual(self.ok("cat", "/b"), b"b")
+                self.ok(command, "--replace", "/a", "/b")
+                self.assertEqual(self.ok("cat", "/b"), big)
+                self.assertEqual(self.run_tool("cat", "/a").returncode, DONE if keeps_source else FAILED)
+                self.ok(command, "/b", "/new/")
+                self.assertEqual(self.ok("cat", "/new/b"), big)
+                self.ok("put", "-", "/c", data=b"c")
+                self.ok(command, "/c", "/new")
+                self.assertEqual(self.ok("cat", "/new/c"), b"c")
+                self.fails("NotFound", "/absent", command, "/absent", "/x")
+                self.fails("Unsupported", "/new", command, "/new", "/elsewhere")
+                self.ok("put", "-", "/same", data=b"s")
+                self.ok(command, "--replace", "/same", "/same")
+                self.assertEqual(self.ok("cat", "/same"), b"s")
+                self.ok("rm", "-r", "/")
+        self.assert_no_temporary_files()
+
+
+class Interrupts(Case):
+    def start_put_through_fifo(self, path):
+        """Start a put that has read 4 parts and waits for more; answer the process and the FIFO's end."""
+        fifo = os.path.join(self.folder, "fifo")
+        os.mkfifo(fifo)
+        process = self.start("put", "-", path, stdin=os.open(fifo, os.O_RDWR), stderr=subprocess.PIPE)
+        writer = os.open(fifo, os.O_WRONLY)
+        self.addCleanup(os.close, writer)
+        # More than a FIFO holds: the last write returns only when the tool has read the most of it.
+        os.write(writer, bytes(4 * PART + 65536))
+        return process, writer
+
+    def store_content(self):
+        return {name: self.ok("cat", "/" + name) for name in self.names("/", "-R", "--files")}
+
+    def test_sigint_and_sigterm_end_a_put_without_a_trace(self):
+        self.ok("put", "-", "/old", data=b"old")
+        for number in [signal.SIGINT, signal.SIGTERM]:
+            for path in ["/old", "/new"]:
+                with self.subTest(signal=number, path=path):
+                    process, _ = self.start_put_through_fifo(path)
+                    process.send_signal(number)
+                    self.assertEqual(process.wait(DEADLINE_SECONDS), 128 + number)
+                    self.assertEqual(process.stderr.read(), b"interrupted\n")
+                    self.assertEqual(self.store_content(), {"old": b"old"})
+                    self.assert_no_temporary_files()
+                os.remove(os.path.join(self.folder, "fifo"))
+
+    def test_sigint_ends_a_put_of_a_tree_between_whole_files(self):
+        self.local("tree/1", b"one")
+        # Sparse, and so large that reading it never ends by itself.
+        with open(os.path.join(self.work, "tree/2"), "wb") as file:
+            file.truncate(1 << 36)
+        self.environment["VX_CLOUD_PART_SIZE_OVERRIDE"] = str(1 << 20)
+        process = self.start("put", "-r", "tree", "/", stderr=subprocess.PIPE)
+        deadline = time.monotonic() + DEADLINE_SECONDS
+        while not os.path.exists(os.path.join(self.work, "store.db")) or not os.listdir(self.temporary):
+            self.assertLess(time.monotonic(), deadline)
+        process.send_signal(signal.SIGINT)
+        self.assertEqual(process.wait(DEADLINE_SECONDS), INTERRUPTED)
+        self.assertLessEqual(set(self.store_content().items()), {("tree/1", b"one")})
+        self.assert_no_temporary_files()
+
+    def test_sigint_ends_a_get_without_a_partial_file(self):
+        self.ok("put", "-", "/f", data=os.urandom(60 * PART))
+        process = self.start("get", "/f", "-", stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        process.stdout.read(1)  # the rest does not fit into the pipe: the tool waits
+        process.send_signal(signal.SIGINT)
+        self.assertEqual(process.wait(DEADLINE_SECONDS), INTERRUPTED)
+        self.assert_no_temporary_files()
+        self.assertEqual(os.listdir(self.work), ["store.db"])
+
+    def test_an_ignored_sigint_stays_ignored(self):
+        process = self.start("put", "-", "/f", stdin=subprocess.PIPE, stderr=subprocess.PIPE,
+                             preexec_fn=lambda: signal.signal(signal.SIGINT, signal.SIG_IGN))
+        process.stdin.write(bytes(2 * 65536))
+        process.send_signal(signal.SIGINT)
+        process.stdin.close()
+        self.assertEqual(process.wait(DEADLINE_SECONDS), DONE)
+
+    def test_a_killed_put_leaves_every_file_whole(self):
+        contents = {"old": os.urandom(3 * PART), "other": b"other"}
+        for name, data in contents.items():
+            self.ok("put", "-", "/" + name, data=data)
+        for path in ["/old", "/new"]:
+            with self.subTest(path=path):
+                process, _ = self.start_put_through_fifo(path)
+                process.kill()
+                process.wait()
+                self.assertEqual(self.store_content(), contents)
+                os.remove(os.path.join(self.folder, "fifo"))
+        # Parts lie in named temporary files while a file is open; nobody is left to remove those of a killed
+        # process. What a later one makes goes as usual.
+        left = os.listdir(self.temporary)
+        self.ok("put", "-", "/after", data=b"after")
+        self.assertEqual(sorted(os.listdir(self.temporary)), sorted(left))
+
+    def test_input_that_breaks_off_stores_nothing(self):
+        self.ok("put", "-", "/f", data=b"whole")
+        # Reading a process's own memory from address 0 fails in the middle of nowhere.
+        for arguments in [["put", "/proc/self/mem", "/f"], ["append", "/proc/self/mem", "/f"],
+                          ["put", "/proc/self/mem", "/g"], ["write", "--at", "1", "/proc/self/mem", "/f"]]:
+            with self.subTest(arguments=arguments):
+                self.fails("Unknown", "/proc/self/mem", *arguments)
+                self.assertEqual(self.store_content(), {"f": b"whole"})
+
+
+class Progress(Case):
+    def test_a_long_transfer_draws_a_bar_on_a_terminal_and_takes_it_away(self):
+        master, slave = pty.openpty()
+        self.addCleanup(os.close, master)
+        size = 1 << 22
+        self.local("f", bytes(size))
+        self.ok("put", "f", "/f")
+        process = self.start("cat", "/f", stdout=subprocess.PIPE, stderr=slave)
+        os.close(slave)
+        # The pipe is full and the tool waits for its reader until the bar is due: half a second is its rule.
+        received = len(process.stdout.read(1))
+        time.sleep(0.6)
+        drawn = b""
+        while received < size:
+            received += len(process.stdout.read1(65536))
+            while select.select([master], [], [], 0)[0]:
+                drawn += os.read(master, 4096)
+        self.assertEqual(process.wait(DEADLINE_SECONDS), DONE)
+        try:
+            while True:
+                drawn += os.read(master, 4096)
+        except OSError:
+            pass  # the other end is closed
+        text = drawn.decode()
+        self.assertRegex(text, r"\[#+ *\] [\d.]+ [KM]iB of 4\.0 MiB, [\d.]+ [KM]iB/s")
+        self.assertRegex(text, r"\d:\d\d left")
+        self.assertTrue(text.endswith("\r\x1b[K"), repr(text[-80:]))
+
+
+if __name__ == "__main__":
+    CLOUDFS = os.path.abspath(sys.argv.pop(1))
+    unittest.main()
