@@ -7,7 +7,7 @@
 namespace foundation {
 
 std::optional<std::u16string> getEnvironment(const std::u16string& name) {
-    const char* value = std::getenv(toUtf8(name).c_str());  // NOLINT(concurrency-mt-unsafe): only reads
+    const char* value = std::getenv(toUtf8(name).c_str());
     if (value == nullptr) {
         return std::nullopt;
     }

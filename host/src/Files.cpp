@@ -2,6 +2,7 @@
 #include <foundation/services/Files.hpp>
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <unistd.h>
 #include <boost/filesystem/operations.hpp>
 #include <cerrno>
@@ -36,7 +37,7 @@ private:
 }  // namespace
 
 boost::filesystem::path temporaryFolder() {
-    const char* folder = std::getenv("TMPDIR");  // NOLINT(concurrency-mt-unsafe): only reads
+    const char* folder = std::getenv("TMPDIR");
     return folder != nullptr && *folder != '\0' ? boost::filesystem::absolute(folder) : "/tmp";
 }
 
@@ -66,6 +67,12 @@ void reserveBlocks(const boost::filesystem::path& path, std::uint64_t size) {
     if (error != 0 && error != EOPNOTSUPP && error != EINVAL) {
         throwSystemError(error, "cannot reserve " + std::to_string(size) + " bytes for " + path.native());
     }
+}
+
+void adviseLargePages([[maybe_unused]] char* data, [[maybe_unused]] std::uint64_t size) noexcept {
+#ifdef MADV_HUGEPAGE
+    ::madvise(data, size, MADV_HUGEPAGE);
+#endif
 }
 
 void removeFile(const boost::filesystem::path& path) {

@@ -23,9 +23,7 @@ public:
 private:
     std::int64_t doRead(char* /*buffer*/, std::int64_t /*count*/) override { return m_raise(), 0; }
     std::int64_t doWrite(const char* /*data*/, std::int64_t /*count*/) override { return m_raise(), 0; }
-    std::streampos doSeek(std::int64_t /*offset*/, std::ios_base::seekdir /*way*/) override {
-        return m_raise(), 0;
-    }
+    std::streampos doSeek(std::int64_t /*offset*/, std::ios_base::seekdir /*way*/) override { return m_raise(), 0; }
     void doClose() override { m_raise(); }
 
     std::function<void()> m_raise;

@@ -101,7 +101,8 @@ private:
     void append(const std::string& path, const Attributes& attributes) {
         // Keys such as a//b have components without a name; there is nothing to show for those.
         if (!path.empty() && !utils::hasTrailingSlash(path)) {
-            m_entries.emplace_back(foundation::toUtf16Lossy(path), attributes);
+            const auto name = foundation::toUtf16Lossy(path);
+            m_entries.emplace_back(name, attributes);
         }
     }
 

@@ -21,8 +21,8 @@ namespace storage::cloudprovider {
 
 using foundation::storage::provider::ByteStream;
 using foundation::storage::provider::ByteStreamFailure;
-using foundation::storage::provider::ByteStreamOpenOptions;
 using foundation::storage::provider::ByteStreamReadFailure;
+using foundation::storage::provider::ByteStreamWriteFailure;
 using foundation::storage::provider::ErrorCode;
 using foundation::storage::provider::Exception;
 using foundation::storage::provider::ExceptionContext;
@@ -31,7 +31,6 @@ using foundation::storage::provider::FileAttributes;
 using foundation::storage::provider::FolderAttributes;
 using foundation::storage::provider::IFolderEntryIterator;
 using foundation::storage::provider::IProvider;
-using foundation::storage::provider::ReplacementPolicy;
 using foundation::storage::provider::StorageIRI;
 
 namespace {
@@ -54,6 +53,16 @@ void failIfRoot(const StorageIRI& resolved) {
 // For operations whose failures are not translated as a whole.
 StorageIRI resolvedForHost(const StorageIRI& iri) {
     return translatingErrors(iri, [&] { return getResolvedIRI(iri); });
+}
+
+// Run a step on a file's stream; its failure becomes the host's, with the file's identifier.
+template <typename Step>
+void namingFile(const StorageIRI& iri, Step step) {
+    try {
+        step();
+    } catch (const ByteStreamFailure& failure) {
+        throw Exception(failure.getErrorCode(), iri, failure.getContext());
+    }
 }
 
 // A store that answers with somebody else's keys must not have them deleted.
@@ -164,6 +173,7 @@ void CloudProvider::doMoveFile(const StorageIRI& source, const StorageIRI& desti
     ScopeGuard guard([&transfer] { transfer.closeBoth(); });
     try {
         transfer.copyAllBytes();
+        transfer.closeSource();  // else the removal would find the source in use
     } catch (const foundation::OperationInterrupted&) {
         translateException(from);
     }
@@ -301,22 +311,20 @@ void CloudProvider::doCopyFile(const StorageIRI& source, const StorageIRI& desti
         if ((!replaces && doFileExists(destination)) || (m_checkFolderOnCopy && doFolderExists(destination))) {
             throw Exception(ErrorCode::AlreadyExists, destination);
         }
-        const auto from = resolvedForHost(source);
-        const auto to = resolvedForHost(destination);
-        if (isSameFile(from, to)) {
+        if (isSameFile(source, destination)) {
             return;
         }
-        auto transfer = openTransfer(from, to);
+        auto transfer = openTransfer(source, destination);
+        const ScopeGuard guard([&transfer] { transfer.giveUp(); });  // of a finished transfer nothing is left
         try {
             transfer.copyAllBytes();
-            transfer.closeBoth();
         } catch (const ByteStreamReadFailure& failure) {
-            transfer.giveUp();
             throw Exception(failure.getErrorCode(), source, failure.getContext());
-        } catch (const ByteStreamFailure& failure) {
-            transfer.giveUp();
+        } catch (const ByteStreamWriteFailure& failure) {
             throw Exception(failure.getErrorCode(), destination, failure.getContext());
         }
+        namingFile(source, [&] { transfer.closeSource(); });
+        namingFile(destination, [&] { transfer.closeBoth(); });
     });
 }
 
@@ -348,7 +356,8 @@ bool CloudProvider::isPrefixInUse(const std::string& prefix) const {
     bool isEmpty = true;
     do {
         isEmpty = m_client->listObjects(prefix, token, ListOptions{"", 1}).empty();
-    } while (isEmpty && !token.empty());
+        throwIfInterrupted();
+    } while (isEmpty && !token.empty() && !prefix.empty());
     return prefix.empty() || !isEmpty;
 }
 
@@ -380,7 +389,7 @@ void CloudProvider::failIfOpen(const StorageIRI& resolved) const {
 // The source first: a missing one leaves the destination as it was. A destination that is open elsewhere would share
 // its content with the stream opened here instead of being replaced.
 FileTransfer CloudProvider::openTransfer(const StorageIRI& source, const StorageIRI& destination) const {
-    if (OpenFileManager::instance().isOpen(destination, m_client)) {
+    if (OpenFileManager::instance().isOpen(resolvedForHost(destination), m_client)) {
         throw Exception(ErrorCode::InUse, destination);
     }
     auto sourceStream = doOpenReadOnlyStream(source);
@@ -391,7 +400,7 @@ FileTransfer CloudProvider::openTransfer(const StorageIRI& source, const Storage
 }
 
 bool CloudProvider::isSameFile(const StorageIRI& source, const StorageIRI& destination) const {
-    if (utils::iriToKey(source) != utils::iriToKey(destination)) {
+    if (utils::iriToKey(resolvedForHost(source)) != utils::iriToKey(resolvedForHost(destination))) {
         return false;
     }
     if (!doFileExists(source)) {

@@ -60,6 +60,9 @@ void FileTransfer::copyAllBytes() {
         giveUp();  // the user wants no file, least of all half of one
         throw;
     }
+}
+
+void FileTransfer::closeSource() {
     m_source.close();
 }
 
@@ -79,14 +82,8 @@ void FileTransfer::closeBoth() {
 }
 
 void FileTransfer::giveUp() noexcept {
-    try {
-        if (!abandonStream(*m_destinationStream)) {
-            m_destination.close();
-        }
-        m_source.close();
-    } catch (...) {
-        traceCaughtException();
-    }
+    const ScopeGuard source([this] { m_source.close(); });
+    const ScopeGuard destination([this] { abandonStream(*m_destinationStream); });
 }
 
 }  // namespace storage::cloudprovider

@@ -29,11 +29,14 @@ public:
 
     FileTransfer(std::unique_ptr<ByteStream> source, std::unique_ptr<ByteStream> destination);
 
-    /// Copy every byte, then close the source, and only that.
+    /// Copy every byte.
     ///
     /// Errors   ByteStreamReadFailure; ByteStreamWriteFailure, also when the destination takes less than it was given;
-    ///          ByteStreamCloseFailure of the source; OperationInterrupted, after the destination was given up.
+    ///          OperationInterrupted, after the destination was given up.
     void copyAllBytes();
+
+    /// Close the source. Closing again does nothing.
+    void closeSource();
 
     /// Close the source, then, whatever became of that, the destination, which stores it. The destination's failure
     /// wins. Closing again does nothing.

@@ -125,9 +125,9 @@ private:
     LocalDataVersion m_localDataVersion;
     bool m_isOnlyPart = false;
     const std::uint64_t m_capacity;
-    std::uint64_t m_storedSize;     // leading bytes that the stored object has
-    std::uint64_t m_scheduledSize;  // size handed to the upload last, else m_storedSize
-    bool m_hasUploadTag = false;    // m_info.Tag is of the running upload
+    std::uint64_t m_storedSize;              // leading bytes that the stored object has
+    std::uint64_t m_scheduledSize;           // size handed to the upload last, else m_storedSize
+    std::optional<std::string> m_uploadTag;  // given by the running upload; m_info.Tag is that of the stored part
     const std::shared_ptr<OpenFileContext> m_context;
 };
 

@@ -103,7 +103,9 @@ std::string iriToKey(const foundation::storage::provider::StorageIRI& iri) {
 ptime double2Ptime(double milliseconds) {
     const double seconds = std::trunc(milliseconds / 1000);
     // Also true for NaN, which compares false with everything.
-    if (!(seconds >= static_cast<double>(earliest() / 1000) && seconds <= static_cast<double>(latest() / 1000))) {
+    const auto first = static_cast<double>(earliest());
+    const auto last = static_cast<double>(latest());
+    if (!(seconds * 1000 >= first && seconds * 1000 <= last)) {
         return {boost::posix_time::not_a_date_time};
     }
     return epoch() + boost::posix_time::seconds(static_cast<std::int64_t>(seconds));

@@ -12,8 +12,6 @@ namespace storage::cloudprovider::test {
 
 namespace {
 
-using foundation::storage::provider::ByteStream;
-using foundation::storage::provider::ByteStreamOpenOptions;
 using When = CallControl::When;
 using Repeat = CallControl::Repeat;
 

@@ -16,9 +16,7 @@ namespace {
 
 using foundation::storage::provider::ErrorCode;
 using foundation::storage::provider::IFolderEntryIterator;
-using foundation::storage::provider::IProvider;
 using foundation::storage::provider::ReplacementPolicy;
-using foundation::storage::provider::StorageIRI;
 using Error = std::optional<ErrorCode>;
 
 // What a provider makes of a store, told by a plain map of keys.

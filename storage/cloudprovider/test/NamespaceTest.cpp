@@ -7,6 +7,8 @@
 #include <storage/cloudprovider/CloudException.hpp>
 #include <storage/cloudprovider/buildCloudProvider.hpp>
 
+#include <boost/numeric/conversion/cast.hpp>
+
 #include <functional>
 #include <thread>
 
@@ -160,6 +162,20 @@ TEST_F(NamespaceTest, FaultsNeverLoseBothEndsOfATransfer) {
         }
     }
     m_client = std::make_shared<FakeCloudClient>();
+}
+
+TEST_F(NamespaceTest, ACopyThatFailsInWhateverWayLeavesTheDestination) {
+    const std::function<void()> faults[] = {[] { throw boost::numeric::positive_overflow(); },
+                                            [] { throw Exception(ErrorCode::InUse, IRI()); }, [] { throw 1; }};
+    m_client->storeParts(m_key, m_content, {8, 8, 8, 6});
+    m_client->store(m_otherKey, "kept");
+    for (const auto& fault : faults) {
+        m_client->setFault(fault);
+        m_client->failOperation("getObject", 2);
+        EXPECT_ANY_THROW(m_provider->copyFile(m_file, m_other, ReplacementPolicy::Replace));
+        EXPECT_EQ(m_client->content(m_otherKey), "kept");
+        EXPECT_FALSE(isAnythingOpen());
+    }
 }
 
 TEST_F(NamespaceTest, FaultsInRecursiveRemovalLeaveTheRestWhole) {

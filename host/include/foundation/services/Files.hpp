@@ -29,6 +29,12 @@ FOUNDATION_HOST_EXPORT boost::filesystem::path createTemporaryFile(std::string_v
 /// Threads  any.
 FOUNDATION_HOST_EXPORT void reserveBlocks(const boost::filesystem::path& path, std::uint64_t size);
 
+/// Hint that mapped bytes will be filled, and read again, as a whole, so that large pages are worth their making. Where
+/// the system has none, or does not want to, nothing happens.
+///
+/// Threads  any.
+FOUNDATION_HOST_EXPORT void adviseLargePages(char* data, std::uint64_t size) noexcept;
+
 /// Delete a file. Throws boost::filesystem::filesystem_error when it cannot be deleted or is not there.
 FOUNDATION_HOST_EXPORT void removeFile(const boost::filesystem::path& path);
 

@@ -37,6 +37,7 @@ std::uint64_t endOf(const std::vector<PartInfo>& parts) {
 
 std::vector<std::string> keysOf(const std::vector<ObjectInfo>& entries) {
     std::vector<std::string> keys;
+    keys.reserve(entries.size());
     for (const auto& entry : entries) {
         keys.push_back(entry.Key);
     }

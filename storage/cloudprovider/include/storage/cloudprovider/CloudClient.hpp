@@ -93,6 +93,8 @@ public:
 
     /// Take a part from the bytes that the stored object holds at part.Offset, without sending them.
     ///
+    /// Values   part.Tag: the tag that the stored part was described with, empty if it had none. A client that can tell
+    ///          refuses it when the object was replaced since, rather than mix two versions.
     /// Result   the tag of the new part.
     virtual std::string copyPart(const std::string& key, const std::string& uploadId, const PartInfo& part) = 0;
 
