@@ -208,6 +208,7 @@ void CloudProvider::doRemoveFolderRecursively(const StorageIRI& iri) const {
         }
         failIfNotBelow(folderPrefixOf(iri), items);
         for (const auto& item : items) {
+            throwIfInterrupted();
             failIfOpen(resolved);
             m_client->deleteObject(item.Key);
         }

@@ -253,6 +253,26 @@ TEST_P(ClientConformance, CopiedPartsHoldTheStoredBytes) {
     EXPECT_FALSE(m_client->getObjectInfo("k"));
 }
 
+TEST_P(ClientConformance, ListedPartsAreCopiedUntilTheObjectIsReplaced) {
+    const auto expected = storeParts("k");
+    const auto layout = m_client->getObjectParts("k");
+    const auto id = m_client->startMultipartUpload("k", layout.at(0).Tag);
+    auto copied = layout;
+    for (auto& part : copied) {
+        part.Tag = m_client->copyPart("k", id, part);
+    }
+    m_client->completeMultipartUpload("k", id, copied);
+    EXPECT_EQ(get("k"), expected);
+    if (GetParam().refusesReplacedParts) {
+        const auto other = m_client->startMultipartUpload("k", {});
+        put("k", pattern(expected.size(), 9));
+        for (const auto& part : layout) {
+            EXPECT_THROW(m_client->copyPart("k", other, part), CloudException) << part.Index;
+        }
+        m_client->abortMultipartUpload("k", other);
+    }
+}
+
 TEST_P(ClientConformance, GivingUpOrRefusingAnUploadLeavesTheOldObject) {
     put("k", "old");
     const auto kept = m_client->startMultipartUpload("k", {});

@@ -22,6 +22,7 @@ struct ClientUnderTest {
     bool takesAnyBytesInKeys = true;                     ///< not only UTF-8
     bool copiesAnyRange = true;                          ///< not only whole parts of the stored object
     bool missesDeleted = true;                           ///< deleting what is not there is an error
+    bool refusesReplacedParts = false;                   ///< copyPart throws for the tag of an object that is no more
 };
 
 std::ostream& operator<<(std::ostream& stream, const ClientUnderTest& client);
