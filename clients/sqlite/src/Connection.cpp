@@ -53,6 +53,19 @@ Connection::Connection(const std::string& file, bool mayCreate, std::chrono::mil
         "journal_size_limit=67108864");
 }
 
+std::string Connection::file() const {
+    return sqlite3_db_filename(m_database.getHandle(), "main");
+}
+
+void Connection::setBusyTimeout(std::chrono::milliseconds timeout) {
+    m_database.setBusyTimeout(toTimeout(timeout));
+}
+
+void Connection::setKeepsLog(bool isKept) {
+    m_database.check(
+        sqlite3_db_config(m_database.getHandle(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, isKept ? 1 : 0, nullptr));
+}
+
 bool Connection::isIdle() const noexcept {
     return sqlite3_get_autocommit(m_database.getHandle()) != 0;
 }

@@ -48,6 +48,15 @@ public:
 
     SQLite::Database& database() noexcept { return m_database; }
 
+    /// The file's absolute path, as SQLite resolved it when it was opened.
+    std::string file() const;
+
+    /// How long to wait for others from now on.
+    void setBusyTimeout(std::chrono::milliseconds timeout);
+
+    /// Whether closing leaves the write-ahead log as it is.
+    void setKeepsLog(bool isKept);
+
     /// Whether no transaction is open.
     bool isIdle() const noexcept;
 

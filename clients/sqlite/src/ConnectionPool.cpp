@@ -19,9 +19,8 @@ ConnectionPool::Lease::~Lease() {
     m_pool.giveBack(std::move(m_connection));
 }
 
-ConnectionPool::ConnectionPool(std::string file, std::chrono::milliseconds busyTimeout,
-                               std::unique_ptr<Connection> first)
-    : m_file(std::move(file)), m_busyTimeout(busyTimeout) {
+ConnectionPool::ConnectionPool(std::chrono::milliseconds busyTimeout, std::unique_ptr<Connection> first)
+    : m_file(first->file()), m_busyTimeout(busyTimeout) {
     m_idle.reserve(kMostIdle);  // so that giving back needs no memory
     m_idle.push_back(std::move(first));
 }

@@ -30,8 +30,8 @@ public:
         std::unique_ptr<Connection> m_connection;
     };
 
-    /// Values   first: a connection to the same file, the first to be leased.
-    ConnectionPool(std::string file, std::chrono::milliseconds busyTimeout, std::unique_ptr<Connection> first);
+    /// Values   first: the first to be leased; all others go to its file, wherever the process changes to.
+    ConnectionPool(std::chrono::milliseconds busyTimeout, std::unique_ptr<Connection> first);
 
     /// Take an idle connection, or open one.
     Lease lease();

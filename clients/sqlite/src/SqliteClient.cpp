@@ -43,7 +43,9 @@ void requireKey(const std::string& key) {
 class SqliteClient::Implementation {
 public:
     Implementation(std::string file, const SqliteOptions& options)
-        : m_file(std::move(file)), m_pool(m_file, options.BusyTimeout, open(options)) {}
+        : m_file(std::move(file)), m_pool(options.BusyTimeout, open(options)) {
+        tidy(options.BusyTimeout);
+    }
 
     /// Run an action on the store as it is now; later changes do not show.
     template <class Action>
@@ -74,6 +76,13 @@ public:
         });
     }
 
+    /// Drop the uploads without activity for a day, each by itself, so that other writers get in between.
+    void dropAbandonedUploads(const char* step, const std::string& key) {
+        while (read(step, key, sqlite::hasAbandonedUploads)) {
+            write(step, key, sqlite::dropAbandonedUpload);
+        }
+    }
+
 private:
     template <class Action>
     auto translate(const char* step, const std::string& key, const Action& action) -> decltype(action()) {
@@ -98,16 +107,26 @@ private:
         });
     }
 
+    // Drop abandoned uploads if nobody else is writing: opening neither waits nor fails for them, since whoever
+    // begins the next upload drops them, too.
+    void tidy(std::chrono::milliseconds busyTimeout) {
+        const auto setBusyTimeout = [this](std::chrono::milliseconds timeout) {
+            translate("open", {}, [&] { m_pool.lease()->setBusyTimeout(timeout); });
+        };
+        setBusyTimeout(std::chrono::milliseconds(0));
+        try {
+            dropAbandonedUploads("open", {});
+        } catch (const ResourceInUseException&) {
+        }
+        setBusyTimeout(busyTimeout);
+    }
+
     const std::string m_file;
     ConnectionPool m_pool;
 };
 
 SqliteClient::SqliteClient(const std::string& file, const SqliteOptions& options)
-    : m_implementation(std::make_unique<Implementation>(toDatabaseName(file), options)) {
-    if (m_implementation->read("open", {}, sqlite::hasAbandonedUploads)) {
-        m_implementation->write("open", {}, sqlite::dropAbandonedUploads);
-    }
-}
+    : m_implementation(std::make_unique<Implementation>(toDatabaseName(file), options)) {}
 
 SqliteClient::~SqliteClient() = default;
 
@@ -161,10 +180,9 @@ std::vector<PartInfo> SqliteClient::getObjectParts(const std::string& key) {
 
 std::string SqliteClient::startMultipartUpload(const std::string& key, const std::string& /*lastTag*/) {
     requireKey(key);
-    return m_implementation->write("start an upload of", key, [&](Connection& connection) {
-        sqlite::dropAbandonedUploads(connection);
-        return sqlite::startUpload(connection, key);
-    });
+    m_implementation->dropAbandonedUploads("start an upload of", key);
+    return m_implementation->write("start an upload of", key,
+                                   [&](Connection& connection) { return sqlite::startUpload(connection, key); });
 }
 
 std::string SqliteClient::uploadPart(const std::string& key, const std::string& uploadId, const PartInfo& part,

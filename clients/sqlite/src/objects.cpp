@@ -19,19 +19,25 @@ namespace {
 // The parts that an object put whole is shown with.
 constexpr std::uint64_t kUniformPartSize = std::uint64_t{8} * 1024 * 1024;
 
+// The part of that index; the object must be long enough to have it.
+PartInfo makeUniformPart(const StoredObject& object, std::uint64_t index) {
+    const std::uint64_t offset = index * kUniformPartSize;
+    return {index, offset, std::min(kUniformPartSize, object.size - offset),
+            std::to_string(object.content) + '.' + std::to_string(index)};
+}
+
 std::vector<PartInfo> makeUniformParts(const StoredObject& object) {
     std::vector<PartInfo> parts;
-    for (std::uint64_t offset = 0; offset < object.size; offset += kUniformPartSize) {
-        const std::uint64_t index = parts.size();
-        parts.push_back({index, offset, std::min(kUniformPartSize, object.size - offset),
-                         std::to_string(object.content) + '.' + std::to_string(index)});
+    while (parts.size() * kUniformPartSize < object.size) {
+        parts.push_back(makeUniformPart(object, parts.size()));
     }
     return parts;
 }
 
 std::vector<PartInfo> getUploadedParts(Connection& connection, std::int64_t content) {
     std::vector<PartInfo> parts;
-    Query rows = connection.query("SELECT position, size, tag FROM part WHERE content = ? ORDER BY number", content);
+    Query rows =
+        connection.query("SELECT position, size, tag FROM part WHERE content = ? ORDER BY position, number", content);
     while (rows.next()) {
         parts.push_back(
             {parts.size(), toSize(rows.getInteger(0)), toSize(rows.getInteger(1)), std::string(rows.getBytes(2))});
@@ -98,6 +104,18 @@ std::vector<PartInfo> getParts(Connection& connection, const std::string& key) {
         parts.clear();
     }
     return parts;
+}
+
+bool hasPart(Connection& connection, const StoredObject& object, const PartInfo& part) {
+    // Uploaded parts never have such a tag, so the first answer needs no look at how the object was stored.
+    const PartInfo uniform = makeUniformPart(object, part.Offset / kUniformPartSize);
+    if (part.Tag == uniform.Tag) {
+        return part.Offset == uniform.Offset && part.Size == uniform.Size;
+    }
+    return connection
+        .query("SELECT 1 FROM part WHERE content = ? AND position = ? AND size = ? AND tag = ?", object.content,
+               toInteger(part.Offset), toInteger(part.Size), part.Tag)
+        .next();
 }
 
 }  // namespace storage::cloudprovider::sqlite

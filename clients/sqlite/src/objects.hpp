@@ -42,4 +42,8 @@ void removeObject(Connection& connection, const std::string& key);
 /// The layout of an object; empty when it has a single part or is not there.
 std::vector<PartInfo> getParts(Connection& connection, const std::string& key);
 
+/// Whether an object has a part of that offset, size and tag, or is itself that part. The part must lie within the
+/// object.
+bool hasPart(Connection& connection, const StoredObject& object, const PartInfo& part);
+
 }  // namespace storage::cloudprovider::sqlite

@@ -7,6 +7,7 @@
 #include <SQLiteCpp/Transaction.h>
 #include <sqlite3.h>
 
+#include <filesystem>
 #include <string>
 
 // object -> content <- slice -> chunk         upload -> upload_part -> content
@@ -38,7 +39,7 @@ constexpr const char* kTables = R"(
     CREATE TABLE chunk(id INTEGER PRIMARY KEY, bytes BLOB NOT NULL);
     CREATE TABLE part(
         content INTEGER NOT NULL, number INTEGER NOT NULL, position INTEGER NOT NULL, size INTEGER NOT NULL,
-        tag BLOB NOT NULL, PRIMARY KEY(content, number)) WITHOUT ROWID;
+        tag BLOB NOT NULL, PRIMARY KEY(content, position, number)) WITHOUT ROWID;
     CREATE TABLE upload(id INTEGER PRIMARY KEY, key BLOB NOT NULL, touched INTEGER NOT NULL);
     CREATE TABLE upload_part(
         upload INTEGER NOT NULL, number INTEGER NOT NULL, content INTEGER NOT NULL, size INTEGER NOT NULL,
@@ -67,6 +68,14 @@ bool isStore(Connection& connection) {
         throw StoreFailure("the file is another program's database, not an object store");
     }
     return false;
+}
+
+// SQLite takes a file of one byte for an empty one, for the sake of some file systems.
+void refuseSingleByte(const Connection& connection) {
+    std::error_code error;
+    if (std::filesystem::file_size(connection.file(), error) == 1) {
+        throw SQLite::Exception(sqlite3_errstr(SQLITE_NOTADB), SQLITE_NOTADB);
+    }
 }
 
 void createTables(Connection& connection) {
@@ -99,6 +108,8 @@ std::string switchToWriteAheadLog(Connection& connection, std::chrono::milliseco
 }  // namespace
 
 void openSchema(Connection& connection, std::chrono::milliseconds busyTimeout) {
+    // What turns out to be another program's keeps its log, too: the last one to close moves it into the file.
+    connection.setKeepsLog(true);
     // In one transaction, so that a store that somebody is making is seen complete or not at all.
     bool isThere = false;
     {
@@ -106,8 +117,10 @@ void openSchema(Connection& connection, std::chrono::milliseconds busyTimeout) {
         isThere = isStore(connection);
     }
     if (!isThere) {
+        refuseSingleByte(connection);
         createTables(connection);
     }
+    connection.setKeepsLog(false);
     const std::string mode = switchToWriteAheadLog(connection, busyTimeout);
     if (mode != "wal") {
         throw StoreFailure("the file cannot have a write-ahead log; SQLite offers the journal mode " + mode);

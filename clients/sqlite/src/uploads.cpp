@@ -114,6 +114,9 @@ std::string copyStoredPart(Connection& connection, const std::string& key, const
         throw StoreFailure("the object has only " + std::to_string(object.size) + " bytes, not " +
                            std::to_string(part.Size) + " from " + std::to_string(part.Offset) + " on");
     }
+    if (!part.Tag.empty() && !hasPart(connection, object, part)) {
+        throw StoreFailure("the object was replaced meanwhile");
+    }
     return keepPart(connection, upload, part, shareContent(connection, object.content, part.Offset, part.Size));
 }
 
@@ -145,8 +148,8 @@ bool hasAbandonedUploads(Connection& connection) {
     return findAbandoned(connection) != 0;
 }
 
-void dropAbandonedUploads(Connection& connection) {
-    while (const std::int64_t upload = findAbandoned(connection)) {
+void dropAbandonedUpload(Connection& connection) {
+    if (const std::int64_t upload = findAbandoned(connection)) {
         dropUpload(connection, upload);
     }
 }

@@ -22,7 +22,8 @@ std::string startUpload(Connection& connection, const std::string& key);
 std::string sendPart(Connection& connection, const std::string& key, const std::string& uploadId, const PartInfo& part,
                      std::istream& data);
 
-/// Result   the part's tag. Throws ResourceNotFoundException when the object is not there.
+/// Result   the part's tag. Throws ResourceNotFoundException when the object is not there, StoreFailure when it has no
+///          part of the given tag; an empty tag fits any.
 std::string copyStoredPart(Connection& connection, const std::string& key, const std::string& uploadId,
                            const PartInfo& part);
 
@@ -35,7 +36,7 @@ void completeUpload(Connection& connection, const std::string& key, const std::s
 /// Whether some upload had no activity for a day.
 bool hasAbandonedUploads(Connection& connection);
 
-/// Drop those uploads.
-void dropAbandonedUploads(Connection& connection);
+/// Drop one of those uploads, if there is one.
+void dropAbandonedUpload(Connection& connection);
 
 }  // namespace storage::cloudprovider::sqlite

@@ -288,6 +288,12 @@ std::string FakeCloudClient::copyPart(const std::string& key, const std::string&
         const auto& bytes = *found->second.bytes;
         require(part.Size > 0 && part.Offset < bytes.size() && part.Size <= bytes.size() - part.Offset,
                 "range outside the object: " + key);
+        const auto& stored = found->second.parts;
+        require(part.Tag.empty() || std::any_of(stored.begin(), stored.end(),
+                                                [&](const PartInfo& each) {
+                                                    return each.Tag == part.Tag && each.Offset == part.Offset;
+                                                }),
+                "the tag of no part that is stored: " + key);
         return addPart(key, uploadId, part, bytes.substr(part.Offset, part.Size));
     });
 }

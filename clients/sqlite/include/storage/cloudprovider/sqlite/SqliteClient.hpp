@@ -22,12 +22,14 @@ struct SqliteOptions {
 /// Content   replaced as a whole in one transaction, durable when the call returns; whoever reads meanwhile
 ///           has the object as it was when the read began. Bytes are held in chunks of at most 1 MiB, so an
 ///           object may be as large as the file system takes. copyPart shares the stored chunks instead of
-///           copying them. The file does not shrink; the room of removed objects is used again.
+///           copying them; a chunk's room is used again when nothing refers to any of its bytes, so a small range that
+///           was copied keeps its whole chunk. The file does not shrink.
 /// Listings  at most 1,000 entries a page. With a delimiter the cost follows what is returned, not what lies
 ///           below. A common prefix has the time of its marker object, not_a_date_time without one.
-/// Parts     getObjectParts answers the parts as uploaded; an object put whole has parts of 8 MiB.
-/// Uploads   an upload without activity for a day is dropped when a client opens the store or begins an
-///           upload.
+/// Parts     getObjectParts answers the parts as uploaded; an object put whole has parts of 8 MiB. copyPart
+///           takes only a stored part that has the given tag, any range when the tag is empty.
+/// Uploads   an upload without activity for a day is dropped when a client begins an upload, or opens the
+///           store while nobody else is writing.
 /// Errors    CloudException, the text with SQLite's own words; damage is told as far as SQLite notices it, and
 ///           bytes that lack are never made up. Deleting a missing object, and copying from
 ///           one, are ResourceNotFoundExceptions; an empty key, or a name that is empty or holds a NUL byte,
