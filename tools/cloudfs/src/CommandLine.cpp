@@ -3,6 +3,7 @@
 
 #include "TraceSink.hpp"
 #include "download.hpp"
+#include "escapeText.hpp"
 #include "failures.hpp"
 #include "namespaceChanges.hpp"
 #include "upload.hpp"
@@ -10,6 +11,7 @@
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
 
+#include <algorithm>
 #include <charconv>
 #include <cstdint>
 #include <string_view>
@@ -22,6 +24,9 @@ namespace {
 using storage::cloudprovider::FolderPolicy;
 
 constexpr int kWrongUsage = 2;
+
+// What the parser gives a flag without a value.
+const char* const kFlagWithoutValue = "true";
 
 const char* const kPathHelp = "A path in the store, such as /a/b.txt";
 const char* const kLocalInHelp = "A local file, or - for standard input";
@@ -62,10 +67,11 @@ CommandLine::CommandLine() : m_app("Work with the files of an object store", "cl
     m_app.get_formatter()->label("REQUIRED", "");
     m_app.get_formatter()->label("TEXT", "");
     m_app.get_formatter()->label("SUBCOMMAND", "COMMAND");
-    m_app.get_formatter()->label("Subcommands", "Commands");
+    m_app.failure_message(
+        [](const CLI::App* /*app*/, const CLI::Error& error) { return escapeText(error.what()) + kUsageHint; });
     m_app.footer(
         "cloudfs COMMAND --help tells more about a command.\n"
-        "Exit status: 0 done, 1 the operation failed, 2 wrong usage, 130 interrupted.\n"
+        "Exit status: 0 done, 1 the operation failed, 2 wrong usage, 128 + the signal when interrupted.\n"
         "Example: cloudfs --store sqlite:photos.db ls -l /2024");
     defineGlobalOptions();
     defineListing();
@@ -87,16 +93,29 @@ std::optional<int> CommandLine::parse(int argc, const char* const* argv) {
         }
         m_app.exit(error);
         return kWrongUsage;
+    } catch (const CLI::ExtrasError& error) {
+        if (isSurplusOfPut()) {
+            throw UsageError("put takes one local file, or with -r one folder, and a path in the store");
+        }
+        m_app.exit(error);
+        return kWrongUsage;
     } catch (const CLI::ParseError& error) {
         return m_app.exit(error) == 0 ? 0 : kWrongUsage;
     }
+}
+
+// What a shell makes of "put *.jpg /".
+bool CommandLine::isSurplusOfPut() const {
+    const auto surplus = m_app.remaining(true);
+    const auto isOption = [](const std::string& argument) { return argument.size() > 1 && argument.front() == '-'; };
+    return m_app.got_subcommand("put") && std::none_of(surplus.begin(), surplus.end(), isOption);
 }
 
 void CommandLine::run() const {
     const Session session{StoreUrl::parse(m_store),
                           m_folderPolicy == "implicit" ? FolderPolicy::ImplicitFolders : FolderPolicy::MarkerObjects};
     if (!m_traceMask.empty()) {
-        startTrace(parseMask(m_traceMask));
+        startTrace(m_traceMask == kFlagWithoutValue ? kDefaultTraceMask : parseMask(m_traceMask));
     }
     m_action(session, m_arguments);
 }
@@ -104,6 +123,7 @@ void CommandLine::run() const {
 CLI::App& CommandLine::define(const std::string& name, const std::string& description, const std::string& example,
                               Action action) {
     auto* const command = m_app.add_subcommand(name, description);
+    command->group("Commands");
     command->fallthrough();
     command->footer("Example: " + example);
     command->callback([this, action = std::move(action)] { m_action = action; });
@@ -122,7 +142,7 @@ void CommandLine::defineGlobalOptions() {
         ->check(CLI::IsMember({"markers", "implicit"}))
         ->capture_default_str();
     m_app
-        .add_flag("--trace{0x72}", m_traceMask,
+        .add_flag("--trace", m_traceMask,
                   "Show the provider's diagnostic records on standard error; the mask, after \"=\", adds up\n"
                   "0x2 arguments, 0x10 caught exceptions, 0x20 entry and 0x40 exit of functions")
         ->type_name("[=MASK]");
@@ -149,10 +169,11 @@ void CommandLine::defineReading() {
                               [](const Session& session, const Arguments& arguments) { cat(session, arguments.path); });
     catCommand.add_option("PATH", m_arguments.path, kPathHelp)->required();
 
-    auto& getCommand = define("get", "Copy a file out of the store", "cloudfs get -r /photos/2024 backup",
-                              [](const Session& session, const Arguments& arguments) {
-                                  get(session, arguments.path, arguments.local, arguments.isRecursive);
-                              });
+    auto& getCommand =
+        define("get", "Copy a file out of the store; an existing local file is replaced",
+               "cloudfs get -r /photos/2024 backup", [](const Session& session, const Arguments& arguments) {
+                   get(session, arguments.path, arguments.local, arguments.isRecursive);
+               });
     getCommand.add_flag("-r", m_arguments.isRecursive, "Copy a folder with all it holds");
     getCommand.add_option("PATH", m_arguments.path, kPathHelp)->required();
     getCommand.add_option("LOCAL", m_arguments.local, "A local file or folder to copy to, or - for standard output")
@@ -160,8 +181,8 @@ void CommandLine::defineReading() {
 }
 
 void CommandLine::defineWriting() {
-    auto& putCommand = define("put", "Copy a file into the store", "cloudfs put -r photos /",
-                              [](const Session& session, const Arguments& arguments) {
+    auto& putCommand = define("put", "Copy a local file into the store; an existing file is replaced",
+                              "cloudfs put -r photos /", [](const Session& session, const Arguments& arguments) {
                                   put(session, arguments.local, arguments.path, arguments.isRecursive);
                               });
     putCommand.add_flag("-r", m_arguments.isRecursive, "Copy a folder with all it holds");
@@ -175,7 +196,7 @@ void CommandLine::defineWriting() {
     appendCommand.add_option("PATH", m_arguments.path, kPathHelp)->required();
 
     auto& writeCommand =
-        define("write", "Overwrite bytes of a file in place and keep the rest",
+        define("write", "Overwrite bytes of an existing file in place and keep the rest",
                "cloudfs write --at 4096 patch.bin /disk.img", [](const Session& session, const Arguments& arguments) {
                    writeAt(session, parseOffset(arguments.offset), arguments.local, arguments.path);
                });
@@ -193,7 +214,7 @@ void CommandLine::defineCreation() {
                [](const Session& session, const Arguments& arguments) { touch(session, arguments.path); });
     touchCommand.add_option("PATH", m_arguments.path, kPathHelp)->required();
 
-    auto& mkdir = define("mkdir", "Create a folder", "cloudfs mkdir -p /photos/2024/may",
+    auto& mkdir = define("mkdir", "Create a folder", "cloudfs mkdir -p /a/b",
                          [](const Session& session, const Arguments& arguments) {
                              makeFolder(session, arguments.path, arguments.withParents);
                          });

@@ -45,6 +45,7 @@ private:
 
     CLI::App& define(const std::string& name, const std::string& description, const std::string& example,
                      Action action);
+    bool isSurplusOfPut() const;
     void defineGlobalOptions();
     void defineListing();
     void defineReading();

@@ -21,10 +21,11 @@ public:
     /// OperationInterrupted.
     explicit LocalSource(const std::string& path);
 
-    /// The size of a regular file when it was opened; nothing for anything else.
+    /// What is to be read of a regular file as it was when it was opened; nothing where that is not known.
     std::optional<std::uint64_t> size() const noexcept { return m_size; }
 
-    /// Read up to count bytes; 0 at the end. Errors: Failure, OperationInterrupted.
+    /// Read up to count bytes; 0 at the end. A regular file is read as far as it went when it was opened, however it
+    /// grows; one that got shorter is a failure. Errors: Failure, OperationInterrupted.
     std::size_t read(char* buffer, std::size_t count);
 
 private:
@@ -32,6 +33,7 @@ private:
     FileDescriptor m_file;
     int m_descriptor = -1;
     std::optional<std::uint64_t> m_size;
+    std::uint64_t m_read = 0;
 };
 
 /// The last component of a local path, such as "b" for "a/b/"; empty where it names no file of its own: "/",

@@ -2,6 +2,8 @@
 #include "LocalTree.hpp"
 
 #include "LocalSource.hpp"
+#include "LocalStoreFiles.hpp"
+#include "escapeText.hpp"
 #include "failures.hpp"
 
 #include <foundation/services/InterruptState.hpp>
@@ -13,6 +15,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <iostream>
 
 namespace cloudfs {
 
@@ -43,6 +46,8 @@ std::vector<std::string> sortedNames(const std::string& folder) {
 
 class Scan {
 public:
+    explicit Scan(const LocalStoreFiles& storeFiles) : m_storeFiles(storeFiles) {}
+
     // prefix is what the names of entries begin with: empty, or ending in "/".
     void enter(const std::string& folder, const std::string& prefix) {
         const auto status = statusOf(folder);
@@ -64,6 +69,10 @@ private:
 
     void add(const std::string& path, const std::string& name) {
         foundation::utInterruptState::ThrowIfInterruptPending();
+        if (m_storeFiles.contain(path)) {
+            std::cerr << escapeText(path) << ": skipped, it is the store itself\n";
+            return;
+        }
         failUnlessUtf8(path);
         const auto status = statusOf(path);
         if (S_ISREG(status.st_mode)) {
@@ -76,6 +85,7 @@ private:
         }
     }
 
+    const LocalStoreFiles& m_storeFiles;
     std::vector<LocalEntry> m_entries;
     std::vector<Identity> m_open;  // the folders being scanned, outermost first
 };
@@ -86,8 +96,8 @@ bool isLocalFolder(const std::string& path) {
     return S_ISDIR(statusOf(path).st_mode);
 }
 
-std::vector<LocalEntry> scanLocalFolder(const std::string& path) {
-    Scan scan;
+std::vector<LocalEntry> scanLocalFolder(const std::string& path, const LocalStoreFiles& storeFiles) {
+    Scan scan(storeFiles);
     scan.enter(path, "");
     return scan.takeEntries();
 }

@@ -7,6 +7,8 @@
 
 namespace cloudfs {
 
+class LocalStoreFiles;
+
 /// A file or folder below a local folder.
 struct LocalEntry {
     std::string path;
@@ -21,11 +23,11 @@ struct LocalEntry {
 bool isLocalFolder(const std::string& path);
 
 /// List everything below a local folder, folders before what they hold, names in byte order. Links are
-/// followed.
+/// followed. The files of the store are left out, which standard error tells.
 ///
 /// Errors   Failure: something cannot be read, is neither file nor folder, has a name that is not valid
 /// UTF-8,
 ///          or is a link back to a folder above. OperationInterrupted.
-std::vector<LocalEntry> scanLocalFolder(const std::string& path);
+std::vector<LocalEntry> scanLocalFolder(const std::string& path, const LocalStoreFiles& storeFiles);
 
 }  // namespace cloudfs

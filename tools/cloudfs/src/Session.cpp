@@ -9,36 +9,53 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <string>
+#include <utility>
 
 namespace cloudfs {
 
 using foundation::storage::provider::ErrorCode;
+using storage::cloudprovider::CloudClient;
 using storage::cloudprovider::CloudException;
 using storage::cloudprovider::SqliteClient;
 
 namespace {
 
-bool isThere(const std::string& file) {
-    struct stat status {};
-    return ::stat(file.c_str(), &status) == 0 || errno != ENOENT;
-}
-
-std::shared_ptr<SqliteClient> openClient(const std::string& file) {
-    try {
-        return std::make_shared<SqliteClient>(file);
-    } catch (const CloudException& failure) {
-        throw Failure(failure.getErrorCode(), file, failure.what());
-    }
+// The library names the file in its messages, where people would read it twice.
+std::string causeOf(const CloudException& failure, const std::string& file) {
+    std::string cause = failure.what();
+    const auto at = cause.find(" " + file);
+    return at == std::string::npos ? cause : cause.erase(at, file.size() + 1);
 }
 
 }  // namespace
 
-std::shared_ptr<IProvider> Session::open(MissingStore missing) const {
-    if (missing == MissingStore::Refuse && !isThere(url.file)) {
+bool Session::hasStore() const {
+    struct stat status {};
+    if (::stat(url.file.c_str(), &status) != 0) {
+        return errno != ENOENT;
+    }
+    return !S_ISREG(status.st_mode) || status.st_size > 0;
+}
+
+std::shared_ptr<CloudClient> Session::openClient(MissingStore missing) const {
+    if (missing == MissingStore::Refuse && !hasStore()) {
         throw Failure(ErrorCode::NotFound, url.file, "there is no such store; put, append, touch and mkdir make one");
     }
+    try {
+        return std::make_shared<SqliteClient>(url.file);
+    } catch (const CloudException& failure) {
+        throw Failure(failure.getErrorCode(), url.file, causeOf(failure, url.file));
+    }
+}
+
+std::shared_ptr<IProvider> Session::providerFor(std::shared_ptr<CloudClient> client) const {
     constexpr bool kCheckFolderOnCopy = true;
-    return storage::cloudprovider::buildCloudProvider(openClient(url.file), folderPolicy, kCheckFolderOnCopy);
+    return storage::cloudprovider::buildCloudProvider(std::move(client), folderPolicy, kCheckFolderOnCopy);
+}
+
+std::shared_ptr<IProvider> Session::open(MissingStore missing) const {
+    return providerFor(openClient(missing));
 }
 
 }  // namespace cloudfs

@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "LocalStoreFiles.hpp"
 #include "StoreUrl.hpp"
 
 #include <foundation/storage/provider/IProvider.hpp>
+#include <storage/cloudprovider/CloudClient.hpp>
 #include <storage/cloudprovider/buildCloudProvider.hpp>
 
 #include <memory>
@@ -22,6 +24,15 @@ struct Session {
 
     /// Open the store. Errors: Failure, which names the store's file.
     std::shared_ptr<IProvider> open(MissingStore missing) const;
+
+    /// The same in two steps, for who puts something in between. Errors: as open.
+    std::shared_ptr<storage::cloudprovider::CloudClient> openClient(MissingStore missing) const;
+    std::shared_ptr<IProvider> providerFor(std::shared_ptr<storage::cloudprovider::CloudClient> client) const;
+
+    /// Whether there is a store; an empty file is none yet.
+    bool hasStore() const;
+
+    LocalStoreFiles files() const { return LocalStoreFiles(url.file); }
 };
 
 }  // namespace cloudfs

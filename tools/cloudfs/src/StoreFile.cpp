@@ -21,6 +21,7 @@ namespace {
 constexpr std::size_t kChunkSize = 256 * 1024;
 
 const char* const kIsFolder = "is a folder";
+const char* const kSayWhichFile = " is a folder: say which file in it is meant";
 
 // Destroying a stream stores what was written, even half of it; this closes it without that.
 void abandon(ByteStream& stream) noexcept {
@@ -56,12 +57,24 @@ void failIfFolder(const IProvider& provider, const StorePath& path) {
     }
 }
 
+std::optional<std::uint64_t> sizeOf(const IProvider& provider, const StorePath& path) {
+    failIfFolder(provider, path);
+    const auto size = provider.getFileAttributes(path.iri()).getSize();
+    return size ? std::optional<std::uint64_t>(*size) : std::nullopt;
+}
+
+void failUnlessNameable(const StorePath& path, const std::string& name) {
+    if (path.meansFolder() && name.empty()) {
+        throw UsageError(path.text() + kSayWhichFile);
+    }
+}
+
 StorePath placeFor(const IProvider& provider, const StorePath& path, const std::string& name) {
     if (!path.meansFolder() && !provider.folderExists(path.iri())) {
         return path;
     }
     if (name.empty()) {
-        throw UsageError(path.text() + " is a folder: say which file in it is meant");
+        throw UsageError(path.text() + kSayWhichFile);
     }
     auto place = path.child(name);
     failIfFolder(provider, place);

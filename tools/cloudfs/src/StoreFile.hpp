@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string_view>
 
 namespace cloudfs {
@@ -24,6 +25,12 @@ void failIfMeansFolder(const StorePath& path);
 
 /// Refuse a path where there is a folder, and no file. Errors: Failure, Exception.
 void failIfFolder(const IProvider& provider, const StorePath& path);
+
+/// The size of a file of the store, where the store tells it. Errors: Failure for a folder, Exception.
+std::optional<std::uint64_t> sizeOf(const IProvider& provider, const StorePath& path);
+
+/// Refuse a path that can only mean a folder, for a file without a name of its own. Errors: UsageError.
+void failUnlessNameable(const StorePath& path, const std::string& name);
 
 /// Where a file copied or moved to path goes: into the folder, if there is one or only one can be meant, else
 /// to path itself. name is the file's own one. Errors: UsageError when it has none but needs one, Exception.

@@ -65,6 +65,14 @@ std::string StorePath::name() const {
     return m_text.substr(m_text.rfind('/') + 1);
 }
 
+StorePath StorePath::parent() const {
+    StorePath result;
+    if (const auto slash = m_text.rfind('/'); slash > 0) {
+        result.m_text = m_text.substr(0, slash);
+    }
+    return result;
+}
+
 StorePath StorePath::child(std::string_view name) const {
     StorePath result;
     result.m_text = isRoot() ? "/" : m_text + "/";

@@ -22,6 +22,9 @@ public:
     /// The last component; empty for the root.
     std::string name() const;
 
+    /// The path above; the root is above itself.
+    StorePath parent() const;
+
     bool isRoot() const noexcept { return m_text.size() == 1; }
 
     /// Whether only a folder can be meant: the root, and what was written with a "/" or "/." at its end.

@@ -3,6 +3,7 @@
 
 #include "FileDescriptor.hpp"
 #include "LocalSource.hpp"
+#include "LocalStoreFiles.hpp"
 #include "LocalTarget.hpp"
 #include "LocalTree.hpp"
 #include "ProgressBar.hpp"
@@ -35,12 +36,6 @@ struct StoreEntry {
 
 ProgressBar::Visibility visibilityBesideOutput() {
     return ::isatty(STDOUT_FILENO) == 1 ? ProgressBar::Visibility::Never : ProgressBar::Visibility::WhenTerminal;
-}
-
-std::optional<std::uint64_t> sizeOf(const IProvider& provider, const StorePath& path) {
-    failIfFolder(provider, path);
-    const auto size = provider.getFileAttributes(path.iri()).getSize();
-    return size ? std::optional<std::uint64_t>(*size) : std::nullopt;
 }
 
 void writeToOutput(const IProvider& provider, const StorePath& path) {
@@ -133,7 +128,8 @@ void makeRootFolder(const std::string& place, const std::string& local) {
     }
 }
 
-void getTree(const IProvider& provider, const StorePath& path, const std::string& local) {
+void getTree(const Session& session, const IProvider& provider, const StorePath& path, const std::string& local) {
+    const auto storeFiles = session.files();
     const auto entries = listTree(provider, path);
     std::uint64_t total = 0;
     for (const auto& entry : entries) {
@@ -141,6 +137,9 @@ void getTree(const IProvider& provider, const StorePath& path, const std::string
     }
     ProgressBar progress(total);
     const auto root = localPlaceFor(local, path.name());
+    for (const auto& entry : entries) {
+        storeFiles.failIfContain(root + "/" + entry.name);
+    }
     makeRootFolder(root, local);
     for (const auto& entry : entries) {
         const auto target = root + "/" + entry.name;
@@ -167,14 +166,16 @@ void get(const Session& session, const std::string& path, const std::string& loc
         return;
     }
     const bool isFile = !storePath.meansFolder() && provider->fileExists(storePath.iri());
-    if (isRecursive && !isFile) {
-        if (storePath.isRoot() || provider->folderExists(storePath.iri())) {
-            getTree(*provider, storePath, local);
-            return;
+    if (!isFile && (storePath.isRoot() || provider->folderExists(storePath.iri()))) {
+        if (!isRecursive) {
+            throw Failure(ErrorCode::InvalidLocation, storePath.text(), "is a folder; get -r copies folders");
         }
+        getTree(session, *provider, storePath, local);
+        return;
     }
     ProgressBar progress(sizeOf(*provider, storePath));
     const auto place = localPlaceFor(local, storePath.name());
+    session.files().failIfContain(place);
     getFile(*provider, storePath, place, linksFor(place, local), progress);
 }
 

@@ -4,7 +4,10 @@
 #include "StorePath.hpp"
 #include "escapeText.hpp"
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
+#include <string_view>
 #include <system_error>
 
 namespace cloudfs {
@@ -14,11 +17,30 @@ using foundation::storage::provider::Exception;
 
 namespace {
 
+struct Wording {
+    std::string_view ofLibrary;
+    std::string_view forPeople;
+};
+
+constexpr std::array kWordings{
+    Wording{"Cloud Resource not found", "there is no such file or folder"},
+    Wording{"Cloud Resource already exists", "exists already"},
+    Wording{"Cloud Folder was not empty", "the folder is not empty"},
+    Wording{"Unsupported Cloud operation", "the store cannot do this"},
+    Wording{"Resource is in use", "is open elsewhere"},
+};
+
+std::string_view inPlainWords(std::string_view cause) {
+    const auto* const found = std::find_if(kWordings.begin(), kWordings.end(),
+                                           [&](const Wording& wording) { return wording.ofLibrary == cause; });
+    return found == kWordings.end() ? cause : found->forPeople;
+}
+
 std::string compose(ErrorCode code, const std::string& path, const std::string& cause) {
     std::string text(toString(code));
     text.append(": ").append(path);
     if (!cause.empty()) {
-        text.append(": ").append(cause);
+        text.append(": ").append(inPlainWords(cause));
     }
     return text;
 }

@@ -15,6 +15,9 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+/// What follows the message of a wrong usage, with the end of its line.
+inline constexpr const char* kUsageHint = "\nRun with --help for more information.\n";
+
 /// Whoever reads our standard output has gone; there is nobody left to tell.
 class OutputClosed : public std::exception {
 public:

@@ -6,6 +6,7 @@
 
 #include <poll.h>
 
+#include <array>
 #include <cerrno>
 #include <csignal>
 
@@ -13,9 +14,20 @@ namespace cloudfs {
 
 namespace {
 
+constexpr std::array kWatched{SIGINT, SIGTERM, SIGHUP};
+
 volatile std::sig_atomic_t g_signal = 0;
 
+// The first signal asks for an orderly end. Some waits cannot be interrupted, so the second ends the process; it
+// arrives when this handler, which blocks it, has returned.
 void requestInterrupt(int signal) {
+    if (g_signal != 0) {
+        struct sigaction standard {};
+        standard.sa_handler = SIG_DFL;
+        sigaction(signal, &standard, nullptr);
+        raise(signal);
+        return;
+    }
     g_signal = signal;
     foundation::utInterruptState::RequestInterrupt();
 }
@@ -23,8 +35,9 @@ void requestInterrupt(int signal) {
 sigset_t watchedSignals() {
     sigset_t signals{};
     sigemptyset(&signals);
-    sigaddset(&signals, SIGINT);
-    sigaddset(&signals, SIGTERM);
+    for (const int signal : kWatched) {
+        sigaddset(&signals, signal);
+    }
     return signals;
 }
 
@@ -62,8 +75,9 @@ private:
 
 void watchInterrupts() {
     foundation::setMainExecutionContext(true);
-    watch(SIGINT);
-    watch(SIGTERM);
+    for (const int signal : kWatched) {
+        watch(signal);
+    }
     struct sigaction ignore {};
     ignore.sa_handler = SIG_IGN;
     sigaction(SIGPIPE, &ignore, nullptr);

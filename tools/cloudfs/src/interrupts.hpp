@@ -5,9 +5,9 @@
 
 namespace cloudfs {
 
-/// Let SIGINT and SIGTERM request the host's interrupt instead of ending the process, and make the calling
-/// thread the one that is interrupted. A signal that is ignored already stays ignored. SIGPIPE is ignored:
-/// writing reports it.
+/// Let SIGINT, SIGTERM and SIGHUP request the host's interrupt instead of ending the process, and make the calling
+/// thread the one that is interrupted; a second signal ends the process. A signal that is ignored already stays
+/// ignored. SIGPIPE is ignored: writing reports it.
 void watchInterrupts();
 
 /// The signal that requested an interrupt, if one did.

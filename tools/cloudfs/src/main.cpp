@@ -30,7 +30,8 @@ int runReporting(int argc, const char* const* argv) {
         commandLine.run();
         return 0;
     } catch (const cloudfs::UsageError& error) {
-        return report(error, kWrongUsage);
+        std::cerr << cloudfs::describe(error) << cloudfs::kUsageHint;
+        return kWrongUsage;
     } catch (const cloudfs::OutputClosed&) {
         return kFailed;
     } catch (const std::exception& failure) {

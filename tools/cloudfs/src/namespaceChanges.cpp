@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "namespaceChanges.hpp"
 
+#include "ProgressBar.hpp"
+#include "ProgressClient.hpp"
 #include "StoreFile.hpp"
 #include "StorePath.hpp"
 #include "failures.hpp"
@@ -9,6 +11,7 @@ namespace cloudfs {
 
 using foundation::storage::provider::ErrorCode;
 using foundation::storage::provider::Exception;
+using storage::cloudprovider::FolderPolicy;
 
 namespace {
 
@@ -32,6 +35,39 @@ void removeTree(const IProvider& provider, const StorePath& path) {
     }
 }
 
+[[noreturn]] void failWithoutParent(const StorePath& parent) {
+    throw Failure(ErrorCode::NotFound, parent.text(), "there is no such folder; mkdir -p makes it");
+}
+
+struct TransferRequest {
+    StorePath from;
+    StorePath to;
+    ReplacementPolicy policy;
+};
+
+void failIfTaken(const IProvider& provider, const StorePath& place, ReplacementPolicy policy) {
+    if (policy == ReplacementPolicy::Fail && provider.fileExists(place.iri())) {
+        throw Failure(ErrorCode::AlreadyExists, place.text(), "exists already; --replace replaces it");
+    }
+}
+
+// operation: moveFile or copyFile.
+template <typename Operation>
+void transfer(const Session& session, const TransferRequest& request, const char* refusalOfFolders,
+              Operation operation) {
+    const auto client = session.openClient(MissingStore::Refuse);
+    const auto provider = session.providerFor(client);
+    if (isFolder(*provider, request.from)) {
+        throw Failure(ErrorCode::Unsupported, request.from.text(), refusalOfFolders);
+    }
+    const auto size = sizeOf(*provider, request.from);
+    const auto place = placeFor(*provider, request.to, request.from.name());
+    failIfTaken(*provider, place, request.policy);
+    ProgressBar progress(size);
+    const auto showing = session.providerFor(std::make_shared<ProgressClient>(client, progress));
+    namingPath(place.text(), [&] { ((*showing).*operation)(request.from.iri(), place.iri(), request.policy); });
+}
+
 }  // namespace
 
 void touch(const Session& session, const std::string& path) {
@@ -46,12 +82,26 @@ void touch(const Session& session, const std::string& path) {
 
 void makeFolder(const Session& session, const std::string& path, bool parents) {
     const StorePath storePath(path);
+    if (session.folderPolicy == FolderPolicy::ImplicitFolders) {
+        throw Failure(ErrorCode::Unsupported, storePath.text(), "folders exist only while files are in them");
+    }
+    if (storePath.isRoot() && !parents) {
+        throw Failure(ErrorCode::AlreadyExists, storePath.text(), "is always there");
+    }
+    const auto parent = storePath.parent();
+    const bool needsParent = !parents && !parent.isRoot();
+    if (needsParent && !session.hasStore()) {
+        failWithoutParent(parent);  // rather than make a store
+    }
     const auto provider = session.open(MissingStore::Create);
     if (parents) {
         provider->createFolderRecursive(storePath.iri());
-    } else {
-        provider->createFolder(storePath.iri());
+        return;
     }
+    if (needsParent && !provider->folderExists(parent.iri())) {
+        failWithoutParent(parent);
+    }
+    provider->createFolder(storePath.iri());
 }
 
 void remove(const Session& session, const std::string& path, bool isRecursive) {
@@ -75,32 +125,21 @@ void remove(const Session& session, const std::string& path, bool isRecursive) {
 
 void removeFolder(const Session& session, const std::string& path) {
     const StorePath storePath(path);
-    session.open(MissingStore::Refuse)->removeFolder(storePath.iri());
+    const auto provider = session.open(MissingStore::Refuse);
+    if (!provider->folderExists(storePath.iri()) && isFile(*provider, storePath)) {
+        throw Failure(ErrorCode::InvalidLocation, storePath.text(), "is a file");
+    }
+    provider->removeFolder(storePath.iri());
 }
 
 void move(const Session& session, const std::string& source, const std::string& destination, ReplacementPolicy policy) {
-    const StorePath from(source);
-    const StorePath to(destination);
-    const auto provider = session.open(MissingStore::Refuse);
-    if (isFolder(*provider, from)) {
-        provider->moveFolder(from.iri(), to.iri(), policy);
-        return;
-    }
-    failIfMeansFolder(from);
-    const auto place = placeFor(*provider, to, from.name());
-    namingPath(place.text(), [&] { provider->moveFile(from.iri(), place.iri(), policy); });
+    transfer(session, {StorePath(source), StorePath(destination), policy}, "is a folder; folders cannot be moved",
+             &IProvider::moveFile);
 }
 
 void copy(const Session& session, const std::string& source, const std::string& destination, ReplacementPolicy policy) {
-    const StorePath from(source);
-    const StorePath to(destination);
-    const auto provider = session.open(MissingStore::Refuse);
-    if (isFolder(*provider, from)) {
-        throw Failure(ErrorCode::Unsupported, from.text(), "is a folder; only files are copied");
-    }
-    failIfMeansFolder(from);
-    const auto place = placeFor(*provider, to, from.name());
-    namingPath(place.text(), [&] { provider->copyFile(from.iri(), place.iri(), policy); });
+    transfer(session, {StorePath(source), StorePath(destination), policy}, "is a folder; only files are copied",
+             &IProvider::copyFile);
 }
 
 }  // namespace cloudfs

@@ -51,8 +51,14 @@ StorePath folderPlaceFor(const IProvider& provider, const StorePath& path, const
     return place;
 }
 
+void failIfStore(const Session& session, const std::string& local) {
+    if (local != kStandardStream) {
+        session.files().failIfContain(local);
+    }
+}
+
 void putTree(const Session& session, const std::string& local, const StorePath& path) {
-    const auto entries = scanLocalFolder(local);
+    const auto entries = scanLocalFolder(local, session.files());
     const auto total = std::accumulate(entries.begin(), entries.end(), std::uint64_t{0},
                                        [](std::uint64_t sum, const LocalEntry& entry) { return sum + entry.size; });
     const auto provider = session.open(MissingStore::Create);
@@ -84,7 +90,9 @@ void put(const Session& session, const std::string& local, const std::string& pa
             return;
         }
     }
+    failIfStore(session, local);
     LocalSource source(local);
+    failUnlessNameable(storePath, localName(local));  // before a store is made
     const auto provider = session.open(MissingStore::Create);
     const auto place = placeFor(*provider, storePath, localName(local));
     ProgressBar progress(source.size());
@@ -93,6 +101,8 @@ void put(const Session& session, const std::string& local, const std::string& pa
 
 void append(const Session& session, const std::string& local, const std::string& path) {
     const StorePath storePath(path);
+    failIfMeansFolder(storePath);
+    failIfStore(session, local);
     LocalSource source(local);
     const auto provider = session.open(MissingStore::Create);
     failIfFolder(*provider, storePath);
@@ -108,6 +118,7 @@ void append(const Session& session, const std::string& local, const std::string&
 
 void writeAt(const Session& session, std::int64_t offset, const std::string& local, const std::string& path) {
     const StorePath storePath(path);
+    failIfStore(session, local);
     LocalSource source(local);
     const auto provider = session.open(MissingStore::Refuse);
     failIfFolder(*provider, storePath);

@@ -11,6 +11,7 @@ import resource
 import select
 import shutil
 import signal
+import sqlite3
 import subprocess
 import sys
 import tempfile
@@ -75,10 +76,10 @@ class Case(unittest.TestCase):
         self.assertTrue(line.startswith(f"{code}: {path}"), (arguments, line))
         self.assertIn(mentions, line)
 
-    def misused(self, *arguments):
+    def misused(self, *arguments, mentions="."):
         result = self.run_tool(*arguments)
         self.assertEqual((result.returncode, result.stdout), (USAGE, b""), (arguments, result.stderr))
-        self.assertNotEqual(result.stderr, b"")
+        self.assertRegex(result.stderr.decode(), mentions + r".*\nRun with --help for more information\.\n\Z")
 
     def local(self, name, data=b""):
         path = os.path.join(self.work, name)
@@ -107,13 +108,17 @@ class Usage(Case):
                           ["--trace=zz", "ls", "/"], ["--trace=0x100000000", "ls", "/"],
                           ["--folder-policy", "none", "ls", "/"], ["--store", "f", "ls", "/"],
                           ["--store", "sqlite:", "ls", "/"], ["--store", "s3://bucket/prefix", "ls", "/"],
-                          ["cat", "/f", "/g"]]:
+                          ["cat", "/f", "/g"], ["put", "-", "/sub/"]]:
             with self.subTest(arguments=arguments):
                 self.misused(*arguments)
+        self.misused("put", "a", "b", "c", "/", mentions="one local file")
+        self.misused("b\x1bgus", mentions=r"b\\033gus")
         self.assertEqual(os.listdir(self.work), ["f"])
 
     def test_help_gives_an_example_for_every_command(self):
         overview = self.ok("--help").decode()
+        self.assertIn("\nCommands:\n", overview)
+        self.assertNotIn("{", overview.split("--trace")[1])
         for command in ["ls", "stat", "cat", "put", "get", "append", "write", "touch", "mkdir", "rm", "rmdir", "mv",
                         "cp"]:
             with self.subTest(command=command):
@@ -128,7 +133,14 @@ class Usage(Case):
             with self.subTest(arguments=arguments):
                 self.fails("NotFound", "store.db", *arguments, mentions="no such store")
         self.fails("NotFound", "missing", "put", "missing", "/a")
+        self.fails("NotFound", "/no:", "mkdir", "/no/parent")
+        self.fails("AlreadyExists", "/:", "mkdir", "/")
+        self.fails("InvalidLocation", "/:", "append", "f", "/")
+        self.fails("Unsupported", "/x", "--folder-policy", "implicit", "mkdir", "/x", mentions="while files are in")
         self.assertEqual(os.listdir(self.work), ["f"])
+        self.local("store.db")
+        self.fails("NotFound", "store.db", "ls", "/", mentions="no such store")
+        self.assertEqual(self.read_local("store.db"), b"")
         self.ok("put", "f", "/a")
         self.assertEqual(self.names(), ["a"])
 
@@ -142,7 +154,7 @@ class Usage(Case):
 
     def test_a_file_that_is_no_store_is_reported_and_kept(self):
         self.local("store.db", b"not a database " * 100)
-        self.fails("Unknown", "store.db", "ls", "/")
+        self.fails("Unknown", "store.db: cannot open the store: file", "ls", "/")
         self.assertEqual(self.read_local("store.db"), b"not a database " * 100)
 
     def test_trace_shows_nested_records_for_the_mask(self):
@@ -210,13 +222,13 @@ class Transfers(Case):
                 ("NotFound", "missing", ["put", "missing", "/a"]),
                 ("InvalidLocation", "folder", ["put", "folder", "/a"]),
                 ("InvalidLocation", "folder", ["append", "folder", "/a"]),
-                ("NotFound", "/absent", ["cat", "/absent"]),
+                ("NotFound", "/absent: there is no such file or folder", ["cat", "/absent"]),
                 ("NotFound", "/absent.", ["cat", "/absent."]),
                 ("NotFound", "/absent", ["get", "/absent", "out"]),
                 ("NotFound", "/absent", ["stat", "/absent"]),
                 ("NotFound", "/absent", ["ls", "/absent"]),
                 ("InvalidLocation", "/sub", ["cat", "/sub"]),
-                ("InvalidLocation", "/sub", ["get", "/sub", "out"]),
+                ("InvalidLocation", "/sub: is a folder; get -r", ["get", "/sub", "out"]),
                 ("InvalidLocation", "/sub/f", ["cat", "/sub/f/"]),
                 ("NotFound", "nowhere/", ["get", "/sub/f", "nowhere/out"])]:
             with self.subTest(arguments=arguments):
@@ -263,6 +275,83 @@ class Transfers(Case):
         self.assertEqual(process.wait(DEADLINE_SECONDS), FAILED)
         self.assertEqual(process.stderr.read(), b"")
         self.assert_no_temporary_files()
+
+
+class OwnFiles(Case):
+    """The store as a local file among those that are copied."""
+
+    NAMES = ["store.db", "store.db-shm", "store.db-wal"]
+
+    def setUp(self):
+        super().setUp()
+        self.ok("put", "-", "/f", data=b"f")
+        # Somebody else who has it open keeps the files beside it.
+        other = sqlite3.connect(os.path.join(self.work, "store.db"))
+        self.addCleanup(other.close)
+        other.execute("SELECT count(*) FROM object").fetchall()
+        self.assertEqual(sorted(os.listdir(self.work)), self.NAMES)
+
+    def test_a_folder_that_holds_the_store_is_put_without_it(self):
+        self.local("sub/g", b"g")
+        os.link(os.path.join(self.work, "store.db"), os.path.join(self.work, "sub/hard"))
+        result = self.run_tool("put", "-r", ".", "/all")
+        self.assertEqual(result.returncode, DONE)
+        self.assertEqual(result.stderr.decode(), "".join(
+            f"./{name}: skipped, it is the store itself\n" for name in self.NAMES + ["sub/hard"]))
+        self.assertEqual(self.names("/", "-R"), ["all/", "all/sub/", "all/sub/g", "f"])
+
+    def test_the_store_is_neither_source_nor_target(self):
+        os.symlink("store.db", os.path.join(self.work, "link"))
+        for name in self.NAMES + ["link", "./store.db"]:
+            with self.subTest(name=name):
+                for arguments in [["put", name, "/x"], ["append", name, "/x"], ["write", "--at", "0", name, "/f"],
+                                  ["get", "/f", name], ["get", "-r", "/f", name]]:
+                    self.fails("InvalidLocation", name, *arguments, mentions="is the store itself")
+        self.fails("InvalidLocation", "store.db-journal", "get", "/f", "store.db-journal")
+        self.ok("put", "-", "/tree/store.db-wal", data=b"evil")
+        self.fails("InvalidLocation", "./store.db-wal", "get", "/tree/store.db-wal", ".")
+        self.environment["CLOUDFS_STORE"] = "sqlite:tree/store.db"
+        os.mkdir(os.path.join(self.work, "tree"))
+        self.ok("put", "-", "/tree/a", data=b"a")
+        self.ok("put", "-", "/tree/store.db", data=b"evil")
+        self.fails("InvalidLocation", "./tree/store.db", "get", "-r", "/tree", ".", mentions="is the store itself")
+        self.assertEqual(os.listdir(os.path.join(self.work, "tree")), ["store.db"])
+        self.assertEqual(self.names("/tree"), ["a", "store.db"])
+
+
+class ChangingFiles(Case):
+    def start_put(self, size):
+        with open(os.path.join(self.work, "in"), "wb") as file:
+            file.truncate(size)
+        self.environment["VX_CLOUD_PART_SIZE_OVERRIDE"] = str(1 << 20)
+        process = self.start("put", "in", "/f", stderr=subprocess.PIPE)
+        deadline = time.monotonic() + DEADLINE_SECONDS
+        while not os.listdir(self.temporary) and process.poll() is None:
+            self.assertLess(time.monotonic(), deadline)
+        return process
+
+    def test_a_file_that_grows_is_stored_as_it_was(self):
+        size = 16 << 20
+        process = self.start_put(size)
+        with open(os.path.join(self.work, "in"), "ab") as file:
+            while process.poll() is None and file.tell() < 1 << 32:
+                file.write(bytes(1 << 20))
+        self.assertEqual(process.wait(DEADLINE_SECONDS), DONE)
+        self.assertIn(f"size: {size}\n".encode(), self.ok("stat", "/f"))
+
+    def test_a_file_that_shrinks_is_not_stored(self):
+        process = self.start_put(1 << 36)
+        os.truncate(os.path.join(self.work, "in"), 1)
+        self.assertEqual(process.wait(DEADLINE_SECONDS), FAILED)
+        self.assertIn(b"in: the file got shorter", process.stderr.read())
+        self.assertEqual(self.names(), [])
+
+    def test_standard_input_is_read_from_where_it_stands(self):
+        self.local("in", b"read already, rest")
+        with open(os.path.join(self.work, "in"), "rb", buffering=0) as file:
+            file.seek(14)
+            self.assertEqual(self.start("put", "-", "/f", stdin=file).wait(DEADLINE_SECONDS), DONE)
+        self.assertEqual(self.ok("cat", "/f"), b"rest")
 
 
 class Listing(Case):
@@ -393,7 +482,6 @@ class Trees(Case):
         self.assertEqual(os.listdir(outside), [])
 
     def rename_key(self, old, new):
-        import sqlite3
         with sqlite3.connect(os.path.join(self.work, "store.db")) as connection:
             connection.execute("UPDATE object SET key = ? WHERE key = ?", (new.encode(), old.encode()))
         connection.close()
@@ -416,14 +504,15 @@ class Namespace(Case):
         self.assertIn(b"kind: folder", self.ok("stat", "/a"))
         self.fails("AlreadyExists", "/a", "mkdir", "/a")
         self.fails("AlreadyExists", "/a", "touch", "/a")
-        self.fails("NotFound", "/b/c", "mkdir", "/b/c")
+        self.fails("NotFound", "/b:", "mkdir", "/b/c", mentions="mkdir -p")
         self.ok("mkdir", "-p", "/b/c/d")
         self.ok("mkdir", "-p", "/b/c/d")
         self.assertEqual(self.names("/", "-R"), ["a/", "b/", "b/c/", "b/c/d/"])
         self.fails("FolderNotEmpty", "/b", "rmdir", "/b")
         self.ok("rmdir", "/b/c/d/")
         self.fails("NotFound", "/b/c/d", "rmdir", "/b/c/d")
-        self.fails("Unsupported", "/x", "--folder-policy", "implicit", "mkdir", "/x")
+        self.ok("touch", "/f")
+        self.fails("InvalidLocation", "/f", "rmdir", "/f", mentions="is a file")
 
     def test_rm_removes_what_is_there_and_says_so_otherwise(self):
         for path in ["/f", "/d/1", "/d/e/2", "/d2"]:
@@ -444,7 +533,7 @@ class Namespace(Case):
             with self.subTest(command=command):
                 self.ok("put", "-", "/a", data=big)
                 self.ok("put", "-", "/b", data=b"b")
-                self.fails("AlreadyExists", "/b", command, "/a", "/b")
+                self.fails("AlreadyExists", "/b", command, "/a", "/b", mentions="--replace")
                 self.assertEqual(self.ok("cat", "/b"), b"b")
                 self.ok(command, "--replace", "/a", "/b")
                 self.assertEqual(self.ok("cat", "/b"), big)
@@ -478,9 +567,9 @@ class Interrupts(Case):
     def store_content(self):
         return {name: self.ok("cat", "/" + name) for name in self.names("/", "-R", "--files")}
 
-    def test_sigint_and_sigterm_end_a_put_without_a_trace(self):
+    def test_signals_end_a_put_without_a_trace(self):
         self.ok("put", "-", "/old", data=b"old")
-        for number in [signal.SIGINT, signal.SIGTERM]:
+        for number in [signal.SIGINT, signal.SIGTERM, signal.SIGHUP]:
             for path in ["/old", "/new"]:
                 with self.subTest(signal=number, path=path):
                     process, _ = self.start_put_through_fifo(path)
@@ -514,6 +603,37 @@ class Interrupts(Case):
         self.assertEqual(process.wait(DEADLINE_SECONDS), INTERRUPTED)
         self.assert_no_temporary_files()
         self.assertEqual(os.listdir(self.work), ["store.db"])
+
+    def test_a_second_signal_ends_a_wait_for_the_store(self):
+        self.ok("put", "-", "/f")
+        other = sqlite3.connect(os.path.join(self.work, "store.db"), isolation_level=None)
+        self.addCleanup(other.close)
+        other.execute("BEGIN IMMEDIATE")
+        process = self.start("touch", "/g", stderr=subprocess.PIPE)
+        self.wait_for(lambda: self.waits_for_the_store(process.pid))
+        process.send_signal(signal.SIGINT)
+        self.wait_for(lambda: int(self.status(process.pid)["ShdPnd"], 16) == 0)
+        self.assertIsNone(process.poll())
+        process.send_signal(signal.SIGTERM)
+        self.assertEqual(process.wait(DEADLINE_SECONDS), -signal.SIGTERM)
+        other.execute("ROLLBACK")
+        self.assertEqual(self.names(), ["f"])
+
+    def wait_for(self, condition):
+        deadline = time.monotonic() + DEADLINE_SECONDS
+        while not condition():
+            self.assertLess(time.monotonic(), deadline)
+
+    def status(self, pid):
+        with open(f"/proc/{pid}/status") as file:
+            return dict(line.rstrip("\n").split(":\t", 1) for line in file if ":\t" in line)
+
+    def waits_for_the_store(self, pid):
+        try:
+            links = [os.readlink(entry.path) for entry in os.scandir(f"/proc/{pid}/fd")]
+        except FileNotFoundError:
+            return False  # closed meanwhile
+        return any(link.endswith("store.db-shm") for link in links) and self.status(pid)["State"].startswith("S")
 
     def test_an_ignored_sigint_stays_ignored(self):
         process = self.start("put", "-", "/f", stdin=subprocess.PIPE, stderr=subprocess.PIPE,
@@ -577,6 +697,57 @@ class Progress(Case):
         self.assertRegex(text, r"\[#+ *\] [\d.]+ [KM]iB of 4\.0 MiB, [\d.]+ [KM]iB/s")
         self.assertRegex(text, r"\d:\d\d left")
         self.assertTrue(text.endswith("\r\x1b[K"), repr(text[-80:]))
+
+    def test_cp_and_mv_show_a_bar_too(self):
+        self.environment["VX_CLOUD_PART_SIZE_OVERRIDE"] = str(1 << 21)
+        self.ok("put", "-", "/f", data=bytes(1 << 22))
+        for command in [["cp", "/f", "/g"], ["mv", "/g", "/h"]]:
+            with self.subTest(command=command):
+                master, slave = pty.openpty()
+                process = self.start(*command, stderr=slave)
+                os.close(slave)
+                self.assertEqual(process.wait(DEADLINE_SECONDS), DONE)
+                self.assertRegex(os.read(master, 10000).decode(), r"\[#+ *\] [24]\.0 MiB of 4\.0 MiB, .*storing")
+                os.close(master)
+
+
+class Completion(Case):
+    def complete(self, line):
+        """Answer what an interactive bash runs for a line with tabs in it."""
+        script = os.path.join(os.path.dirname(os.path.abspath(__file__)), "../completion/cloudfs")
+        self.environment.update(PATH=os.path.dirname(CLOUDFS) + ":" + os.environ["PATH"], TERM="dumb", PS1="ready>",
+                                INPUTRC="/dev/null", HISTFILE="")
+        pid, master = pty.fork()
+        if pid == 0:
+            os.chdir(self.work)
+            os.execvpe("bash", ["bash", "--norc", "--noprofile", "-i"], self.environment)
+        try:
+            for command in [f"source '{script}'", line + " >answer", "exit"]:
+                self.read_until(master, b"ready>")
+                os.write(master, command.encode() + b"\n")
+            self.read_until(master, b"exit\r\n")
+        finally:
+            os.kill(pid, signal.SIGKILL)
+            os.waitpid(pid, 0)
+            os.close(master)
+        return self.read_local("answer")
+
+    def read_until(self, descriptor, end):
+        received = b""
+        while not received.endswith(end):
+            self.assertTrue(select.select([descriptor], [], [], DEADLINE_SECONDS)[0], received)
+            received += os.read(descriptor, 4096)
+
+    @unittest.skipUnless(shutil.which("bash"), "there is no bash")
+    def test_names_with_blanks_and_quotes_are_completed_and_quoted(self):
+        for name in ["with space/in side", "it's", 'double"quote', "back\\slash", "plain"]:
+            self.ok("put", "-", "/" + name, data=name.encode())
+        for typed, name in [("/wi\tin\t", "with space/in side"), ("/with\\ s\tin\\ \t", "with space/in side"),
+                            ("\"/it\t", "it's"), ("/it\t", "it's"), ("/it\\'\t", "it's"),
+                            ("/dou\t", 'double"quote'), ("/back\\\\s\t", "back\\slash"), ("'/back\t", "back\\slash"),
+                            ("/pl\t", "plain")]:
+            with self.subTest(typed=typed):
+                self.assertEqual(self.complete("cloudfs cat " + typed), name.encode())
 
 
 if __name__ == "__main__":

@@ -1,0 +1,74 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "ProgressClient.hpp"
+
+#include "ProgressBar.hpp"
+
+#include <utility>
+
+namespace cloudfs {
+
+ProgressClient::ProgressClient(std::shared_ptr<CloudClient> client, ProgressBar& progress)
+    : m_client(std::move(client)), m_progress(progress) {}
+
+boost::optional<ProgressClient::ObjectInfo> ProgressClient::getObjectInfo(const std::string& key) {
+    return m_client->getObjectInfo(key);
+}
+
+void ProgressClient::checkObjectName(const std::string& name) {
+    m_client->checkObjectName(name);
+}
+
+std::vector<ProgressClient::ObjectInfo> ProgressClient::listObjects(const std::string& prefix, std::string& token,
+                                                                    const ListOptions& options) {
+    return m_client->listObjects(prefix, token, options);
+}
+
+void ProgressClient::deleteObject(const std::string& key) {
+    m_client->deleteObject(key);
+}
+
+// first = last = 0 does not tell a size; the provider asks so for the first byte.
+void ProgressClient::getObject(const std::string& key, std::ostream& sink, std::uint64_t first, std::uint64_t last) {
+    m_client->getObject(key, sink, first, last);
+    const std::lock_guard lock(m_mutex);
+    m_progress.advance(last - first + 1);
+}
+
+void ProgressClient::putObject(const std::string& key, std::istream& data, std::uint64_t size) {
+    announceStoring();
+    m_client->putObject(key, data, size);
+}
+
+std::vector<ProgressClient::PartInfo> ProgressClient::getObjectParts(const std::string& key) {
+    return m_client->getObjectParts(key);
+}
+
+std::string ProgressClient::startMultipartUpload(const std::string& key, const std::string& lastTag) {
+    announceStoring();
+    return m_client->startMultipartUpload(key, lastTag);
+}
+
+std::string ProgressClient::uploadPart(const std::string& key, const std::string& uploadId, const PartInfo& part,
+                                       std::istream& data) {
+    return m_client->uploadPart(key, uploadId, part, data);
+}
+
+std::string ProgressClient::copyPart(const std::string& key, const std::string& uploadId, const PartInfo& part) {
+    return m_client->copyPart(key, uploadId, part);
+}
+
+void ProgressClient::abortMultipartUpload(const std::string& key, const std::string& uploadId) {
+    m_client->abortMultipartUpload(key, uploadId);
+}
+
+void ProgressClient::completeMultipartUpload(const std::string& key, const std::string& uploadId,
+                                             const std::vector<PartInfo>& parts) {
+    m_client->completeMultipartUpload(key, uploadId, parts);
+}
+
+void ProgressClient::announceStoring() {
+    const std::lock_guard lock(m_mutex);
+    m_progress.announceStoring();
+}
+
+}  // namespace cloudfs

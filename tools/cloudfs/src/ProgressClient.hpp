@@ -1,0 +1,48 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <storage/cloudprovider/CloudClient.hpp>
+
+#include <memory>
+#include <mutex>
+
+namespace cloudfs {
+
+class ProgressBar;
+
+/// Shows how far a copy inside the store has come: the bytes that were fetched, then that they are being stored.
+/// Everything is done by another client. Nobody else may use the progress bar while operations run.
+class ProgressClient final : public storage::cloudprovider::CloudClient {
+public:
+    using ObjectInfo = storage::cloudprovider::ObjectInfo;
+    using ListOptions = storage::cloudprovider::ListOptions;
+    using PartInfo = storage::cloudprovider::PartInfo;
+
+    /// progress has to outlive this.
+    ProgressClient(std::shared_ptr<CloudClient> client, ProgressBar& progress);
+
+    boost::optional<ObjectInfo> getObjectInfo(const std::string& key) override;
+    void checkObjectName(const std::string& name) override;
+    std::vector<ObjectInfo> listObjects(const std::string& prefix, std::string& token,
+                                        const ListOptions& options) override;
+    void deleteObject(const std::string& key) override;
+    void getObject(const std::string& key, std::ostream& sink, std::uint64_t first, std::uint64_t last) override;
+    void putObject(const std::string& key, std::istream& data, std::uint64_t size) override;
+    std::vector<PartInfo> getObjectParts(const std::string& key) override;
+    std::string startMultipartUpload(const std::string& key, const std::string& lastTag) override;
+    std::string uploadPart(const std::string& key, const std::string& uploadId, const PartInfo& part,
+                           std::istream& data) override;
+    std::string copyPart(const std::string& key, const std::string& uploadId, const PartInfo& part) override;
+    void abortMultipartUpload(const std::string& key, const std::string& uploadId) override;
+    void completeMultipartUpload(const std::string& key, const std::string& uploadId,
+                                 const std::vector<PartInfo>& parts) override;
+
+private:
+    void announceStoring();
+
+    const std::shared_ptr<CloudClient> m_client;
+    std::mutex m_mutex;  // guards m_progress
+    ProgressBar& m_progress;
+};
+
+}  // namespace cloudfs
