@@ -8,6 +8,7 @@
 
 #include <boost/numeric/conversion/cast.hpp>
 
+#include <atomic>
 #include <limits>
 #include <thread>
 
@@ -211,6 +212,30 @@ TEST_F(StreamTest, APartChangedWhileItIsSentIsSentAgain) {
     first->close();
     second->close();
     EXPECT_EQ(m_client->content(m_key), "01234567XXabcdefgh");
+}
+
+// The one race of the engine that is allowed: bytes change under an upload, which is repeated.
+TEST_F(StreamTest, BytesMayChangeUnderTheUploadThatReadsThem) {
+    constexpr std::size_t kLargePart = 1 << 20;
+    const ScopedVariable partSize("VX_CLOUD_PART_SIZE_OVERRIDE", std::to_string(kLargePart));
+    const std::string changed(kLargePart / 4, 'b');
+    auto first = openFile(replace());
+    const auto second = openFile(update());
+    write(first, std::string(2 * kLargePart, 'a'));
+    std::atomic<bool> isSent{false};
+    std::thread sender([&] {
+        write(first, "x");  // leaves the second part, which is sent
+        isSent = true;
+    });
+    do {
+        second->seek(kLargePart, std::ios_base::beg);
+        write(second, changed);
+    } while (!isSent);
+    sender.join();
+    first->close();
+    second->close();
+    EXPECT_EQ(m_client->content(m_key),
+              std::string(kLargePart, 'a') + changed + std::string(kLargePart - changed.size(), 'a') + "x");
 }
 
 TEST_F(StreamTest, AnOpenerDuringTheWriteBackFindsWhatWasStored) {
