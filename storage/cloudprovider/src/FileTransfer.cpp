@@ -43,7 +43,7 @@ void ScopeGuard::run() {
 FileTransfer::FileTransfer(std::unique_ptr<ByteStream> source, std::unique_ptr<ByteStream> destination)
     : m_destinationStream(std::move(destination)), m_source(std::move(source)), m_destination(m_destinationStream) {}
 
-// Not boost::iostreams::copy: it closes both ends, and goes on after a short write.
+// Not boost::iostreams::copy: it closes both ends, and the destination must be stored only after the source is removed.
 void FileTransfer::copyAllBytes() {
     CLOUDPROVIDER_TRACE_FUNCTION();
     std::array<char, kChunkSize> chunk{};

@@ -58,9 +58,9 @@ public:
     /// size that are yet to be made.
     std::uint64_t findPartIndex(std::uint64_t fileOffset) const;
 
-    /// Open the part that holds an offset. With createIfNonExistent the file grows as far as that needs, in
-    /// one step: a file of more than kMaxPartCount parts is refused (UnsupportedOperationException) and
-    /// nothing changes. Without it the answer is empty at and behind the end.
+    /// Open the part that holds an offset. With createIfNonExistent the file grows as far as that needs, or not at all:
+    /// a file of more than kMaxPartCount parts is refused (UnsupportedOperationException), and so is a new part without
+    /// room for its bytes. Without it the answer is empty at and behind the end.
     std::unique_ptr<OpenPartDevice> openPart(std::uint64_t fileOffset, bool createIfNonExistent);
 
     /// Give a device back. The last one of a part decides its fate: a changed part is sent if the file has
