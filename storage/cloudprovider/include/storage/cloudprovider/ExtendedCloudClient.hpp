@@ -1,0 +1,109 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <storage/cloudprovider/CloudClient.hpp>
+#include <storage/cloudprovider/export.hpp>
+
+#include <cstdint>
+#include <iosfwd>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace storage::cloudprovider {
+
+/// An object as it is stored at one moment.
+struct ObjectDescription {
+    /// Names the object's content: it changes whenever the object is replaced, and no other content of the key ever
+    /// has it. Empty: this store cannot tell versions apart.
+    std::string Version;
+    /// The whole object in order and without gaps; a small object, or an empty one, is one part.
+    std::vector<PartInfo> Parts;
+};
+
+/// A run of an object's bytes.
+struct ObjectRange {
+    std::uint64_t First = 0;  ///< position of the first byte
+    std::uint64_t Size = 0;   ///< in bytes, not 0
+    bool IsWhole = false;     ///< these are all bytes that the object has
+};
+
+/// What has to be stored under a key for an operation to replace it. A value.
+class CLOUDPROVIDER_EXPORT ExpectedObject {
+public:
+    /// Whatever is there, or nothing.
+    static ExpectedObject anything();
+    /// No object.
+    static ExpectedObject absent();
+    /// The object of that version. An empty one, of a store that cannot tell versions apart, is anything.
+    static ExpectedObject version(std::string version);
+
+    bool isAnything() const noexcept { return m_kind == Kind::Anything; }
+    bool isAbsent() const noexcept { return m_kind == Kind::Absent; }
+    /// The version; empty unless one is expected.
+    const std::string& getVersion() const noexcept { return m_version; }
+
+    /// Whether it is met by what is stored: an object's version, or nothing when there is none.
+    bool isMetBy(const std::optional<std::string>& storedVersion) const;
+
+private:
+    enum class Kind : std::uint8_t { Anything, Absent, Version };
+
+    ExpectedObject(Kind kind, std::string version);
+
+    Kind m_kind;
+    std::string m_version;
+};
+
+/// What a store can do beyond the twelve operations. Each operation has a default made of those, which knows no
+/// versions: it ignores version and expected, and answers an empty version. A client overrides what its store does
+/// better. Who decorates a client of this kind forwards these operations, too.
+///
+/// Whoever tells versions overrides all of these. That way an object that was replaced while somebody edits it is never
+/// mixed with the edit, nor lost by it.
+///
+/// Errors   as CloudClient; ResourceInUseException besides, where an operation says so.
+/// Threads  every operation may be called by several threads at once.
+class CLOUDPROVIDER_EXPORT ExtendedCloudClient : public CloudClient {
+public:
+    ExtendedCloudClient() = default;
+    ExtendedCloudClient(const ExtendedCloudClient&) = default;
+    ExtendedCloudClient& operator=(const ExtendedCloudClient&) = default;
+    ~ExtendedCloudClient() override;
+
+    /// Describe the object of exactly that key, all of it at one moment; nothing when there is none.
+    virtual std::optional<ObjectDescription> describeObject(const std::string& key);
+
+    /// Write the bytes of a range to sink.
+    ///
+    /// Values   version: the description that the range was made by; empty where it had none.
+    /// Errors   ResourceInUseException when that version is no longer the stored one; ResourceNotFoundException when
+    ///          there is no object, and no version was given.
+    virtual void getRange(const std::string& key, const std::string& version, const ObjectRange& range,
+                          std::ostream& sink);
+
+    /// Take a part from the bytes that the stored object holds at part.Offset, as copyPart.
+    ///
+    /// Values   version: as in getRange.
+    /// Result   the tag of the new part.
+    /// Errors   ResourceInUseException when that version is no longer the stored one.
+    virtual std::string copyRange(const std::string& key, const std::string& uploadId, const PartInfo& part,
+                                  const std::string& version);
+
+    /// Store an object in one go, as putObject, if what is there is what is expected.
+    ///
+    /// Result   the version that was stored; empty: this store cannot tell.
+    /// Errors   ResourceInUseException when something else is there, which stays as it is.
+    virtual std::string putObjectOver(const std::string& key, std::istream& data, std::uint64_t size,
+                                      const ExpectedObject& expected);
+
+    /// Make the parts the object, as completeMultipartUpload, if what is there is what is expected. An upload that is
+    /// refused stays, for the caller to abort. describeObject answers the parts with the tags that were given here.
+    ///
+    /// Result   the version that was stored; empty: this store cannot tell.
+    /// Errors   ResourceInUseException when something else is there, which stays as it is.
+    virtual std::string completeUploadOver(const std::string& key, const std::string& uploadId,
+                                           const std::vector<PartInfo>& parts, const ExpectedObject& expected);
+};
+
+}  // namespace storage::cloudprovider
