@@ -4,7 +4,9 @@
 #include "FlatCloudEntryIterator.hpp"
 #include "OpenFileManager.hpp"
 #include "RecursiveCloudEntryIterator.hpp"
+#include "ScopeGuard.hpp"
 #include "Trace.hpp"
+#include "extendClient.hpp"
 #include "getResolvedIRI.hpp"
 #include "interrupt.hpp"
 #include "translateException.hpp"
@@ -65,6 +67,11 @@ void namingFile(const StorageIRI& iri, Step step) {
     }
 }
 
+// What a copy may be stored over. That there is no destination was looked at before, but it may come meanwhile.
+ExpectedObject replacedUnder(bool replaces) {
+    return replaces ? ExpectedObject::anything() : ExpectedObject::absent();
+}
+
 // A store that answers with somebody else's keys must not have them deleted.
 void failIfNotBelow(const std::string& prefix, const std::vector<ObjectInfo>& items) {
     const bool areAllBelow = std::all_of(items.begin(), items.end(), [&](const ObjectInfo& item) {
@@ -83,7 +90,7 @@ std::shared_ptr<IProvider> buildCloudProvider(std::shared_ptr<CloudClient> clien
 }
 
 CloudProvider::CloudProvider(std::shared_ptr<CloudClient> client, FolderPolicy folderPolicy, bool checkFolderOnCopy)
-    : m_client(std::move(client)), m_folderPolicy(folderPolicy), m_checkFolderOnCopy(checkFolderOnCopy) {}
+    : m_client(extendClient(std::move(client))), m_folderPolicy(folderPolicy), m_checkFolderOnCopy(checkFolderOnCopy) {}
 
 CloudProvider::~CloudProvider() = default;
 
@@ -95,7 +102,7 @@ void CloudProvider::doCreateFile(const StorageIRI& iri) const {
         if (key.empty() || m_client->getObjectInfo(key)) {
             throw ResourceAlreadyExistsException();
         }
-        putEmptyObject(key);
+        createEmptyObject(key);
     });
 }
 
@@ -118,7 +125,7 @@ void CloudProvider::doCreateFolder(const StorageIRI& iri) const {
         if (m_client->getObjectInfo(key) || m_client->getObjectInfo(marker)) {
             throw ResourceAlreadyExistsException();
         }
-        putEmptyObject(marker);
+        createEmptyObject(marker);
     });
 }
 
@@ -169,7 +176,7 @@ void CloudProvider::doMoveFile(const StorageIRI& source, const StorageIRI& desti
     if (isSameFile(from, to)) {
         return;
     }
-    auto transfer = openTransfer(from, to);
+    auto transfer = openTransfer(from, to, replacedUnder(policy == ReplacementPolicy::Replace));
     ScopeGuard guard([&transfer] { transfer.closeBoth(); });
     try {
         transfer.copyAllBytes();
@@ -259,11 +266,7 @@ std::unique_ptr<ByteStream> CloudProvider::doOpenStream(const StorageIRI& iri,
                                                         const ByteStreamOpenOptions& options) const {
     CLOUDPROVIDER_TRACE_FUNCTION();
     CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri, " options=", options);
-    return translatingErrors(iri, [&] {
-        const auto resolved = getResolvedIRI(iri);
-        failIfRoot(resolved);
-        return OpenFileManager::instance().openReadWrite(resolved, options, m_client);
-    });
+    return openForWriting(iri, options, ExpectedObject::anything());
 }
 
 std::unique_ptr<ByteStream> CloudProvider::doOpenReadOnlyStream(const StorageIRI& iri) const {
@@ -315,7 +318,7 @@ void CloudProvider::doCopyFile(const StorageIRI& source, const StorageIRI& desti
         if (isSameFile(source, destination)) {
             return;
         }
-        auto transfer = openTransfer(source, destination);
+        auto transfer = openTransfer(source, destination, replacedUnder(replaces));
         const ScopeGuard guard([&transfer] { transfer.giveUp(); });  // of a finished transfer nothing is left
         try {
             transfer.copyAllBytes();
@@ -376,9 +379,17 @@ std::vector<ObjectInfo> CloudProvider::listAllObjects(const StorageIRI& iri, con
     return items;
 }
 
-void CloudProvider::putEmptyObject(const std::string& key) const {
+// Somebody else may have made it since it was looked for.
+void CloudProvider::createEmptyObject(const std::string& key) const {
     std::stringstream nothing;
-    m_client->putObject(key, nothing, 0);
+    try {
+        m_client->putObjectOver(key, nothing, 0, ExpectedObject::absent());
+    } catch (const ResourceInUseException&) {
+        if (m_client->getObjectInfo(key)) {
+            throw ResourceAlreadyExistsException();
+        }
+        throw;
+    }
 }
 
 void CloudProvider::failIfOpen(const StorageIRI& resolved) const {
@@ -389,15 +400,25 @@ void CloudProvider::failIfOpen(const StorageIRI& resolved) const {
 
 // The source first: a missing one leaves the destination as it was. A destination that is open elsewhere would share
 // its content with the stream opened here instead of being replaced.
-FileTransfer CloudProvider::openTransfer(const StorageIRI& source, const StorageIRI& destination) const {
+FileTransfer CloudProvider::openTransfer(const StorageIRI& source, const StorageIRI& destination,
+                                         const ExpectedObject& replaced) const {
+    constexpr ByteStreamOpenOptions kReplace{
+        ByteStreamOpenOptions::Access::WriteOnly, ByteStreamOpenOptions::ExistingContent::Discard,
+        ByteStreamOpenOptions::Presence::Optional, ByteStreamOpenOptions::WriteMode::Positioned};
     if (OpenFileManager::instance().isOpen(resolvedForHost(destination), m_client)) {
         throw Exception(ErrorCode::InUse, destination);
     }
     auto sourceStream = doOpenReadOnlyStream(source);
-    auto destinationStream = doOpenStream(
-        destination, {ByteStreamOpenOptions::Access::WriteOnly, ByteStreamOpenOptions::ExistingContent::Discard,
-                      ByteStreamOpenOptions::Presence::Optional, ByteStreamOpenOptions::WriteMode::Positioned});
-    return {std::move(sourceStream), std::move(destinationStream)};
+    return {std::move(sourceStream), openForWriting(destination, kReplace, replaced)};
+}
+
+std::unique_ptr<ByteStream> CloudProvider::openForWriting(const StorageIRI& iri, const ByteStreamOpenOptions& options,
+                                                          const ExpectedObject& discarded) const {
+    return translatingErrors(iri, [&] {
+        const auto resolved = getResolvedIRI(iri);
+        failIfRoot(resolved);
+        return OpenFileManager::instance().openReadWrite(resolved, options, m_client, discarded);
+    });
 }
 
 bool CloudProvider::isSameFile(const StorageIRI& source, const StorageIRI& destination) const {

@@ -4,6 +4,7 @@
 #include "FileTransfer.hpp"
 #include "FlatCloudEntryIterator.hpp"
 
+#include <storage/cloudprovider/ExtendedCloudClient.hpp>
 #include <storage/cloudprovider/buildCloudProvider.hpp>
 
 #include <memory>
@@ -64,14 +65,19 @@ private:
     // Everything at or below a folder's prefix, folded at the delimiter, all pages.
     std::vector<ObjectInfo> listAllObjects(const StorageIRI& iri, const std::string& delimiter) const;
 
-    void putEmptyObject(const std::string& key) const;
+    void createEmptyObject(const std::string& key) const;
     void failIfOpen(const StorageIRI& resolved) const;
-    FileTransfer openTransfer(const StorageIRI& source, const StorageIRI& destination) const;
+    FileTransfer openTransfer(const StorageIRI& source, const StorageIRI& destination,
+                              const ExpectedObject& replaced) const;
+
+    // discarded: what a file opened with Discard may be stored over.
+    std::unique_ptr<ByteStream> openForWriting(const StorageIRI& iri, const ByteStreamOpenOptions& options,
+                                               const ExpectedObject& discarded) const;
 
     // Whether both name one existing file, so that there is nothing to transfer. An absent one is not found.
     bool isSameFile(const StorageIRI& source, const StorageIRI& destination) const;
 
-    const std::shared_ptr<CloudClient> m_client;
+    const std::shared_ptr<ExtendedCloudClient> m_client;
     const FolderPolicy m_folderPolicy;
     const bool m_checkFolderOnCopy;
 };

@@ -8,7 +8,6 @@
 #include <memory>
 #include <mutex>
 #include <unordered_map>
-#include <vector>
 
 namespace storage::cloudprovider {
 
@@ -17,28 +16,28 @@ namespace storage::cloudprovider {
 class DownloadedPartCache {
 public:
     using Part = std::shared_ptr<OpenPartBuffer>;
+    using Parts = std::list<Part>;
 
     /// limit in bytes.
     explicit DownloadedPartCache(std::uint64_t limit);
 
     /// Add a part, or move it to the young end. Answers the oldest parts, which no longer fit and were taken
-    /// out: a part that alone exceeds the limit is among them.
-    std::vector<Part> add(const Part& part);
+    /// out: a part that alone exceeds the limit is among them. Throws std::bad_alloc, having added nothing.
+    Parts add(const Part& part);
 
     /// Take a part out, if it is there.
     void remove(const Part& part);
 
 private:
-    using Entries = std::list<Part>;
-
-    void erase(Entries::iterator entry);
+    // Move an entry into taken, which keeps its part alive: a part's end is no work for under the lock.
+    void take(Parts::iterator entry, Parts& taken);
 
     const std::uint64_t m_limit;
 
     // Guards what follows; taken alone, no part's mutex under it.
     std::mutex m_mutex;
-    Entries m_entries;  // oldest first
-    std::unordered_map<const OpenPartBuffer*, Entries::iterator> m_positions;
+    Parts m_entries;  // oldest first
+    std::unordered_map<const OpenPartBuffer*, Parts::iterator> m_positions;
     std::uint64_t m_total = 0;  // bytes
 };
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "FileTransfer.hpp"
 
+#include "ScopeGuard.hpp"
 #include "Trace.hpp"
 #include "interrupt.hpp"
 #include "translateException.hpp"
@@ -23,22 +24,6 @@ namespace {
 constexpr std::size_t kChunkSize = 4096;
 
 }  // namespace
-
-ScopeGuard::ScopeGuard(std::function<void()> action) : m_action(std::move(action)) {}
-
-ScopeGuard::~ScopeGuard() {
-    try {
-        run();
-    } catch (...) {
-        traceCaughtException();
-    }
-}
-
-void ScopeGuard::run() {
-    if (const auto action = std::exchange(m_action, nullptr)) {
-        action();
-    }
-}
 
 FileTransfer::FileTransfer(std::unique_ptr<ByteStream> source, std::unique_ptr<ByteStream> destination)
     : m_destinationStream(std::move(destination)), m_source(std::move(source)), m_destination(m_destinationStream) {}

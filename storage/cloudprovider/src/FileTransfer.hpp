@@ -3,24 +3,9 @@
 
 #include <foundation/storage/provider/ByteStream.hpp>
 
-#include <functional>
 #include <memory>
 
 namespace storage::cloudprovider {
-
-/// Runs an action once: when told to, where its failure is thrown, else on destruction, where it is traced.
-class ScopeGuard {
-public:
-    explicit ScopeGuard(std::function<void()> action);
-    ScopeGuard(const ScopeGuard&) = delete;
-    ScopeGuard& operator=(const ScopeGuard&) = delete;
-    ~ScopeGuard();
-
-    void run();
-
-private:
-    std::function<void()> m_action;  // empty when it was run
-};
 
 /// The bytes of one open file on their way to another. One thread.
 class FileTransfer {

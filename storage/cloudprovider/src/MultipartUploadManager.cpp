@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "MultipartUploadManager.hpp"
 
+#include "ObjectReplacedException.hpp"
 #include "Trace.hpp"
 #include "translateException.hpp"
 
@@ -8,82 +9,69 @@
 #include <boost/iostreams/stream.hpp>
 
 #include <algorithm>
+#include <cassert>
+#include <optional>
 #include <utility>
 
 namespace storage::cloudprovider {
-
-namespace {
-
-// Opens a buffer for as long as it lives, unless it was open.
-class ScopedOpen {
-public:
-    explicit ScopedOpen(Buffer& buffer) {
-        if (!buffer.isOpen()) {
-            buffer.open();
-            m_opened = &buffer;
-        }
-    }
-    ScopedOpen(const ScopedOpen&) = delete;
-    ScopedOpen& operator=(const ScopedOpen&) = delete;
-    ~ScopedOpen() {
-        if (m_opened != nullptr) {
-            try {
-                m_opened->close();
-            } catch (...) {
-                traceCaughtException();
-            }
-        }
-    }
-
-private:
-    Buffer* m_opened = nullptr;
-};
-
-}  // namespace
 
 // A task on its way: taken out of the queue, and put back in front unless it was done.
 class MultipartUploadManager::RunningTask {
 public:
     // Call with the mutex held.
-    RunningTask(MultipartUploadManager& manager, std::list<Task>::iterator task) : m_manager(manager) {
-        m_manager.m_runningParts.insert(task->info.Index);
+    RunningTask(MultipartUploadManager& manager, Tasks::iterator task) : m_manager(manager) {
+        const bool isFirst = m_manager.m_runningParts.insert(task->index).second;
+        assert(isFirst && "a part is sent by one task at a time");
+        static_cast<void>(isFirst);
         m_task.splice(m_task.begin(), m_manager.m_queue, task);
     }
     RunningTask(const RunningTask&) = delete;
     RunningTask& operator=(const RunningTask&) = delete;
     ~RunningTask() {
         const std::lock_guard lock(m_manager.m_mutex);
-        m_manager.m_runningParts.erase(m_task.front().info.Index);
-        if (!m_isDone) {
+        m_manager.m_runningParts.erase(m_task.front().index);
+        // While it ran the part may have been queued again, and that is as good.
+        if (!m_isDone && m_manager.findQueued(m_task.front().index) == m_manager.m_queue.end()) {
             m_manager.m_queue.splice(m_manager.m_queue.begin(), m_task);
         }
         m_manager.m_taskEnded.notify_all();
     }
 
-    void run() {
-        m_manager.run(m_task.front());
+    void run(ChangedParts changedParts) {
+        auto& part = *m_task.front().part;
+        if (const auto record = part.begin()) {
+            try {
+                part.succeed(*record, m_manager.transfer(*record, part.data()));
+            } catch (...) {
+                const bool isSentAgain = part.fail();
+                if (!isSentAgain || changedParts == ChangedParts::MayFail) {
+                    throw;
+                }
+                traceCaughtException();
+            }
+        }
         m_isDone = true;
     }
 
 private:
     MultipartUploadManager& m_manager;
-    std::list<Task> m_task;
+    Tasks m_task;
     bool m_isDone = false;
 };
 
 MultipartUploadManager::MultipartUploadManager(std::shared_ptr<OpenFileContext> context)
     : m_context(std::move(context)) {}
 
-void MultipartUploadManager::asyncUploadPart(PartInfo info, std::shared_ptr<Buffer> buffer, TagCallback onUploaded) {
+void MultipartUploadManager::asyncUploadPart(std::uint64_t index, std::unique_ptr<PartTransfer> part) {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    CLOUDPROVIDER_TRACE_ARGUMENTS(" info=", info);
-    enqueueAndRun({std::move(info), std::move(buffer), std::move(onUploaded)});
+    CLOUDPROVIDER_TRACE_ARGUMENTS(" index=", index);
+    enqueueAndRun({index, std::move(part)});
 }
 
-void MultipartUploadManager::asyncReusePart(PartInfo info, TagCallback onUploaded) {
+void MultipartUploadManager::asyncReusePart(std::uint64_t index, std::unique_ptr<PartTransfer> part) {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    CLOUDPROVIDER_TRACE_ARGUMENTS(" info=", info);
-    enqueueAndRun({std::move(info), nullptr, std::move(onUploaded)});
+    CLOUDPROVIDER_TRACE_ARGUMENTS(" index=", index);
+    enqueueAndRun({index, std::move(part)});
 }
 
 std::string MultipartUploadManager::uploadPart(const PartInfo& info, const char* data) {
@@ -101,43 +89,56 @@ std::string MultipartUploadManager::reusePart(const PartInfo& info) {
     CLOUDPROVIDER_TRACE_FUNCTION();
     CLOUDPROVIDER_TRACE_ARGUMENTS(" info=", info);
     const auto uploadId = acquireUploadId();
-    return m_context->client->copyPart(m_context->key, uploadId, info);
+    const auto version = m_context->version.get();
+    return onVersion(*m_context, version,
+                     [&] { return m_context->client->copyRange(m_context->key, uploadId, info, version); });
 }
 
 void MultipartUploadManager::joinUploads() {
     CLOUDPROVIDER_TRACE_FUNCTION();
     for (bool isDone = false; !isDone;) {
-        runQueue();
+        runQueue(ChangedParts::MayFail);
         std::unique_lock lock(m_mutex);
-        m_taskEnded.wait(lock, [this] { return m_runningParts.empty() || findRunnable(); });
+        m_taskEnded.wait(lock, [this] { return m_runningParts.empty() || findRunnable() != m_queue.end(); });
         isDone = m_queue.empty() && m_runningParts.empty();
     }
 }
 
 void MultipartUploadManager::rerunFailedUploads() {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    runQueue();
+    runQueue(ChangedParts::MustNotFail);
 }
 
-void MultipartUploadManager::complete(const std::vector<PartInfo>& parts) {
+std::string MultipartUploadManager::complete(const std::vector<PartInfo>& parts, const ExpectedObject& expected) {
     CLOUDPROVIDER_TRACE_FUNCTION();
     const std::lock_guard lock(m_mutex);
+    std::string version;
     if (m_uploadStarted) {
-        m_context->client->completeMultipartUpload(m_context->key, m_uploadId, parts);
+        version = m_context->client->completeUploadOver(m_context->key, m_uploadId, parts, expected);
         m_uploadId.clear();
         m_uploadStarted = false;
     }
+    return version;
 }
 
 void MultipartUploadManager::cancel() {
     CLOUDPROVIDER_TRACE_FUNCTION();
+    Tasks dropped;  // destroyed outside the lock
     std::unique_lock lock(m_mutex);
     const bool wasStarted = std::exchange(m_uploadStarted, false);
     const auto uploadId = std::exchange(m_uploadId, std::string());
+    dropped.swap(m_queue);
     lock.unlock();
     if (wasStarted) {
         m_context->client->abortMultipartUpload(m_context->key, uploadId);
     }
+}
+
+void MultipartUploadManager::forget() noexcept {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    const std::lock_guard lock(m_mutex);
+    m_uploadStarted = false;
+    m_uploadId.clear();
 }
 
 void MultipartUploadManager::setLastTag(std::string tag) {
@@ -151,39 +152,36 @@ bool MultipartUploadManager::isActive() const {
 }
 
 void MultipartUploadManager::enqueueAndRun(Task task) {
+    Tasks added;
+    added.push_back(std::move(task));
     {
         const std::lock_guard lock(m_mutex);
-        m_queue.push_back(std::move(task));
+        if (const auto queued = findQueued(added.front().index); queued != m_queue.end()) {
+            queued->part.swap(added.front().part);  // an upload takes the place of a reuse
+        } else {
+            m_queue.splice(m_queue.end(), added);
+        }
     }
-    runQueue();
+    runQueue(ChangedParts::MustNotFail);
 }
 
-void MultipartUploadManager::runQueue() {
+void MultipartUploadManager::runQueue(ChangedParts changedParts) {
     while (true) {
         std::optional<RunningTask> running;
         {
             const std::lock_guard lock(m_mutex);
             const auto task = findRunnable();
-            if (!task) {
+            if (task == m_queue.end()) {
                 return;
             }
-            running.emplace(*this, *task);
+            running.emplace(*this, task);
         }
-        running->run();
+        running->run(changedParts);
     }
 }
 
-void MultipartUploadManager::run(const Task& task) {
-    if (!task.buffer) {
-        task.onUploaded(reusePart(task.info));
-        return;
-    }
-    std::string tag;
-    {
-        const ScopedOpen open(*task.buffer);
-        tag = uploadPart(task.info, std::as_const(*task.buffer).data());
-    }
-    task.onUploaded(tag);
+std::string MultipartUploadManager::transfer(const PartInfo& record, const char* data) {
+    return data == nullptr ? reusePart(record) : uploadPart(record, data);
 }
 
 std::string MultipartUploadManager::acquireUploadId() {
@@ -195,12 +193,14 @@ std::string MultipartUploadManager::acquireUploadId() {
     return m_uploadId;
 }
 
-// The oldest task of a part that no other task is busy with. Call with the mutex held.
-std::optional<std::list<MultipartUploadManager::Task>::iterator> MultipartUploadManager::findRunnable() {
-    const auto task = std::find_if(m_queue.begin(), m_queue.end(), [this](const Task& candidate) {
-        return m_runningParts.count(candidate.info.Index) == 0;
-    });
-    return task == m_queue.end() ? std::nullopt : std::optional(task);
+MultipartUploadManager::Tasks::iterator MultipartUploadManager::findQueued(std::uint64_t index) {
+    return std::find_if(m_queue.begin(), m_queue.end(), [index](const Task& task) { return task.index == index; });
+}
+
+// The oldest task of a part that no other task is busy with.
+MultipartUploadManager::Tasks::iterator MultipartUploadManager::findRunnable() {
+    return std::find_if(m_queue.begin(), m_queue.end(),
+                        [this](const Task& candidate) { return m_runningParts.count(candidate.index) == 0; });
 }
 
 }  // namespace storage::cloudprovider

@@ -7,6 +7,7 @@
 #include <boost/numeric/conversion/cast.hpp>
 
 #include <algorithm>
+#include <cassert>
 #include <cstring>
 #include <exception>
 #include <limits>
@@ -59,10 +60,8 @@ void failIfClosed(const std::shared_ptr<OpenPartManager>& partManager) {
 
 }  // namespace
 
-OpenFileByteStream::OpenFileByteStream(std::shared_ptr<OpenPartManager> partManager, WriteMode writeMode)
-    : m_writeMode(writeMode), m_partManager(std::move(partManager)) {
+OpenFileByteStream::OpenFileByteStream(WriteMode writeMode) : m_writeMode(writeMode) {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    m_partManager->registerByteStream();
 }
 
 OpenFileByteStream::~OpenFileByteStream() {
@@ -73,6 +72,13 @@ OpenFileByteStream::~OpenFileByteStream() {
     }
 }
 
+void OpenFileByteStream::attach(std::shared_ptr<OpenPartManager> partManager,
+                                std::optional<ChangePoint> change) noexcept {
+    assert(!m_partManager && "a stream is opened once");
+    m_partManager = std::move(partManager);
+    m_lastChange = change;
+}
+
 bool OpenFileByteStream::abandon() {
     CLOUDPROVIDER_TRACE_FUNCTION();
     if (m_partManager) {
@@ -80,9 +86,19 @@ bool OpenFileByteStream::abandon() {
             return false;
         }
         m_device.reset();
-        std::exchange(m_partManager, nullptr)->unregisterByteStream(false);
+        std::exchange(m_partManager, nullptr)->unregisterByteStream(std::nullopt);
     }
     return true;
+}
+
+void OpenFileByteStream::store() {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    requireOpen();
+    m_partManager->storeChanges();
+}
+
+void OpenFileByteStream::requireOpen() const {
+    failIfClosed<ByteStreamWriteFailure>(m_partManager);
 }
 
 std::int64_t OpenFileByteStream::doRead(char* buffer, std::int64_t count) {
@@ -90,7 +106,6 @@ std::int64_t OpenFileByteStream::doRead(char* buffer, std::int64_t count) {
     CLOUDPROVIDER_TRACE_ARGUMENTS(" n=", count);
     const auto wanted = boost::numeric_cast<std::uint64_t>(count);
     failIfClosed<ByteStreamReadFailure>(m_partManager);
-    giveInvalidDeviceBack();
 
     PositionGuard position(m_fileOffset);
     std::uint64_t total = 0;
@@ -102,7 +117,12 @@ std::int64_t OpenFileByteStream::doRead(char* buffer, std::int64_t count) {
             isFreshDevice = true;
             continue;
         }
-        const auto copied = copyFromDevice(buffer + total, wanted - total);
+        const auto view = m_device->part().view();
+        if (view.version == LocalDataVersion::INVALID && !isFreshDevice) {
+            giveDeviceBack();
+            continue;
+        }
+        const auto copied = copyFromDevice(view, buffer + total, wanted - total);
         total += copied;
         if (total < wanted) {
             giveDeviceBack();  // the rest lies in the next part
@@ -119,7 +139,7 @@ std::int64_t OpenFileByteStream::doWrite(const char* data, std::int64_t count) {
     CLOUDPROVIDER_TRACE_FUNCTION();
     CLOUDPROVIDER_TRACE_ARGUMENTS(" n=", count);
     const auto wanted = boost::numeric_cast<std::uint64_t>(count);
-    failIfClosed<ByteStreamWriteFailure>(m_partManager);
+    requireOpen();
     giveInvalidDeviceBack();
     m_partManager->rerunFailedUploads();
 
@@ -162,7 +182,8 @@ std::streampos OpenFileByteStream::doSeek(std::int64_t offset, std::ios_base::se
     return static_cast<std::streamoff>(target);
 }
 
-// Every step is taken whatever became of the ones before; the first failure is the one that is reported.
+// Every step is taken whatever became of the ones before; the first failure is the one that is reported, unless
+// everything is stored in the end.
 void OpenFileByteStream::doClose() {
     CLOUDPROVIDER_TRACE_FUNCTION();
     auto device = std::move(m_device);
@@ -181,18 +202,18 @@ void OpenFileByteStream::doClose() {
     if (device) {
         record([&] { partManager->closePart(std::move(device)); });
     }
+    bool isStored = false;
     if (partManager) {
-        record([&] { partManager->unregisterByteStream(m_hasWritten); });
+        record([&] { isStored = partManager->unregisterByteStream(m_lastChange); });
     }
     partManager.reset();
-    if (failure) {
+    if (failure && !isStored) {
         throw failure;  // NOLINT(misc-throw-by-value-catch-by-reference): the pointer itself is what is
                         // thrown
     }
 }
 
-std::uint64_t OpenFileByteStream::copyFromDevice(char* target, std::uint64_t count) {
-    const auto view = m_device->part().view();
+std::uint64_t OpenFileByteStream::copyFromDevice(const OpenPartBuffer::View& view, char* target, std::uint64_t count) {
     const auto available = view.size - std::min(m_device->position, view.size);
     const auto copied = std::min(available, count);
     std::memcpy(target, view.data + m_device->position, copied);
@@ -226,7 +247,7 @@ void OpenFileByteStream::putIntoDevice(const char* source, std::uint64_t count) 
         detail::copyIntoPart(part.data() + m_device->position, source, count);
         m_device->position += count;
         part.markModified();
-        m_hasWritten = true;
+        m_lastChange = m_partManager->changePoint();
     }
 }
 

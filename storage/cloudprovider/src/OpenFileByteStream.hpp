@@ -1,15 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "AbandonableStream.hpp"
 #include "OpenPartDevice.hpp"
 #include "OpenPartManager.hpp"
+#include "ProviderStream.hpp"
 
 #include <foundation/storage/provider/ByteStream.hpp>
 
 #include <cstdint>
 #include <ios>
 #include <memory>
+#include <optional>
 
 namespace storage::cloudprovider {
 
@@ -18,16 +19,24 @@ namespace storage::cloudprovider {
 /// The position is this stream's alone, the bytes are those of all streams of the object. The object is
 /// written back when its last stream closes. Threads: one at a time per stream; streams of one object may be
 /// used by different threads.
-class OpenFileByteStream : public foundation::storage::provider::ByteStream, public AbandonableStream {
+class OpenFileByteStream : public foundation::storage::provider::ByteStream, public ProviderStream {
 public:
     using WriteMode = foundation::storage::provider::ByteStreamOpenOptions::WriteMode;
 
-    OpenFileByteStream(std::shared_ptr<OpenPartManager> partManager, WriteMode writeMode);
+    /// A closed stream, which attach opens: so that nothing can fail between being counted and being handed out.
+    explicit OpenFileByteStream(WriteMode writeMode);
 
     /// Closes the stream; a failure is traced.
     ~OpenFileByteStream() override;
 
+    /// Open the stream on a manager that has counted it. change: its opening changed the file.
+    void attach(std::shared_ptr<OpenPartManager> partManager, std::optional<ChangePoint> change) noexcept;
+
     bool abandon() override;
+    void store() override;
+
+    /// Throw ByteStreamWriteFailure when the stream is closed.
+    void requireOpen() const;
 
 private:
     std::int64_t doRead(char* buffer, std::int64_t count) override;
@@ -35,7 +44,7 @@ private:
     std::streampos doSeek(std::int64_t offset, std::ios_base::seekdir way) override;
     void doClose() override;
 
-    std::uint64_t copyFromDevice(char* target, std::uint64_t count);
+    std::uint64_t copyFromDevice(const OpenPartBuffer::View& view, char* target, std::uint64_t count);
     std::uint64_t appendToDevice(const char* source, std::uint64_t count);
     std::uint64_t writeToDevice(const char* source, std::uint64_t count);
     void putIntoDevice(const char* source, std::uint64_t count);
@@ -46,7 +55,7 @@ private:
 
     std::uint64_t m_fileOffset = 0;
     bool m_isAtEnd = false;  // no part could be opened at the position
-    bool m_hasWritten = false;
+    std::optional<ChangePoint> m_lastChange;
     const WriteMode m_writeMode;
     std::unique_ptr<OpenPartDevice> m_device;        // the part that the position lies in, or empty
     std::shared_ptr<OpenPartManager> m_partManager;  // empty when closed

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "OpenFileContext.hpp"
 
+#include "extendClient.hpp"
 #include "tuning.hpp"
 
 #include <storage/cloudprovider/utils.hpp>
@@ -22,7 +23,7 @@ OpenFileContext::OpenFileContext(foundation::storage::provider::StorageIRI fileI
                                  std::shared_ptr<CloudClient> cloudClient, std::unique_ptr<BufferFactory> factory)
     : iri(std::move(fileIri)),
       key(utils::iriToKey(iri)),
-      client(std::move(cloudClient)),
+      client(extendClient(std::move(cloudClient))),
       bufferFactory(std::move(factory)),
       partSize(usablePartSize(readPartSize())),
       downloadedPartCacheSize(readDownloadedPartCacheSize()) {}

@@ -2,9 +2,10 @@
 #pragma once
 
 #include "Buffer.hpp"
+#include "EditedVersion.hpp"
 
 #include <foundation/storage/provider/StorageIRI.hpp>
-#include <storage/cloudprovider/CloudClient.hpp>
+#include <storage/cloudprovider/ExtendedCloudClient.hpp>
 
 #include <cstdint>
 #include <memory>
@@ -12,19 +13,21 @@
 
 namespace storage::cloudprovider {
 
-/// What everything that works on one open file shares. Nothing in it changes: any thread may read it.
+/// What everything that works on one open file shares. Nothing in it changes but the version, which guards itself: any
+/// thread may use it.
 struct OpenFileContext {
-    /// Derives the key, and reads the two tuning values from the environment. Throws InvalidLocationException
-    /// when the identifier's path is not valid UTF-16.
+    /// Derives the key, wraps a plain client, and reads the two tuning values from the environment. Throws
+    /// InvalidLocationException when the identifier's path is not valid UTF-16.
     OpenFileContext(foundation::storage::provider::StorageIRI fileIri, std::shared_ptr<CloudClient> cloudClient,
                     std::unique_ptr<BufferFactory> factory);
 
     const foundation::storage::provider::StorageIRI iri;
     const std::string key;
-    const std::shared_ptr<CloudClient> client;
+    const std::shared_ptr<ExtendedCloudClient> client;
     const std::unique_ptr<BufferFactory> bufferFactory;
     const std::uint64_t partSize;                 ///< in bytes, not 0
     const std::uint64_t downloadedPartCacheSize;  ///< in bytes
+    EditedVersion version;
 };
 
 }  // namespace storage::cloudprovider

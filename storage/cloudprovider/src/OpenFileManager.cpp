@@ -6,9 +6,13 @@
 #include "OpenFileContext.hpp"
 #include "RestrictedByteStreams.hpp"
 #include "Trace.hpp"
+#include "extendClient.hpp"
 
 #include <foundation/services/Text.hpp>
 #include <storage/cloudprovider/CloudException.hpp>
+
+#include <optional>
+#include <utility>
 
 namespace storage::cloudprovider {
 
@@ -26,22 +30,6 @@ StorageIRI withoutAuthority(const StorageIRI& iri) {
 using ExistingContent = ByteStreamOpenOptions::ExistingContent;
 using Presence = ByteStreamOpenOptions::Presence;
 
-std::shared_ptr<OpenPartManager> makePartManager(const StorageIRI& iri, ExistingContent existingContent,
-                                                 Presence presence, const std::shared_ptr<CloudClient>& client) {
-    const auto context = std::make_shared<OpenFileContext>(iri, client, std::make_unique<DiskBackedBufferFactory>());
-    auto manager = std::make_shared<OpenPartManager>(context);
-    if (existingContent == ExistingContent::Preserve) {
-        manager->initPreserveExisting(presence == Presence::Required);
-    } else if (presence == Presence::Required) {
-        if (!client->getObjectInfo(context->key)) {
-            throw ResourceNotFoundException();
-        }
-    } else {
-        client->checkObjectName(foundation::toUtf8(iri.getName()));
-    }
-    return manager;
-}
-
 }  // namespace
 
 // Keeps an entry marked as being initialised; whatever happens, the mark goes and waiters wake.
@@ -56,20 +44,24 @@ public:
     ~Initialisation() {
         const std::lock_guard lock(m_files.m_mutex);
         const auto entry = m_files.m_table.find(m_object);
-        if (m_manager.expired()) {
+        if (m_identity == nullptr) {
             m_files.m_table.erase(entry);
         } else {
-            entry->second = {m_manager, false};
+            entry->second = {std::move(m_manager), m_identity, false};
         }
         m_files.m_initialised.notify_all();
     }
 
-    void succeedWith(const std::shared_ptr<OpenPartManager>& manager) { m_manager = manager; }
+    void succeedWith(const std::shared_ptr<OpenPartManager>& manager) noexcept {
+        m_manager = manager;
+        m_identity = manager.get();
+    }
 
 private:
     OpenFileManager& m_files;
     const Object m_object;
     std::weak_ptr<OpenPartManager> m_manager;
+    const OpenPartManager* m_identity = nullptr;  // set when there is a manager
 };
 
 OpenFileManager& OpenFileManager::instance() {
@@ -82,56 +74,105 @@ std::unique_ptr<ByteStream> OpenFileManager::openReadOnly(const StorageIRI& iri,
                                                           const std::shared_ptr<CloudClient>& client) {
     CLOUDPROVIDER_TRACE_FUNCTION();
     CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri);
-    auto manager = acquirePartManager(iri, ExistingContent::Preserve, Presence::Required, client);
-    return std::make_unique<ReadOnlyByteStream>(
-        std::make_unique<OpenFileByteStream>(std::move(manager), ByteStreamOpenOptions::WriteMode::Positioned));
+    auto stream = std::make_unique<OpenFileByteStream>(ByteStreamOpenOptions::WriteMode::Positioned);
+    auto& inner = *stream;
+    auto readOnly = std::make_unique<ReadOnlyByteStream>(std::move(stream));
+    open(inner, iri, {ExistingContent::Preserve, Presence::Required, ExpectedObject::anything()}, client);
+    return readOnly;
 }
 
 std::unique_ptr<ByteStream> OpenFileManager::openReadWrite(const StorageIRI& iri, const ByteStreamOpenOptions& options,
-                                                           const std::shared_ptr<CloudClient>& client) {
+                                                           const std::shared_ptr<CloudClient>& client,
+                                                           const ExpectedObject& discarded) {
     CLOUDPROVIDER_TRACE_FUNCTION();
     CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri, " options=", options);
-    auto manager = acquirePartManager(iri, options.existingContent, options.presence, client);
-    auto stream = std::make_unique<OpenFileByteStream>(std::move(manager), options.writeMode);
+    auto stream = std::make_unique<OpenFileByteStream>(options.writeMode);
+    auto& inner = *stream;
+    std::unique_ptr<ByteStream> result;
     if (options.access == ByteStreamOpenOptions::Access::WriteOnly) {
-        return std::make_unique<WriteOnlyByteStream>(std::move(stream));
+        result = std::make_unique<WriteOnlyByteStream>(std::move(stream));
+    } else {
+        result = std::move(stream);
     }
-    return stream;
+    open(inner, iri, {options.existingContent, options.presence, discarded}, client);
+    return result;
 }
 
-std::shared_ptr<OpenPartManager> OpenFileManager::acquirePartManager(const StorageIRI& iri,
-                                                                     ExistingContent existingContent, Presence presence,
-                                                                     const std::shared_ptr<CloudClient>& client) {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    const Object object(withoutAuthority(iri), client.get());
-    std::unique_lock lock(m_mutex);
-    // Looked up again after each wait: the entry may have gone, and come back, meanwhile.
-    for (auto known = m_table.find(object); known != m_table.end(); known = m_table.find(object)) {
-        if (!known->second.isInitialising) {
-            if (auto manager = known->second.manager.lock()) {
-                return manager;
-            }
-            break;
-        }
-        m_initialised.wait(lock);
-    }
-    Initialisation initialisation(*this, object);
-    for (auto entry = m_table.begin(); entry != m_table.end();) {
-        const bool isDead = !entry->second.isInitialising && entry->second.manager.expired();
-        entry = isDead ? m_table.erase(entry) : std::next(entry);
-    }
-    lock.unlock();
+// The last step of opening: what comes to be counted is whole, and is handed to the caller.
+void OpenFileManager::open(OpenFileByteStream& stream, const StorageIRI& iri, const Opening& opening,
+                           const std::shared_ptr<CloudClient>& client) {
+    auto [manager, isFirst] = acquirePartManager(iri, opening, client);
+    const bool hasDiscarded = isFirst && opening.existingContent != ExistingContent::Preserve;
+    stream.attach(std::move(manager), hasDiscarded ? std::optional<ChangePoint>(0) : std::nullopt);
+}
 
-    auto manager = makePartManager(iri, existingContent, presence, client);
-    initialisation.succeedWith(manager);
+OpenFileManager::Acquired OpenFileManager::acquirePartManager(const StorageIRI& iri, const Opening& opening,
+                                                              const std::shared_ptr<CloudClient>& client) {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    const Object object(withoutAuthority(iri), originalOf(client));
+    while (true) {
+        std::unique_lock lock(m_mutex);
+        // Looked up again after each wait: the entry may have gone, and come back, meanwhile.
+        auto known = m_table.find(object);
+        while (known != m_table.end() && known->second.isInitialising) {
+            m_initialised.wait(lock);
+            known = m_table.find(object);
+        }
+        if (auto manager = known != m_table.end() ? known->second.manager.lock() : nullptr) {
+            lock.unlock();
+            if (manager->registerByteStream()) {
+                return {std::move(manager), false};
+            }
+            continue;  // it has retired, and is no longer in the table
+        }
+        Initialisation initialisation(*this, object);
+        for (auto entry = m_table.begin(); entry != m_table.end();) {
+            const bool isDead = !entry->second.isInitialising && entry->second.manager.expired();
+            entry = isDead ? m_table.erase(entry) : std::next(entry);
+        }
+        lock.unlock();
+
+        auto manager = makePartManager(iri, opening, client);
+        manager->onRetired([this, object, identity = manager.get()] { forget(object, identity); });
+        manager->registerByteStream();
+        initialisation.succeedWith(manager);
+        return {std::move(manager), true};
+    }
+}
+
+std::shared_ptr<OpenPartManager> OpenFileManager::makePartManager(const StorageIRI& iri, const Opening& opening,
+                                                                  const std::shared_ptr<CloudClient>& client) {
+    const auto context = std::make_shared<OpenFileContext>(iri, client, std::make_unique<DiskBackedBufferFactory>());
+    auto manager = std::make_shared<OpenPartManager>(context);
+    const bool mustExist = opening.presence == Presence::Required;
+    bool isKnownToExist = mustExist;
+    if (opening.existingContent == ExistingContent::Preserve) {
+        isKnownToExist = manager->initPreserveExisting(mustExist);
+    } else {
+        context->version.set(opening.discarded);
+        if (mustExist && !context->client->getObjectInfo(context->key)) {
+            throw ResourceNotFoundException();
+        }
+    }
+    if (!isKnownToExist) {
+        context->client->checkObjectName(foundation::toUtf8(iri.getName()));
+    }
     return manager;
+}
+
+void OpenFileManager::forget(const Object& object, const OpenPartManager* manager) noexcept {
+    const std::lock_guard lock(m_mutex);
+    const auto entry = m_table.find(object);
+    if (entry != m_table.end() && !entry->second.isInitialising && entry->second.identity == manager) {
+        m_table.erase(entry);
+    }
 }
 
 bool OpenFileManager::isOpen(const StorageIRI& iri, const std::shared_ptr<CloudClient>& client) const {
     CLOUDPROVIDER_TRACE_FUNCTION();
     CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri);
     const std::lock_guard lock(m_mutex);
-    const auto entry = m_table.find(Object(withoutAuthority(iri), client.get()));
+    const auto entry = m_table.find(Object(withoutAuthority(iri), originalOf(client)));
     return entry != m_table.end() && (entry->second.isInitialising || !entry->second.manager.expired());
 }
 

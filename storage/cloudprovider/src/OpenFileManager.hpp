@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "OpenFileByteStream.hpp"
 #include "OpenPartManager.hpp"
 
 #include <foundation/storage/provider/ByteStream.hpp>
 #include <foundation/storage/provider/StorageIRI.hpp>
-#include <storage/cloudprovider/CloudClient.hpp>
+#include <storage/cloudprovider/ExtendedCloudClient.hpp>
 
 #include <condition_variable>
 #include <map>
@@ -16,7 +17,8 @@
 namespace storage::cloudprovider {
 
 /// The process's table of open objects. An object is a key in a store, so objects are told apart by their
-/// resolved identifier and the client; all streams of one share its OpenPartManager.
+/// resolved identifier and the client; all streams of one share its OpenPartManager. A manager enters the table with
+/// its first stream, and leaves it in the step in which it retires.
 ///
 /// Identifiers given to its operations are resolved ones.
 /// Errors   what the client and the buffers throw.
@@ -37,27 +39,45 @@ public:
     std::unique_ptr<ByteStream> openReadOnly(const StorageIRI& iri, const std::shared_ptr<CloudClient>& client);
 
     /// While the object is open, its content and presence are those of the open streams, whatever the options say.
+    /// discarded: what a file opened with Discard may be stored over.
     std::unique_ptr<ByteStream> openReadWrite(const StorageIRI& iri, const ByteStreamOpenOptions& options,
-                                              const std::shared_ptr<CloudClient>& client);
+                                              const std::shared_ptr<CloudClient>& client,
+                                              const ExpectedObject& discarded = ExpectedObject::anything());
 
-    /// Find or make the object's part manager. Waits while another thread makes it.
-    std::shared_ptr<OpenPartManager> acquirePartManager(const StorageIRI& iri,
-                                                        ByteStreamOpenOptions::ExistingContent existingContent,
-                                                        ByteStreamOpenOptions::Presence presence,
-                                                        const std::shared_ptr<CloudClient>& client);
-
-    /// Whether the object is open or being opened.
+    /// Whether the object is open or being opened. Streams that the object was replaced under do not count: their file
+    /// is no longer the object's.
     bool isOpen(const StorageIRI& iri, const std::shared_ptr<CloudClient>& client) const;
 
 private:
     using Object = std::pair<StorageIRI, const CloudClient*>;
     struct Entry {
         std::weak_ptr<OpenPartManager> manager;
+        const OpenPartManager* identity = nullptr;  // only to be compared
         bool isInitialising = false;
+    };
+    /// How the first stream of an object opens it.
+    struct Opening {
+        ByteStreamOpenOptions::ExistingContent existingContent;
+        ByteStreamOpenOptions::Presence presence;
+        ExpectedObject discarded;
+    };
+    /// A manager that has counted a stream, and whether that is the first one.
+    struct Acquired {
+        std::shared_ptr<OpenPartManager> manager;
+        bool isFirst;
     };
     class Initialisation;
 
     OpenFileManager() = default;
+
+    /// Find or make the object's part manager, and count a stream with it. Waits while another thread makes it.
+    Acquired acquirePartManager(const StorageIRI& iri, const Opening& opening,
+                                const std::shared_ptr<CloudClient>& client);
+    std::shared_ptr<OpenPartManager> makePartManager(const StorageIRI& iri, const Opening& opening,
+                                                     const std::shared_ptr<CloudClient>& client);
+    void open(OpenFileByteStream& stream, const StorageIRI& iri, const Opening& opening,
+              const std::shared_ptr<CloudClient>& client);
+    void forget(const Object& object, const OpenPartManager* manager) noexcept;
 
     // Guards the table; a leaf in the lock order. Never own a manager under it: letting go of the last owner
     // writes to the store.

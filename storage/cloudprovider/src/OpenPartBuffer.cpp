@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "OpenPartBuffer.hpp"
 
+#include "ObjectReplacedException.hpp"
 #include "Trace.hpp"
 #include "saturatingAdd.hpp"
 #include "translateException.hpp"
@@ -12,6 +13,7 @@
 #include <boost/iostreams/stream.hpp>
 
 #include <algorithm>
+#include <cassert>
 #include <cstring>
 #include <ostream>
 #include <utility>
@@ -21,14 +23,17 @@ namespace storage::cloudprovider {
 // Where the current bytes of a part live:
 //
 //   CLOUD --markModified--> NEW --markUploading--> SCHEDULED_UPLOAD --markUploaded--> CLOUD
-//                            ^------markModified----------'
+//                            ^---markModified, failure----'
 //
 // (1) Only CLOUD bytes may be discarded.
-// (2) A NEW part is sent again, whatever was sent before.
+// (2) A NEW part is sent again, whatever was sent before. It becomes SCHEDULED_UPLOAD when its bytes are on their way,
+// not
+//     when it is queued, and NEW again when they do not arrive.
 // (3) A sent part stays SCHEDULED_UPLOAD until the whole upload has completed: before, the stored object has the old
 //     bytes, which must be neither fetched nor copied in its place.
 // (4) A CLOUD part has exactly m_storedSize bytes. Any other part has at least as many; those that it holds beyond
 //     them were written here, or are zeros.
+// (5) A tag is kept with the number of bytes that it was given for.
 
 namespace {
 
@@ -56,28 +61,6 @@ private:
     OpenPartBuffer* m_part;
 };
 
-// Keeps the first bytes that arrive and drops the rest.
-class PrefixSink {
-public:
-    using char_type = char;
-    using category = io::sink_tag;
-
-    PrefixSink(char* data, std::uint64_t capacity, std::uint64_t& received)
-        : m_data(data), m_capacity(capacity), m_received(&received) {}
-
-    std::streamsize write(const char* bytes, std::streamsize count) {
-        const auto kept = std::min(m_capacity - *m_received, static_cast<std::uint64_t>(count));
-        std::memcpy(m_data + *m_received, bytes, kept);
-        *m_received += kept;
-        return count;
-    }
-
-private:
-    char* m_data;
-    std::uint64_t m_capacity;
-    std::uint64_t* m_received;
-};
-
 void checkReceived(const OpenFileContext& context, std::uint64_t received, std::uint64_t expected) {
     if (received != expected) {
         throw UnknownErrorException(
@@ -86,24 +69,16 @@ void checkReceived(const OpenFileContext& context, std::uint64_t received, std::
     }
 }
 
-void fetchWholeObjectPrefix(const OpenFileContext& context, char* data, std::uint64_t size) {
-    std::uint64_t received = 0;
-    io::stream<PrefixSink> sink(PrefixSink(data, size, received));
-    context.client->getObject(context.key, sink, 0, 0);
-    sink.close();
-    checkReceived(context, received, size);
-}
-
-void fetchRange(const OpenFileContext& context, char* data, std::uint64_t size, std::uint64_t first,
-                std::uint64_t last) {
-    io::stream<io::array_sink> sink(data, static_cast<std::streamsize>(size));
-    context.client->getObject(context.key, sink, first, last);
+void fetch(const OpenFileContext& context, const ObjectRange& range, char* data) {
+    io::stream<io::array_sink> sink(data, static_cast<std::streamsize>(range.Size));
+    const auto version = context.version.get();
+    onVersion(context, version, [&] { context.client->getRange(context.key, version, range, sink); });
     if (sink.bad()) {
         throw UnknownErrorException(foundation::storage::provider::ExceptionContext(
-            "the store delivered more than the " + std::to_string(size) + " bytes asked for of " + context.key));
+            "the store delivered more than the " + std::to_string(range.Size) + " bytes asked for of " + context.key));
     }
     sink.clear();
-    checkReceived(context, static_cast<std::uint64_t>(sink.tellp()), size);
+    checkReceived(context, static_cast<std::uint64_t>(sink.tellp()), range.Size);
 }
 
 }  // namespace
@@ -124,6 +99,7 @@ OpenPartBuffer::OpenPartBuffer(PartInfo info, LocalDataVersion version, bool isL
 OpenPartBuffer::~OpenPartBuffer() = default;
 
 std::uint64_t OpenPartBuffer::size() const {
+    CLOUDPROVIDER_TRACE_FUNCTION();
     const std::lock_guard lock(m_mutex);
     return m_info.Size;
 }
@@ -138,21 +114,25 @@ void OpenPartBuffer::open() {
 }
 
 bool OpenPartBuffer::isOpen() const {
+    CLOUDPROVIDER_TRACE_FUNCTION();
     const std::lock_guard lock(m_mutex);
     return m_openCount != 0;
 }
 
 char* OpenPartBuffer::data() {
+    CLOUDPROVIDER_TRACE_FUNCTION();
     const std::lock_guard lock(m_mutex);
     return m_buffer ? m_buffer->data() : nullptr;
 }
 
 const char* OpenPartBuffer::data() const {
+    CLOUDPROVIDER_TRACE_FUNCTION();
     const std::lock_guard lock(m_mutex);
     return m_buffer ? std::as_const(*m_buffer).data() : nullptr;
 }
 
 void OpenPartBuffer::close() {
+    CLOUDPROVIDER_TRACE_FUNCTION();
     decrementOpenCount();
 }
 
@@ -171,6 +151,7 @@ bool OpenPartBuffer::incrementOpenCount() {
 bool OpenPartBuffer::decrementOpenCount() {
     CLOUDPROVIDER_TRACE_FUNCTION();
     const std::lock_guard lock(m_mutex);
+    assert(m_openCount != 0 && "a part is closed as often as it was opened");
     --m_openCount;
     m_condition.notify_all();
     if (m_openCount != 0) {
@@ -192,24 +173,14 @@ void OpenPartBuffer::setOpenBuffer(std::unique_ptr<Buffer> buffer) {
 void OpenPartBuffer::download() {
     CLOUDPROVIDER_TRACE_FUNCTION();
     std::unique_lock lock(m_mutex);
-    const auto first = m_info.Offset;
-    const auto size = m_storedSize;
-    const bool isWholeObject = m_isOnlyPart;
+    const ObjectRange range{m_info.Offset, m_storedSize, m_isOnlyPart};
     lock.unlock();
 
     auto buffer = buildOpenBuffer();
     // Mapping a cached part again costs more than copying its bytes out, unless they lie in large pages. Blank parts
     // are left alone: they fill bit by bit, and clearing large pages ahead of that made writing slower.
     foundation::adviseLargePages(buffer->data(), m_capacity);
-    const auto last = first + size - 1;
-    if (isWholeObject) {
-        fetchRange(*m_context, buffer->data(), size, 0, 0);
-    } else if (last == 0) {
-        // To the client the range 0..0 is the whole object, not its first byte.
-        fetchWholeObjectPrefix(*m_context, buffer->data(), size);
-    } else {
-        fetchRange(*m_context, buffer->data(), size, first, last);
-    }
+    fetch(*m_context, range, buffer->data());
     setOpenBuffer(std::move(buffer));
 }
 
@@ -255,109 +226,145 @@ std::optional<PartInfo> OpenPartBuffer::markUploading() {
     if (m_localDataVersion != LocalDataVersion::NEW) {
         return std::nullopt;
     }
-    std::optional<PartInfo> record = m_info;
+    assert(m_buffer && m_openCount != 0 && "bytes are handed over while they are local");
+    std::optional<PartInfo> record = m_info;  // may fail, and then nothing has changed
     m_localDataVersion = LocalDataVersion::SCHEDULED_UPLOAD;
     m_scheduledSize = m_info.Size;
-    m_uploadTag.reset();
+    m_uploaded.reset();
     return record;
 }
 
-void OpenPartBuffer::markUploaded() {
+bool OpenPartBuffer::markUploadFailed() noexcept {
     CLOUDPROVIDER_TRACE_FUNCTION();
     const std::lock_guard lock(m_mutex);
-    m_storedSize = m_scheduledSize;
-    m_info.Tag = m_uploadTag.value_or(std::string());
-    m_uploadTag.reset();
+    assert(m_localDataVersion != LocalDataVersion::CLOUD && "only what was handed over can be taken back");
+    return std::exchange(m_localDataVersion, LocalDataVersion::NEW) == LocalDataVersion::NEW;
+}
+
+void OpenPartBuffer::recordUpload(std::uint64_t size, std::string tag) noexcept {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    const std::lock_guard lock(m_mutex);
+    assert(size <= m_info.Size && "a part never shrinks");
+    m_uploaded = Uploaded{size, std::move(tag)};
+}
+
+void OpenPartBuffer::markUploaded() noexcept {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    const std::lock_guard lock(m_mutex);
+    m_storedSize = m_uploaded ? m_uploaded->size : m_scheduledSize;
+    m_scheduledSize = m_storedSize;
+    m_uploaded.reset();
+    m_info.Tag.clear();  // the upload's tag; the store may describe the part with another one
     if (m_localDataVersion != LocalDataVersion::NEW) {
+        assert(m_info.Size == m_storedSize && "what grows becomes NEW in the same step");
         m_localDataVersion = LocalDataVersion::CLOUD;
     }
 }
 
-void OpenPartBuffer::recordUploadTag(const std::string& tag) {
+void OpenPartBuffer::forgetUpload() noexcept {
     CLOUDPROVIDER_TRACE_FUNCTION();
     const std::lock_guard lock(m_mutex);
-    m_uploadTag = tag;
+    m_uploaded.reset();
+    m_info.Tag.clear();
+    m_scheduledSize = m_storedSize;
+    if (m_localDataVersion == LocalDataVersion::SCHEDULED_UPLOAD) {
+        m_localDataVersion = LocalDataVersion::NEW;
+    }
+}
+
+std::optional<PartInfo> OpenPartBuffer::storedRecord() const {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    const std::lock_guard lock(m_mutex);
+    if (m_localDataVersion != LocalDataVersion::CLOUD || m_storedSize == 0) {
+        return std::nullopt;
+    }
+    return m_info;
 }
 
 std::optional<PartInfo> OpenPartBuffer::uploadedRecord() const {
+    CLOUDPROVIDER_TRACE_FUNCTION();
     const std::lock_guard lock(m_mutex);
-    if (!m_uploadTag) {
+    if (!m_uploaded) {
         return std::nullopt;
     }
-    return PartInfo{m_info.Index, m_info.Offset, m_info.Size, *m_uploadTag};
+    return PartInfo{m_info.Index, m_info.Offset, m_uploaded->size, m_uploaded->tag};
 }
 
 std::uint64_t OpenPartBuffer::increaseSize(std::uint64_t amount) {
     CLOUDPROVIDER_TRACE_FUNCTION();
     CLOUDPROVIDER_TRACE_ARGUMENTS(" amount=", amount);
     const std::lock_guard lock(m_mutex);
-    return std::exchange(m_info.Size, std::min(saturatingAdd(m_info.Size, amount), m_capacity));
+    return growTo(saturatingAdd(m_info.Size, amount));
 }
 
 std::uint64_t OpenPartBuffer::increaseSize(std::uint64_t amount, std::uint64_t offset) {
     CLOUDPROVIDER_TRACE_FUNCTION();
     CLOUDPROVIDER_TRACE_ARGUMENTS(" amount=", amount, " offset=", offset);
     const std::lock_guard lock(m_mutex);
-    const auto newSize = std::min(saturatingAdd(offset, amount), m_capacity);
-    return std::exchange(m_info.Size, std::max(m_info.Size, newSize));
+    return growTo(saturatingAdd(offset, amount));
 }
 
-// The stored object ends where the part ended before: unless the part is sent anew, the flush would copy, or
-// complete the upload with, bytes that the store does not have.
 std::uint64_t OpenPartBuffer::increaseSizeToMax() {
     CLOUDPROVIDER_TRACE_FUNCTION();
     const std::lock_guard lock(m_mutex);
-    if (m_info.Size < m_capacity) {
-        m_localDataVersion = LocalDataVersion::NEW;
-    }
-    return std::exchange(m_info.Size, std::max(m_info.Size, m_capacity));
+    return growTo(m_capacity);
 }
 
 PartInfo OpenPartBuffer::info() const {
+    CLOUDPROVIDER_TRACE_FUNCTION();
     const std::lock_guard lock(m_mutex);
     return m_info;
 }
 
 OpenPartBuffer::View OpenPartBuffer::view() const {
+    CLOUDPROVIDER_TRACE_FUNCTION();
     const std::lock_guard lock(m_mutex);
     return {m_buffer ? m_buffer->data() : nullptr, m_info.Size, m_localDataVersion};
 }
 
 LocalDataVersion OpenPartBuffer::localDataVersion() const {
+    CLOUDPROVIDER_TRACE_FUNCTION();
     const std::lock_guard lock(m_mutex);
     return m_localDataVersion;
 }
 
 bool OpenPartBuffer::hasLocalBytes() const {
+    CLOUDPROVIDER_TRACE_FUNCTION();
     const std::lock_guard lock(m_mutex);
     return m_buffer != nullptr;
 }
 
 std::uint64_t OpenPartBuffer::index() const {
+    CLOUDPROVIDER_TRACE_FUNCTION();
     const std::lock_guard lock(m_mutex);
     return m_info.Index;
 }
 
 std::uint64_t OpenPartBuffer::offset() const {
+    CLOUDPROVIDER_TRACE_FUNCTION();
     const std::lock_guard lock(m_mutex);
     return m_info.Offset;
 }
 
 std::uint64_t OpenPartBuffer::end() const {
+    CLOUDPROVIDER_TRACE_FUNCTION();
     const std::lock_guard lock(m_mutex);
     return m_info.Offset + m_info.Size;
 }
 
 std::uint64_t OpenPartBuffer::capacity() const {
+    CLOUDPROVIDER_TRACE_FUNCTION();
     return m_capacity;
 }
 
 std::uint64_t OpenPartBuffer::capacityEnd() const {
+    CLOUDPROVIDER_TRACE_FUNCTION();
     const std::lock_guard lock(m_mutex);
     return m_info.Offset + m_capacity;
 }
 
 bool OpenPartBuffer::isOnlyPart() const {
+    CLOUDPROVIDER_TRACE_FUNCTION();
     const std::lock_guard lock(m_mutex);
     return m_isOnlyPart;
 }
@@ -366,6 +373,18 @@ void OpenPartBuffer::setIsOnlyPart(bool isOnlyPart) {
     CLOUDPROVIDER_TRACE_FUNCTION();
     const std::lock_guard lock(m_mutex);
     m_isOnlyPart = isOnlyPart;
+}
+
+// The stored object ends where the part ended before: unless the part is sent anew, the write-back would copy, or
+// complete the upload with, bytes that the store does not have. Hence NEW at once, before the bytes are there; who
+// writes them marks the part again. Call with the mutex held.
+std::uint64_t OpenPartBuffer::growTo(std::uint64_t size) {
+    const auto former = m_info.Size;
+    if (const auto grown = std::min(size, m_capacity); grown > former) {
+        m_info.Size = grown;
+        m_localDataVersion = LocalDataVersion::NEW;
+    }
+    return former;
 }
 
 // By what is stored, not by the state: a part may have become NEW without having been local, and keeps its bytes.

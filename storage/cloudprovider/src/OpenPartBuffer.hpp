@@ -74,23 +74,36 @@ public:
     /// Hand the part to the upload if it is NEW: answers the record to send, taken in the same step.
     std::optional<PartInfo> markUploading();
 
-    /// Note that the stored object now has what was handed to the upload. A part changed since stays NEW.
-    void markUploaded();
+    /// Take the part back from an upload that did not get it: it is NEW. Tells whether it was already, since somebody
+    /// changed it meanwhile, so that it is sent again in any case.
+    bool markUploadFailed() noexcept;
 
-    /// Note the tag that the running upload gave to the part. The part stays in its state: until the upload
-    /// completes, the stored object does not have these bytes.
-    void recordUploadTag(const std::string& tag);
+    /// Note what the running upload has of the part: its first size bytes, under that tag. The part stays in its state:
+    /// until the upload completes, the stored object does not have these bytes.
+    void recordUpload(std::uint64_t size, std::string tag) noexcept;
 
-    /// The record to complete the running upload with; nothing when the part has no tag of that upload.
+    /// Note that the stored object now has what the upload had of the part, or what was handed to it. A part changed
+    /// since stays NEW.
+    void markUploaded() noexcept;
+
+    /// Note that the running upload is gone: what it had of the part has to be sent again. How the store would name the
+    /// part now is not known.
+    void forgetUpload() noexcept;
+
+    /// The record of the stored bytes, for a part that has not been changed; nothing for one that has, or is empty.
+    std::optional<PartInfo> storedRecord() const;
+
+    /// The record to complete the running upload with; nothing when the upload does not have the part.
     std::optional<PartInfo> uploadedRecord() const;
 
-    /// Grow by amount bytes, at most to the capacity. Answers the size before, where appended bytes begin.
+    /// Grow by amount bytes, at most to the capacity. Answers the size before, where appended bytes begin. A part that
+    /// really grew is NEW, here and below, in the same step.
     std::uint64_t increaseSize(std::uint64_t amount);
 
     /// Grow so that amount bytes at offset lie inside, at most to the capacity. Answers the size before.
     std::uint64_t increaseSize(std::uint64_t amount, std::uint64_t offset);
 
-    /// Grow to the capacity; a part that really grew is NEW. Answers the size before.
+    /// Grow to the capacity. Answers the size before.
     std::uint64_t increaseSizeToMax();
 
     PartInfo info() const;
@@ -112,7 +125,14 @@ public:
     void setIsOnlyPart(bool isOnlyPart);
 
 private:
+    // What the running upload has of the part.
+    struct Uploaded {
+        std::uint64_t size;
+        std::string tag;
+    };
+
     void loadAsFirstOpener();
+    std::uint64_t growTo(std::uint64_t size);
     std::unique_ptr<Buffer> buildOpenBuffer() const;
 
     // Guards every field below; taken last, never two parts' at once. Buffers are mapped and unmapped under it.
@@ -125,9 +145,9 @@ private:
     LocalDataVersion m_localDataVersion;
     bool m_isOnlyPart = false;
     const std::uint64_t m_capacity;
-    std::uint64_t m_storedSize;              // leading bytes that the stored object has
-    std::uint64_t m_scheduledSize;           // size handed to the upload last, else m_storedSize
-    std::optional<std::string> m_uploadTag;  // given by the running upload; m_info.Tag is that of the stored part
+    std::uint64_t m_storedSize;          // leading bytes that the stored object has
+    std::uint64_t m_scheduledSize;       // size handed to the upload last, else m_storedSize
+    std::optional<Uploaded> m_uploaded;  // m_info.Tag is that of the stored part
     const std::shared_ptr<OpenFileContext> m_context;
 };
 

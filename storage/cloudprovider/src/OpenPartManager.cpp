@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "OpenPartManager.hpp"
 
+#include "ObjectReplacedException.hpp"
+#include "PartTransfers.hpp"
 #include "Trace.hpp"
 #include "checkedLayout.hpp"
 #include "translateException.hpp"
@@ -8,11 +10,10 @@
 
 #include <storage/cloudprovider/CloudException.hpp>
 
-#include <boost/iostreams/device/array.hpp>
-#include <boost/iostreams/stream.hpp>
 #include <boost/thread/lock_types.hpp>
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 namespace storage::cloudprovider {
@@ -24,31 +25,39 @@ namespace {
 using SharedGate = boost::shared_lock<boost::shared_mutex>;
 using ExclusiveGate = boost::unique_lock<boost::shared_mutex>;
 
-// A part as the upload sees it: opening counts as one more opener, so the bytes stay mapped during the
-// client's call even if the streams that have the part open close it meanwhile.
-class UploadedBytes : public Buffer {
-public:
-    explicit UploadedBytes(std::shared_ptr<OpenPartBuffer> part) : m_part(std::move(part)) {}
-    ~UploadedBytes() override = default;
+// How often a write-back tries to transfer a part that others change meanwhile.
+constexpr int kMostRounds = 4;
 
-    std::uint64_t size() const override { return m_part->size(); }
-    void open() override { m_hold.emplace(m_part); }
-    bool isOpen() const override { return m_hold.has_value(); }
-    char* data() override { return m_part->data(); }
-    const char* data() const override { return std::as_const(*m_part).data(); }
-    void close() override { m_hold.reset(); }
+// Ends a write-back for those who wait for it, whatever became of it.
+class WriteBackEnd {
+public:
+    explicit WriteBackEnd(StreamRegister& streams) : m_streams(streams) {}
+    WriteBackEnd(const WriteBackEnd&) = delete;
+    WriteBackEnd& operator=(const WriteBackEnd&) = delete;
+    ~WriteBackEnd() { m_streams.endWriteBack(); }
 
 private:
-    const std::shared_ptr<OpenPartBuffer> m_part;
-    std::optional<OpenPartHold> m_hold;
+    StreamRegister& m_streams;
 };
 
 }  // namespace
 
+// Openers that come later find the object as it is now; the streams that are open can store nothing over it.
+template <typename Action>
+auto OpenPartManager::retiringWhenReplaced(Action action) {
+    try {
+        return action();
+    } catch (const ObjectReplacedException&) {
+        m_streams.retire();
+        throw;
+    }
+}
+
 OpenPartManager::OpenPartManager(std::shared_ptr<OpenFileContext> context)
     : m_context(std::move(context)),
       m_uploadManager(std::make_unique<MultipartUploadManager>(m_context)),
-      m_cache(m_context->downloadedPartCacheSize) {
+      m_cache(m_context->downloadedPartCacheSize),
+      m_objectWriter(m_context) {
     CLOUDPROVIDER_TRACE_FUNCTION();
     addNewPartTo(m_parts, nullptr);
     m_parts.front()->setIsOnlyPart(true);
@@ -63,10 +72,15 @@ OpenPartManager::~OpenPartManager() {
     }
 }
 
-void OpenPartManager::initPreserveExisting(bool requirePresent) {
+bool OpenPartManager::initPreserveExisting(bool requirePresent) {
     CLOUDPROVIDER_TRACE_FUNCTION();
     CLOUDPROVIDER_TRACE_ARGUMENTS(" requirePresent=", requirePresent);
-    auto layout = describeExistingParts(requirePresent);
+    auto stored = m_context->client->describeObject(m_context->key);
+    if (!stored && requirePresent) {
+        throw ResourceNotFoundException();
+    }
+    m_context->version.set(stored ? ExpectedObject::version(std::move(stored->Version)) : ExpectedObject::absent());
+    auto layout = checkedLayout(stored ? std::move(stored->Parts) : std::vector<PartInfo>(1), m_context->key);
     m_uploadManager->setLastTag(layout.front().Tag);
 
     std::vector<Part> parts;
@@ -78,35 +92,42 @@ void OpenPartManager::initPreserveExisting(bool requirePresent) {
     parts.front()->setIsOnlyPart(parts.size() == 1);
     const std::lock_guard lock(m_partsMutex);
     m_parts = std::move(parts);
+    return stored.has_value();
 }
 
-void OpenPartManager::registerByteStream() {
+void OpenPartManager::onRetired(std::function<void()> action) {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    const ExclusiveGate gate(m_streamGate);
-    if (m_isAbandoned) {
-        throw ResourceInUseException();
-    }
-    ++m_streamCount;
+    m_streams.onRetired(std::move(action));
 }
 
-void OpenPartManager::unregisterByteStream(bool hasWritten) {
+bool OpenPartManager::registerByteStream() {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    const ExclusiveGate gate(m_streamGate);
-    --m_streamCount;
-    if (m_streamCount != 0) {
-        m_hasChangesOfClosedStreams = m_hasChangesOfClosedStreams || hasWritten;
-    } else if (!m_isAbandoned) {
-        m_hasChangesOfClosedStreams = true;
-        flushParts();
-        m_hasChangesOfClosedStreams = false;
+    return m_streams.add();
+}
+
+bool OpenPartManager::unregisterByteStream(std::optional<ChangePoint> lastChange) {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    if (!m_streams.remove(lastChange)) {
+        return false;
     }
+    const WriteBackEnd end(m_streams);
+    flushParts(ObjectWriter::Bytes::Stay);
+    return true;
 }
 
 bool OpenPartManager::abandonChanges() {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    const ExclusiveGate gate(m_streamGate);
-    m_isAbandoned = m_streamCount == 1 && !m_hasChangesOfClosedStreams;
-    return m_isAbandoned;
+    return m_streams.abandon();
+}
+
+void OpenPartManager::storeChanges() {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    flushParts(ObjectWriter::Bytes::MayChange);
+}
+
+ChangePoint OpenPartManager::changePoint() const noexcept {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    return m_streams.changePoint();
 }
 
 std::uint64_t OpenPartManager::getFileSize() const {
@@ -132,10 +153,12 @@ std::unique_ptr<OpenPartDevice> OpenPartManager::openPart(std::uint64_t fileOffs
         }
         const Part part = partIndex < m_parts.size() ? m_parts[partIndex] : nullptr;
         lock.unlock();
-        if (auto hold = part ? std::optional<OpenPartHold>(part) : openNewPart(partIndex)) {
-            m_cache.remove(hold->part());
+        const auto open = [&] { return part ? std::optional<OpenPartHold>(part) : openNewPart(partIndex); };
+        if (auto hold = retiringWhenReplaced(open)) {
             const auto position = std::min(hold->part()->capacity(), fileOffset - hold->part()->offset());
-            return std::make_unique<OpenPartDevice>(OpenPartDevice{position, std::move(*hold)});
+            auto device = std::make_unique<OpenPartDevice>(OpenPartDevice{position, std::move(*hold)});
+            m_cache.remove(device->hold.part());
+            return device;
         }
     }
 }
@@ -148,36 +171,45 @@ void OpenPartManager::closePart(std::unique_ptr<OpenPartDevice> device) {
         return;  // another stream has it open and will decide, or an upload, and then the write-back sends it
     }
     if (part->localDataVersion() == LocalDataVersion::NEW) {
-        scheduleUpload(part);
+        retiringWhenReplaced([&] { scheduleUpload(part); });
     } else {
         keepInCache(part);
     }
 }
 
 void OpenPartManager::rerunFailedUploads() {
+    CLOUDPROVIDER_TRACE_FUNCTION();
     const SharedGate gate(m_streamGate);
-    m_uploadManager->rerunFailedUploads();
+    retiringWhenReplaced([&] { m_uploadManager->rerunFailedUploads(); });
 }
 
-// Runs under the exclusive gate: nobody opens, closes or sends a part meanwhile.
-void OpenPartManager::flushParts() {
+// Under the exclusive gate nobody opens, closes or sends a part. Streams that have one open may still write into it,
+// and make the last one grow: what they write is stored now, or in part, or with the next write-back, which finds the
+// part NEW.
+void OpenPartManager::flushParts(ObjectWriter::Bytes bytes) {
     CLOUDPROVIDER_TRACE_FUNCTION();
+    const ExclusiveGate gate(m_streamGate);
+    const auto begun = m_streams.beginStore();
     std::unique_lock lock(m_partsMutex);
     const auto parts = m_parts;
     lock.unlock();
-    if (parts.size() == 1) {
-        flushSinglePartFile(parts.front());
-    } else {
-        flushMultiPartFile(parts);
-    }
+    retiringWhenReplaced([&] {
+        m_objectWriter.settle();
+        if (parts.size() == 1) {
+            flushSinglePartFile(parts.front(), bytes);
+        } else {
+            flushMultiPartFile(parts);
+        }
+    });
+    m_streams.endStore(begun);
     for (const auto& part : parts) {
-        if (part->hasLocalBytes()) {
+        if (part->hasLocalBytes() && !part->isOpen()) {
             keepInCache(part);
         }
     }
 }
 
-void OpenPartManager::flushSinglePartFile(const Part& part) {
+void OpenPartManager::flushSinglePartFile(const Part& part, ObjectWriter::Bytes bytes) {
     CLOUDPROVIDER_TRACE_FUNCTION();
     if (!part->openIfModified()) {
         return;
@@ -185,11 +217,9 @@ void OpenPartManager::flushSinglePartFile(const Part& part) {
     const auto hold = OpenPartHold::adopt(part);
     if (const auto record = part->markUploading()) {
         try {
-            boost::iostreams::stream<boost::iostreams::array_source> stream(std::as_const(*part).data(),
-                                                                            static_cast<std::size_t>(record->Size));
-            m_context->client->putObject(m_context->key, stream, record->Size);
+            m_objectWriter.put(std::as_const(*part).data(), record->Size, bytes);
         } catch (...) {
-            part->markModified();
+            part->markUploadFailed();
             throw;
         }
         part->markUploaded();
@@ -197,73 +227,90 @@ void OpenPartManager::flushSinglePartFile(const Part& part) {
 }
 
 void OpenPartManager::flushMultiPartFile(const std::vector<Part>& parts) {
-    m_uploadManager->rerunFailedUploads();
-    for (const auto& part : parts) {
-        scheduleUpload(part);
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    m_uploadManager->joinUploads();
+    std::vector<Part> stored;  // stores refuse parts without bytes
+    std::copy_if(parts.begin(), parts.end(), std::back_inserter(stored),
+                 [](const Part& part) { return part->size() != 0; });
+    for (const auto& part : stored) {
+        if (part->localDataVersion() == LocalDataVersion::NEW) {
+            scheduleUpload(part);
+        }
     }
     if (!m_uploadManager->isActive()) {
         return;  // nothing was changed
     }
-    for (const auto& part : parts) {
-        if (part->localDataVersion() == LocalDataVersion::CLOUD && part->size() != 0) {
-            m_uploadManager->asyncReusePart(part->info(),
-                                            [part](const std::string& tag) { part->recordUploadTag(tag); });
-        }
-    }
-    m_uploadManager->joinUploads();
+    transferMissing(stored);
 
     std::vector<PartInfo> records;
-    records.reserve(parts.size());
-    for (const auto& part : parts) {
-        if (part->size() == 0) {
-            continue;  // stores refuse parts without bytes
-        }
-        const auto record = part->uploadedRecord();
-        if (!record) {
-            throw UnknownErrorException(ExceptionContext("a part of " + m_context->key + " was not sent"));
-        }
-        records.push_back(*record);
+    records.reserve(stored.size());
+    for (const auto& part : stored) {
+        records.push_back(part->uploadedRecord().value());
     }
-    m_uploadManager->complete(records);
+    try {
+        m_objectWriter.complete(*m_uploadManager, records);
+    } catch (...) {
+        for (const auto& part : parts) {
+            part->forgetUpload();
+        }
+        throw;
+    }
     for (const auto& part : parts) {
         part->markUploaded();
     }
 }
 
-// Does nothing for a part that is not NEW, and for the only part of a file: that one is put as a whole at the end.
-void OpenPartManager::scheduleUpload(const Part& part) {
+// Reuses what was not changed. A part may be changed before the store is asked for that, or while it fails to be sent:
+// it takes another round, in which it is sent.
+void OpenPartManager::transferMissing(const std::vector<Part>& parts) {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    if (isSinglePartFile() || part->size() == 0) {
-        return;
-    }
-    auto bytes = std::make_shared<UploadedBytes>(part);  // before the state changes: it may fail
-    if (auto record = part->markUploading()) {
-        m_uploadManager->asyncUploadPart(std::move(*record), std::move(bytes),
-                                         [part](const std::string& tag) { part->recordUploadTag(tag); });
+    for (int round = 0;; ++round) {
+        std::vector<Part> missing;
+        std::copy_if(parts.begin(), parts.end(), std::back_inserter(missing),
+                     [](const Part& part) { return !part->uploadedRecord(); });
+        if (missing.empty()) {
+            return;
+        }
+        if (round == kMostRounds) {
+            throw UnknownErrorException(
+                ExceptionContext("parts of " + m_context->key + " failed to be sent while they were changed"));
+        }
+        for (const auto& part : missing) {
+            if (part->storedRecord()) {
+                m_uploadManager->asyncReusePart(part->index(), std::make_unique<PartReuse>(part));
+            } else {
+                scheduleUpload(part);
+            }
+        }
+        m_uploadManager->joinUploads();
     }
 }
 
-void OpenPartManager::keepInCache(const Part& part) {
-    for (const auto& evicted : m_cache.add(part)) {
-        evicted->discardIfUnmodified();
+// Does nothing for the only part of a file: that one is put as a whole at the end.
+void OpenPartManager::scheduleUpload(const Part& part) {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    if (!isSinglePartFile() && part->size() != 0) {
+        m_uploadManager->asyncUploadPart(part->index(), std::make_unique<PartUpload>(part));
+    }
+}
+
+// A part that cannot be remembered is given up as if it had been evicted: it is fetched again when it is needed.
+void OpenPartManager::keepInCache(const Part& part) noexcept {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    try {
+        for (const auto& evicted : m_cache.add(part)) {
+            evicted->discardIfUnmodified();
+        }
+    } catch (...) {
+        traceCaughtException();
+        part->discardIfUnmodified();
     }
 }
 
 bool OpenPartManager::isSinglePartFile() const {
+    CLOUDPROVIDER_TRACE_FUNCTION();
     const std::lock_guard lock(m_partsMutex);
     return m_parts.size() == 1;
-}
-
-std::vector<PartInfo> OpenPartManager::describeExistingParts(bool requirePresent) const {
-    auto layout = m_context->client->getObjectParts(m_context->key);
-    if (!layout.empty()) {
-        return checkedLayout(std::move(layout), m_context->key);
-    }
-    const auto info = m_context->client->getObjectInfo(m_context->key);
-    if (!info && requirePresent) {
-        throw ResourceNotFoundException();
-    }
-    return {PartInfo{0, 0, info ? info->Size : 0, {}}};
 }
 
 std::uint64_t OpenPartManager::findPartIndexLocked(std::uint64_t fileOffset) const {

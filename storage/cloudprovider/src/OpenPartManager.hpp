@@ -3,15 +3,18 @@
 
 #include "DownloadedPartCache.hpp"
 #include "MultipartUploadManager.hpp"
+#include "ObjectWriter.hpp"
 #include "OpenFileContext.hpp"
 #include "OpenPartBuffer.hpp"
 #include "OpenPartDevice.hpp"
+#include "StreamRegister.hpp"
 
 #include <storage/cloudprovider/PartInfo.hpp>
 
 #include <boost/thread/shared_mutex.hpp>
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -23,8 +26,10 @@ namespace storage::cloudprovider {
 /// object back when its last stream goes.
 ///
 /// All streams of the object share one manager and keep it alive. Bytes live in OpenPartBuffer, sending in
-/// MultipartUploadManager.
-/// Errors   what client, buffers and upload throw.
+/// MultipartUploadManager, replacing the object in ObjectWriter.
+/// Errors   what client, buffers and upload throw; ObjectReplacedException when somebody else replaced the object,
+/// which
+///          retires the manager.
 /// Threads  any; see the lock order in docs/architecture.md.
 class OpenPartManager {
 public:
@@ -36,21 +41,34 @@ public:
     /// Cancels an upload that was not completed.
     ~OpenPartManager();
 
-    /// Take the stored object's parts instead; an absent object is an empty file. Call before the first stream.
+    /// Take the stored object's parts instead; an absent object is an empty file. Tells whether there is one. Call
+    /// before the first stream.
     ///
     /// Errors   ResourceNotFoundException when the object is absent and requirePresent is set; UnknownErrorException
     ///          when the client describes parts that do not follow each other from 0 on.
-    void initPreserveExisting(bool requirePresent);
+    bool initPreserveExisting(bool requirePresent);
 
-    /// Count a stream. Waits while the object is written back. ResourceInUseException after abandonChanges.
-    void registerByteStream();
+    /// What to do in the step in which the manager retires: from then on it takes no further streams. Must not throw,
+    /// nor call back. Call before the first stream.
+    void onRetired(std::function<void()> action);
 
-    /// Take a stream back, which wrote something or not; the last one writes the object back.
-    void unregisterByteStream(bool hasWritten = true);
+    /// Count a stream. Waits while the object is written back, for nothing else. False: the manager has retired, and
+    /// the object has to be looked up again.
+    bool registerByteStream();
 
-    /// Arrange that the only stream's end does not write the object back, and forget what it changed. Tells whether
-    /// that can be: not while the object has other streams, nor with changes of streams that closed and count on them.
+    /// Take a stream back, which changed something last at that point, or never; the last one writes the object back.
+    /// Tells whether it did, so that everything is stored.
+    bool unregisterByteStream(std::optional<ChangePoint> lastChange);
+
+    /// Arrange that the only stream's end does not write the object back, and retire. Tells whether that can be: not
+    /// while the object has other streams, nor with changes of streams that closed and count on them.
     bool abandonChanges();
+
+    /// Write the object back now, with all that was changed before.
+    void storeChanges();
+
+    /// The point to note for a change that has been made.
+    ChangePoint changePoint() const noexcept;
 
     std::uint64_t getFileSize() const;
 
@@ -73,13 +91,16 @@ public:
 private:
     using Part = std::shared_ptr<OpenPartBuffer>;
 
-    void flushParts();
-    void flushSinglePartFile(const Part& part);
+    void flushParts(ObjectWriter::Bytes bytes);
+    void flushSinglePartFile(const Part& part, ObjectWriter::Bytes bytes);
     void flushMultiPartFile(const std::vector<Part>& parts);
+    void transferMissing(const std::vector<Part>& parts);
     void scheduleUpload(const Part& part);
-    void keepInCache(const Part& part);
+    void keepInCache(const Part& part) noexcept;
     bool isSinglePartFile() const;
-    std::vector<PartInfo> describeExistingParts(bool requirePresent) const;
+
+    template <typename Action>
+    auto retiringWhenReplaced(Action action);
 
     std::optional<OpenPartHold> openNewPart(std::uint64_t partIndex);
     void addNewPartTo(std::vector<Part>& parts, const Part& previous) const;
@@ -90,19 +111,16 @@ private:
     const std::shared_ptr<OpenFileContext> m_context;
     const std::unique_ptr<MultipartUploadManager> m_uploadManager;
     DownloadedPartCache m_cache;
+    StreamRegister m_streams;
 
-    // The stream gate: shared while a part is opened, closed or sent, exclusive while streams come and go
-    // and, by that, for the final write-back, which does I/O under it on purpose. First in the lock order.
+    // The stream gate: shared while a part is opened, closed or sent, exclusive for the write-back, which does I/O
+    // under it on purpose. First in the lock order.
     boost::shared_mutex m_streamGate;
+    ObjectWriter m_objectWriter;  // guarded by m_streamGate, exclusive
 
     // Guards the table, not the parts. Second in the lock order, before one part's mutex.
     mutable std::mutex m_partsMutex;
     std::vector<Part> m_parts;  // by index, never empty
-
-    // Guarded by m_streamGate, exclusive.
-    std::uint64_t m_streamCount = 0;
-    bool m_isAbandoned = false;
-    bool m_hasChangesOfClosedStreams = false;
 };
 
 }  // namespace storage::cloudprovider

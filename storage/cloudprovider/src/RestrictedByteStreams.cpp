@@ -3,24 +3,25 @@
 
 #include "Trace.hpp"
 
-#include <storage/cloudprovider/abandonStream.hpp>
-
 #include <utility>
 
 namespace storage::cloudprovider {
 
-using foundation::storage::provider::ByteStream;
 using foundation::storage::provider::ByteStreamReadFailure;
 using foundation::storage::provider::ByteStreamWriteFailure;
 using foundation::storage::provider::ErrorCode;
 using foundation::storage::provider::ExceptionContext;
 
-ReadOnlyByteStream::ReadOnlyByteStream(std::unique_ptr<ByteStream> stream) : m_stream(std::move(stream)) {}
+ReadOnlyByteStream::ReadOnlyByteStream(std::unique_ptr<OpenFileByteStream> stream) : m_stream(std::move(stream)) {}
 
 ReadOnlyByteStream::~ReadOnlyByteStream() = default;
 
 bool ReadOnlyByteStream::abandon() {
-    return abandonStream(*m_stream);
+    return m_stream->abandon();
+}
+
+void ReadOnlyByteStream::store() {
+    m_stream->requireOpen();
 }
 
 std::int64_t ReadOnlyByteStream::doRead(char* buffer, std::int64_t count) {
@@ -40,12 +41,16 @@ void ReadOnlyByteStream::doClose() {
     m_stream->close();
 }
 
-WriteOnlyByteStream::WriteOnlyByteStream(std::unique_ptr<ByteStream> stream) : m_stream(std::move(stream)) {}
+WriteOnlyByteStream::WriteOnlyByteStream(std::unique_ptr<OpenFileByteStream> stream) : m_stream(std::move(stream)) {}
 
 WriteOnlyByteStream::~WriteOnlyByteStream() = default;
 
 bool WriteOnlyByteStream::abandon() {
-    return abandonStream(*m_stream);
+    return m_stream->abandon();
+}
+
+void WriteOnlyByteStream::store() {
+    m_stream->store();
 }
 
 std::int64_t WriteOnlyByteStream::doRead(char* /*buffer*/, std::int64_t /*count*/) {

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "AbandonableStream.hpp"
+#include "OpenFileByteStream.hpp"
+#include "ProviderStream.hpp"
 
 #include <foundation/storage/provider/ByteStream.hpp>
 
@@ -12,12 +13,13 @@
 namespace storage::cloudprovider {
 
 /// Forwards to a stream, but refuses to write. Used like the stream it owns.
-class ReadOnlyByteStream : public foundation::storage::provider::ByteStream, public AbandonableStream {
+class ReadOnlyByteStream : public foundation::storage::provider::ByteStream, public ProviderStream {
 public:
-    explicit ReadOnlyByteStream(std::unique_ptr<foundation::storage::provider::ByteStream> stream);
+    explicit ReadOnlyByteStream(std::unique_ptr<OpenFileByteStream> stream);
     ~ReadOnlyByteStream() override;
 
     bool abandon() override;
+    void store() override;
 
 private:
     std::int64_t doRead(char* buffer, std::int64_t count) override;
@@ -25,16 +27,17 @@ private:
     std::streampos doSeek(std::int64_t offset, std::ios_base::seekdir way) override;
     void doClose() override;
 
-    const std::unique_ptr<foundation::storage::provider::ByteStream> m_stream;
+    const std::unique_ptr<OpenFileByteStream> m_stream;
 };
 
 /// Forwards to a stream, but refuses to read. Used like the stream it owns.
-class WriteOnlyByteStream : public foundation::storage::provider::ByteStream, public AbandonableStream {
+class WriteOnlyByteStream : public foundation::storage::provider::ByteStream, public ProviderStream {
 public:
-    explicit WriteOnlyByteStream(std::unique_ptr<foundation::storage::provider::ByteStream> stream);
+    explicit WriteOnlyByteStream(std::unique_ptr<OpenFileByteStream> stream);
     ~WriteOnlyByteStream() override;
 
     bool abandon() override;
+    void store() override;
 
 private:
     std::int64_t doRead(char* buffer, std::int64_t count) override;
@@ -42,7 +45,7 @@ private:
     std::streampos doSeek(std::int64_t offset, std::ios_base::seekdir way) override;
     void doClose() override;
 
-    const std::unique_ptr<foundation::storage::provider::ByteStream> m_stream;
+    const std::unique_ptr<OpenFileByteStream> m_stream;
 };
 
 }  // namespace storage::cloudprovider

@@ -16,8 +16,12 @@ namespace detail {
 
 constinit std::atomic<const std::atomic<std::uint32_t>*> g_mask{&g_everything};
 
-bool isWanted(std::uint32_t severity) {
-    return (logger().getMask() & severity) != 0;
+bool isWanted(std::uint32_t severity) noexcept {
+    try {
+        return (logger().getMask() & severity) != 0;
+    } catch (...) {  // no logger could be made: there is nowhere to report it
+        return false;
+    }
 }
 
 void submit(std::uint32_t severity, const std::ostringstream& text) noexcept {

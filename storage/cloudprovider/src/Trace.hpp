@@ -27,14 +27,14 @@ inline bool mayBeWanted(std::uint32_t severity) noexcept {
     return (g_mask.load(std::memory_order_acquire)->load(std::memory_order_relaxed) & severity) != 0;
 }
 
-bool isWanted(std::uint32_t severity);
+bool isWanted(std::uint32_t severity) noexcept;
 void submit(std::uint32_t severity, const std::ostringstream& text) noexcept;
 void prepare(std::ostream& stream);
 
 }  // namespace detail
 
 /// Whether records of that severity are recorded now.
-inline bool isWanted(std::uint32_t severity) {
+inline bool isWanted(std::uint32_t severity) noexcept {
     return __builtin_expect(static_cast<long>(detail::mayBeWanted(severity)), 0L) != 0 && detail::isWanted(severity);
 }
 
@@ -54,7 +54,7 @@ template <typename... Pieces>
 /// Traces a function from entry to exit, and nests the records in between.
 class FunctionScope {
 public:
-    FunctionScope(const char* file, int line, const char* signature) {
+    FunctionScope(const char* file, int line, const char* signature) noexcept {
         if (isWanted(kEntry)) {
             enter(file, line, signature);
         }

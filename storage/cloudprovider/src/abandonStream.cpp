@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "AbandonableStream.hpp"
+#include "ProviderStream.hpp"
 
 #include <storage/cloudprovider/abandonStream.hpp>
 
 namespace storage::cloudprovider {
 
 bool abandonStream(foundation::storage::provider::ByteStream& stream) {
-    auto* const abandonable = dynamic_cast<AbandonableStream*>(&stream);
-    return abandonable != nullptr && abandonable->abandon();
+    auto* const own = dynamic_cast<ProviderStream*>(&stream);
+    return own != nullptr && own->abandon();
 }
 
 }  // namespace storage::cloudprovider

@@ -171,6 +171,7 @@ TEST_F(PartBufferTest, OnlyWhatTheStoreHasIsDiscarded) {
     part->close();
     part->discardIfUnmodified();
     EXPECT_TRUE(part->hasLocalBytes()) << "changed";
+    ASSERT_TRUE(part->openIfModified());
     ASSERT_TRUE(part->markUploading());
     EXPECT_FALSE(part->markUploading()) << "handed over twice";
     part->discardIfUnmodified();
@@ -180,6 +181,7 @@ TEST_F(PartBufferTest, OnlyWhatTheStoreHasIsDiscarded) {
     EXPECT_EQ(part->localDataVersion(), LocalDataVersion::NEW) << "changed while it was sent";
     ASSERT_TRUE(part->markUploading());
     part->markUploaded();
+    part->close();
     part->discardIfUnmodified();
     EXPECT_FALSE(part->hasLocalBytes());
 }

@@ -13,41 +13,55 @@ namespace storage::cloudprovider::test {
 
 class UploadManagerTest : public EngineTest {
 protected:
-    // Cannot be opened as often as it is told to.
-    class UnreliableBuffer : public DiskBackedBuffer {
-    public:
-        explicit UnreliableBuffer(int failures) : DiskBackedBuffer(kPartSize), m_failures(failures) {}
-        void open() override {
-            if (m_failures-- > 0) {
-                throw std::runtime_error("cannot be mapped");
-            }
-            DiskBackedBuffer::open();
-        }
-
-    private:
-        int m_failures;
+    // What became of a part, as the upload saw it.
+    struct PartState {
+        PartInfo info;
+        std::string bytes;
+        int failingBegins = 0;
+        bool isDone = false;     // nothing to transfer any more
+        bool isChanged = false;  // while it is sent
+        std::vector<std::string> tags{};
     };
 
-    static std::shared_ptr<Buffer> buffer() { return DiskBackedBufferFactory().build(kPartSize); }
+    class Transfer final : public PartTransfer {
+    public:
+        explicit Transfer(PartState& state) : m_state(state) {}
+        std::optional<PartInfo> begin() override {
+            if (m_state.failingBegins-- > 0) {
+                throw std::runtime_error("cannot be mapped");
+            }
+            return m_state.isDone ? std::nullopt : std::optional(m_state.info);
+        }
+        const char* data() const override { return m_state.bytes.empty() ? nullptr : m_state.bytes.data(); }
+        void succeed(const PartInfo&, std::string tag) noexcept override { m_state.tags.push_back(std::move(tag)); }
+        bool fail() noexcept override { return m_state.isChanged; }
 
-    static PartInfo part(std::uint64_t index) { return {index, index * kPartSize, kPartSize, ""}; }
+    private:
+        PartState& m_state;
+    };
 
-    MultipartUploadManager::TagCallback recordTag(std::uint64_t index) {
-        return [this, index](const std::string& tag) {
-            auto info = part(index);
-            info.Tag = tag;
-            m_tagged.push_back(info);
-        };
+    static PartState part(std::uint64_t index, std::string bytes = std::string(kPartSize, 'n')) {
+        return {{index, index * kPartSize, kPartSize, ""}, std::move(bytes)};
     }
 
-    std::vector<PartInfo> m_tagged;
+    void upload(PartState& state) { m_manager.asyncUploadPart(state.info.Index, std::make_unique<Transfer>(state)); }
+
+    static std::vector<PartInfo> records(const std::vector<const PartState*>& parts) {
+        std::vector<PartInfo> result;
+        for (const auto* state : parts) {
+            result.push_back(state->info);
+            result.back().Tag = state->tags.back();
+        }
+        return result;
+    }
+
     MultipartUploadManager m_manager{
         std::make_shared<OpenFileContext>(m_file, m_client, std::make_unique<DiskBackedBufferFactory>())};
 };
 
 TEST_F(UploadManagerTest, NothingStartedMeansNothingToEnd) {
     m_manager.joinUploads();
-    m_manager.complete({});
+    m_manager.complete({}, ExpectedObject::anything());
     m_manager.cancel();
     EXPECT_FALSE(m_manager.isActive());
     EXPECT_EQ(m_client->callCount(), 0U);
@@ -56,72 +70,90 @@ TEST_F(UploadManagerTest, NothingStartedMeansNothingToEnd) {
 TEST_F(UploadManagerTest, TheUploadStartsOnceWithTheLastTagAndEndsOnce) {
     m_client->storeParts(m_key, std::string(2 * kPartSize, 'o'), {kPartSize, kPartSize});
     m_manager.setLastTag("first part's tag");
-    m_manager.asyncUploadPart(part(0), buffer(), recordTag(0));
-    m_manager.asyncReusePart(part(1), recordTag(1));
-    m_manager.complete(m_tagged);
-    m_manager.complete(m_tagged);
+    auto sent = part(0);
+    auto reused = part(1, {});
+    upload(sent);
+    m_manager.asyncReusePart(1, std::make_unique<Transfer>(reused));
+    const auto parts = records({&sent, &reused});
+    m_manager.complete(parts, ExpectedObject::anything());
+    m_manager.complete(parts, ExpectedObject::anything());
     m_manager.cancel();
     EXPECT_EQ(m_client->count("startMultipartUpload"), 1U);
     EXPECT_EQ(m_client->calls().front().detail, "first part's tag");
     EXPECT_EQ(m_client->count("completeMultipartUpload"), 1U);
     EXPECT_EQ(m_client->count("abortMultipartUpload"), 0U);
-    EXPECT_EQ(m_client->content(m_key), std::string(kPartSize, '\0') + std::string(kPartSize, 'o'));
+    EXPECT_EQ(m_client->content(m_key), std::string(kPartSize, 'n') + std::string(kPartSize, 'o'));
 }
 
 TEST_F(UploadManagerTest, ATaskThatFailsIsRunAgainBeforeLaterOnes) {
     struct Row {
         const char* name;
         const char* failingOperation;
-        int failingOpens;
-        bool callbackFails;
+        int failingBegins;
     };
-    const Row rows[] = {{"start", "startMultipartUpload", 0, false},
-                        {"client", "uploadPart", 0, false},
-                        {"buffer", "", 1, false},
-                        {"callback", "", 0, true}};
+    const Row rows[] = {{"start", "startMultipartUpload", 0}, {"client", "uploadPart", 0}, {"buffer", "", 1}};
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        m_tagged.clear();
         if (*row.failingOperation != '\0') {
             m_client->failOperation(row.failingOperation);
         }
-        bool callbackFails = row.callbackFails;
-        const auto callback = [&](const std::string& tag) {
-            if (std::exchange(callbackFails, false)) {
-                throw std::runtime_error("callback");
-            }
-            recordTag(0)(tag);
-        };
-        EXPECT_ANY_THROW(
-            m_manager.asyncUploadPart(part(0), std::make_shared<UnreliableBuffer>(row.failingOpens), callback));
+        auto first = part(0);
+        auto second = part(1);
+        first.failingBegins = row.failingBegins;
+        m_client->clearCalls();
+        EXPECT_ANY_THROW(upload(first));
         EXPECT_TRUE(m_manager.isActive());
-        m_manager.asyncUploadPart(part(1), buffer(), recordTag(1));
-        ASSERT_EQ(m_tagged.size(), 2U);
-        EXPECT_EQ(m_tagged[0].Index, 0U);
-        m_manager.complete(m_tagged);
+        upload(second);
+        EXPECT_EQ(first.tags.size(), 1U);
+        EXPECT_EQ(m_client->calls().back().part.Index, 1U);
+        m_manager.complete(records({&first, &second}), ExpectedObject::anything());
         EXPECT_FALSE(m_manager.isActive());
     }
 }
 
-TEST_F(UploadManagerTest, TwoTasksOfOnePartNeverRunAtOnce) {
+TEST_F(UploadManagerTest, APartIsQueuedOnceAndNeverSentTwiceAtOnce) {
     auto& gate = m_client->gate("uploadPart");
-    std::vector<int> order;
-    std::thread first(
-        [&] { m_manager.asyncUploadPart(part(0), buffer(), [&](const std::string&) { order.push_back(1); }); });
+    auto state = part(0);
+    std::thread first([&] { upload(state); });
     ASSERT_TRUE(gate.waitForArrivals());
-    m_manager.asyncUploadPart(part(0), buffer(), [&](const std::string&) { order.push_back(2); });
+    upload(state);
+    upload(state);
     EXPECT_EQ(m_client->count("uploadPart"), 1U) << "the second task waits for the first";
     gate.open();
     m_manager.joinUploads();
     first.join();
-    EXPECT_EQ(order, (std::vector<int>{1, 2}));
+    EXPECT_EQ(state.tags.size(), 2U);
     m_manager.cancel();
 }
 
+TEST_F(UploadManagerTest, WhatNoLongerNeedsToBeSentIsNot) {
+    auto state = part(0);
+    state.isDone = true;
+    upload(state);
+    EXPECT_EQ(m_client->callCount(), 0U);
+    EXPECT_FALSE(m_manager.isActive());
+}
+
+TEST_F(UploadManagerTest, TheFailureOfAPartThatWasChangedMeanwhileIsOnlyTheWriteBacks) {
+    auto state = part(0);
+    state.isChanged = true;
+    m_client->failOperation("uploadPart", 1, CallControl::When::Before, CallControl::Repeat::Forever);
+    upload(state);
+    m_manager.rerunFailedUploads();
+    EXPECT_EQ(m_client->count("uploadPart"), 1U) << "its change hands it over again";
+    state.isChanged = false;
+    EXPECT_THROW(upload(state), UnknownErrorException);
+    state.isChanged = true;
+    EXPECT_THROW(m_manager.joinUploads(), UnknownErrorException);
+    m_manager.cancel();
+    EXPECT_FALSE(m_manager.isActive()) << "the queue goes with the upload";
+}
+
 TEST_F(UploadManagerTest, CancellingForgetsTheUploadEvenIfTheClientFails) {
-    m_manager.asyncUploadPart(part(0), buffer(), recordTag(0));
+    auto state = part(0);
+    upload(state);
     m_client->failOperation("completeMultipartUpload");
-    EXPECT_THROW(m_manager.complete(m_tagged), UnknownErrorException);
+    EXPECT_THROW(m_manager.complete(records({&state}), ExpectedObject::anything()), UnknownErrorException);
     m_client->failOperation("abortMultipartUpload", 1, CallControl::When::After);
     EXPECT_THROW(m_manager.cancel(), UnknownErrorException);
     m_manager.cancel();
