@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "listingPages.hpp"
 #include "translateException.hpp"
 
 #include <foundation/services/Text.hpp>
@@ -82,7 +83,7 @@ private:
         const ListOptions options{getDelimiter(), -1};
         bool isKnownToExist = !first;
         while (m_entries.empty() && (first || !m_continuationToken.empty())) {
-            const auto page = m_client->listObjects(prefix, m_continuationToken, options);
+            const auto page = fetchPage(*m_client, prefix, m_continuationToken, options);
             isKnownToExist = isKnownToExist || !page.empty();
             for (const auto& item : page) {
                 const auto name = item.Key.substr(prefix.size());

@@ -9,6 +9,7 @@
 #include "extendClient.hpp"
 #include "getResolvedIRI.hpp"
 #include "interrupt.hpp"
+#include "listingPages.hpp"
 #include "translateException.hpp"
 
 #include <storage/cloudprovider/CloudException.hpp>
@@ -359,8 +360,7 @@ bool CloudProvider::isPrefixInUse(const std::string& prefix) const {
     std::string token;
     bool isEmpty = true;
     do {
-        isEmpty = m_client->listObjects(prefix, token, ListOptions{"", 1}).empty();
-        throwIfInterrupted();
+        isEmpty = fetchPage(*m_client, prefix, token, ListOptions{"", 1}).empty();
     } while (isEmpty && !token.empty() && !prefix.empty());
     return prefix.empty() || !isEmpty;
 }
@@ -372,10 +372,10 @@ std::vector<ObjectInfo> CloudProvider::listAllObjects(const StorageIRI& iri, con
     std::vector<ObjectInfo> items;
     std::string token;
     do {
-        auto page = m_client->listObjects(prefix, token, ListOptions{delimiter, -1});
+        auto page = fetchPage(*m_client, prefix, token, ListOptions{delimiter, -1});
         items.insert(items.end(), std::make_move_iterator(page.begin()), std::make_move_iterator(page.end()));
-        throwIfInterrupted();
     } while (!token.empty());
+    throwIfInterrupted();  // after the last page as well: what follows is a removal
     return items;
 }
 

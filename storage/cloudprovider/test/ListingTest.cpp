@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "FakeCloudClient.hpp"
+#include "ScopedMainContext.hpp"
 
 #include <foundation/services/Text.hpp>
 #include <foundation/storage/provider/Exception.hpp>
@@ -202,6 +203,81 @@ TEST(ListingTest, AFailureOnALaterPageComesFromNextAndKeepsWhatWasMovedTo) {
     EXPECT_FALSE(entries->hasNext());
     store.client->failCall(1);
     EXPECT_THROW(store.provider->listAll(iri(u"/d/")), Exception);
+}
+
+// Whatever asks a store for pages.
+const struct {
+    const char* name;
+    bool removes;
+    void (*run)(const IProvider& provider);
+} kPagedOperations[] = {
+    {"folderExists", false, [](const IProvider& provider) { provider.folderExists(iri(u"/d")); }},
+    {"getFolderAttributes", false, [](const IProvider& provider) { provider.getFolderAttributes(iri(u"/d")); }},
+    {"createFolder", false, [](const IProvider& provider) { provider.createFolder(iri(u"/d/new")); }},
+    {"listAll", false, [](const IProvider& provider) { provider.listAll(iri(u"/d")); }},
+    {"listAllRecursive", false, [](const IProvider& provider) { provider.listAllRecursive(iri(u"/d")); }},
+    {"removeFolder", true, [](const IProvider& provider) { provider.removeFolder(iri(u"/d")); }},
+    {"removeFolderRecursively", true, [](const IProvider& provider) { provider.removeFolderRecursively(iri(u"/d")); }},
+};
+
+TEST(ListingTest, AnInterruptIsMetBeforeAnotherPageAndBeforeRemoval) {
+    for (const auto& operation : kPagedOperations) {
+        for (const bool isAnsweredAtOnce : {true, false}) {
+            SCOPED_TRACE(std::string(operation.name) + (isAnsweredAtOnce ? ", one page" : ", two pages"));
+            const Listed store({"d/x"}, {1000, !isAnsweredAtOnce, 97, {}});
+            const ScopedMainContext context;
+            foundation::utInterruptState::RequestInterrupt();
+            std::string failure;
+            try {
+                operation.run(*store.provider);
+            } catch (const Exception& caught) {
+                EXPECT_EQ(caught.getErrorCode(), ErrorCode::Unknown);
+                failure = caught.getContext().getMessage();
+            }
+            const bool isInterrupted = !isAnsweredAtOnce || operation.removes;
+            EXPECT_EQ(failure, isInterrupted ? "the operation was interrupted" : "");
+            EXPECT_EQ(store.client->count("listObjects"), 1U);
+            EXPECT_EQ(store.client->count("deleteObject"), 0U);
+        }
+    }
+}
+
+TEST(ListingTest, AnInterruptedListingKeepsTheEntryThatWasMovedTo) {
+    const Listed store({"d/a", "d/b", "d/c"}, {1, false, 97, {}});
+    const auto entries = store.provider->listAll(iri(u"/d"));
+    foundation::utInterruptState::RequestInterrupt();
+    entries->next();  // what other threads do is not interrupted
+    const ScopedMainContext context;
+    EXPECT_THROW(entries->next(), Exception);
+    EXPECT_EQ(entries->get().getName(), u"b");
+    EXPECT_FALSE(entries->hasNext());
+}
+
+// A client that never has anything to tell, and always has more of it.
+class StuckClient : public FakeCloudClient {
+public:
+    std::vector<ObjectInfo> listObjects(const std::string& /*prefix*/, std::string& token,
+                                        const ListOptions& /*options*/) override {
+        constexpr int kLimit = 100;  // for whoever does not notice
+        token = ++m_pageCount < kLimit ? "more" : "";
+        return {};
+    }
+
+    int m_pageCount = 0;
+};
+
+TEST(ListingTest, AStoreThatDoesNotGetOnIsAFailure) {
+    for (const auto& operation : kPagedOperations) {
+        SCOPED_TRACE(operation.name);
+        const auto client = std::make_shared<StuckClient>();
+        try {
+            operation.run(*buildCloudProvider(client, FolderPolicy::MarkerObjects, false));
+            ADD_FAILURE() << "it succeeded";
+        } catch (const Exception& failure) {
+            EXPECT_EQ(failure.getErrorCode(), ErrorCode::Unknown) << failure.what();
+        }
+        EXPECT_EQ(client->m_pageCount, 2);
+    }
 }
 
 // A client whose second page holds an item outside the prefix.
