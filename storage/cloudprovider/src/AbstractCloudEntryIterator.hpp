@@ -84,6 +84,7 @@ private:
         bool isKnownToExist = !first;
         while (m_entries.empty() && (first || !m_continuationToken.empty())) {
             const auto page = fetchPage(*m_client, prefix, m_continuationToken, options);
+            failIfNotBelow(prefix, page);
             isKnownToExist = isKnownToExist || !page.empty();
             for (const auto& item : page) {
                 const auto name = item.Key.substr(prefix.size());
@@ -98,10 +99,15 @@ private:
         }
     }
 
+    // Keys such as a//b have components without a name. Opened by such a path, they would be another object.
+    static bool hasUnnamedComponent(const std::string& path) {
+        return path.empty() || path.front() == utils::separator() || path.back() == utils::separator() ||
+               path.find("//") != std::string::npos;
+    }
+
     template <typename Attributes>
     void append(const std::string& path, const Attributes& attributes) {
-        // Keys such as a//b have components without a name; there is nothing to show for those.
-        if (!path.empty() && !utils::hasTrailingSlash(path)) {
+        if (!hasUnnamedComponent(path)) {
             const auto name = foundation::toUtf16Lossy(path);
             m_entries.emplace_back(name, attributes);
         }

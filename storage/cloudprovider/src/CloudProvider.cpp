@@ -15,7 +15,6 @@
 #include <storage/cloudprovider/CloudException.hpp>
 #include <storage/cloudprovider/utils.hpp>
 
-#include <algorithm>
 #include <iterator>
 #include <sstream>
 #include <utility>
@@ -28,7 +27,6 @@ using foundation::storage::provider::ByteStreamReadFailure;
 using foundation::storage::provider::ByteStreamWriteFailure;
 using foundation::storage::provider::ErrorCode;
 using foundation::storage::provider::Exception;
-using foundation::storage::provider::ExceptionContext;
 using foundation::storage::provider::Feature;
 using foundation::storage::provider::FileAttributes;
 using foundation::storage::provider::FolderAttributes;
@@ -71,16 +69,6 @@ void namingFile(const StorageIRI& iri, Step step) {
 // What a copy may be stored over. That there is no destination was looked at before, but it may come meanwhile.
 ExpectedObject replacedUnder(bool replaces) {
     return replaces ? ExpectedObject::anything() : ExpectedObject::absent();
-}
-
-// A store that answers with somebody else's keys must not have them deleted.
-void failIfNotBelow(const std::string& prefix, const std::vector<ObjectInfo>& items) {
-    const bool areAllBelow = std::all_of(items.begin(), items.end(), [&](const ObjectInfo& item) {
-        return item.Key.compare(0, prefix.size(), prefix) == 0;
-    });
-    if (!areAllBelow) {
-        throw UnknownErrorException(ExceptionContext("the store listed keys that do not begin with " + prefix));
-    }
 }
 
 }  // namespace

@@ -5,6 +5,8 @@
 
 #include <storage/cloudprovider/CloudException.hpp>
 
+#include <algorithm>
+
 namespace storage::cloudprovider {
 
 using foundation::storage::provider::ExceptionContext;
@@ -21,6 +23,15 @@ std::vector<ObjectInfo> fetchPage(CloudClient& client, const std::string& prefix
                                                      "': an empty page, and the same token again"));
     }
     return page;
+}
+
+void failIfNotBelow(const std::string& prefix, const std::vector<ObjectInfo>& items) {
+    const bool areAllBelow = std::all_of(items.begin(), items.end(), [&](const ObjectInfo& item) {
+        return item.Key.compare(0, prefix.size(), prefix) == 0;
+    });
+    if (!areAllBelow) {
+        throw UnknownErrorException(ExceptionContext("the store listed keys that do not begin with " + prefix));
+    }
 }
 
 }  // namespace storage::cloudprovider

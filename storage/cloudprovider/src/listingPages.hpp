@@ -18,4 +18,8 @@ namespace storage::cloudprovider {
 std::vector<ObjectInfo> fetchPage(CloudClient& client, const std::string& prefix, std::string& token,
                                   const ListOptions& options);
 
+/// Throw UnknownErrorException when any item's key does not begin with prefix: a store that answers with somebody
+/// else's keys must not have them shown under false names, or deleted.
+void failIfNotBelow(const std::string& prefix, const std::vector<ObjectInfo>& items);
+
 }  // namespace storage::cloudprovider

@@ -159,10 +159,14 @@ TEST(ListingTest, AFolderIsShownOnceRightBeforeWhatRevealsIt) {
 }
 
 TEST(ListingTest, AwkwardKeysAreShownAsWellAsTheyCanBe) {
-    const Listed store({"d//x", "d/\xFF/y", "d/\xFFz", "d/\xC3\xBC"});
-    EXPECT_EQ(rest(store.provider->listAll(iri(u"/d"))), (Names{"\xC3\xBC", "\xEF\xBF\xBD/", "\xEF\xBF\xBDz"}));
-    const auto all = rest(store.provider->listAllRecursive(iri(u"/d")));
-    EXPECT_EQ(std::count(all.begin(), all.end(), "/"), 0) << "an entry without a name";
+    const Listed store({"/x", "d//", "d//e/", "d//x", "d/a//", "d/b//x/y", "d/\xFF/y", "d/\xFFz", "d/\xC3\xBC"});
+    EXPECT_EQ(rest(store.provider->listAll(iri(u"/d"))),
+              (Names{"a/", "b/", "\xC3\xBC", "\xEF\xBF\xBD/", "\xEF\xBF\xBDz"}));
+    // What has a component without a name would open as another object.
+    EXPECT_EQ(rest(store.provider->listAllRecursive(iri(u"/d"))),
+              (Names{"a/", "b/", "\xC3\xBC", "\xEF\xBF\xBD/", "\xEF\xBF\xBD/y", "\xEF\xBF\xBDz"}));
+    EXPECT_EQ(rest(store.provider->listFiles(iri(u"/"))), Names());
+    EXPECT_EQ(rest(store.provider->listAllRecursiveWildcards(iri(u"/"), u"x")), Names());
 }
 
 TEST(ListingTest, AnIteratorIsExactAndItsCloneIndependent) {
@@ -283,23 +287,32 @@ TEST(ListingTest, AStoreThatDoesNotGetOnIsAFailure) {
 // A client whose second page holds an item outside the prefix.
 class StrayClient : public FakeCloudClient {
 public:
+    explicit StrayClient(std::string stray) : m_stray(std::move(stray)) {}
+
     std::vector<ObjectInfo> listObjects(const std::string& /*prefix*/, std::string& token,
                                         const ListOptions& /*options*/) override {
         if (token.empty()) {
             token = "second";
             return {{"d/first", 1, {}}};
         }
-        return {{"d/good", 1, {}}, {"x", 1, {}}};
+        return {{"d/good", 1, {}}, {m_stray, 1, {}}};
     }
+
+private:
+    const std::string m_stray;
 };
 
 TEST(ListingTest, APageIsTakenWholeOrNotAtAll) {
-    const auto provider = buildCloudProvider(std::make_shared<StrayClient>(), FolderPolicy::MarkerObjects, false);
-    for (const auto list : {&IProvider::listAll, &IProvider::listAllRecursive}) {
-        const auto entries = (*provider.*list)(iri(u"/d"));
-        EXPECT_THROW(entries->next(), Exception);
-        EXPECT_EQ(entries->get().getName(), u"first");
-        EXPECT_FALSE(entries->hasNext());
+    for (const char* const stray : {"x", "e/stray", "d", "stray/d/"}) {
+        SCOPED_TRACE(stray);
+        const auto client = std::make_shared<StrayClient>(stray);
+        const auto provider = buildCloudProvider(client, FolderPolicy::MarkerObjects, false);
+        for (const auto list : {&IProvider::listAll, &IProvider::listAllRecursive}) {
+            const auto entries = (*provider.*list)(iri(u"/d"));
+            EXPECT_THROW(entries->next(), Exception);
+            EXPECT_EQ(entries->get().getName(), u"first");
+            EXPECT_FALSE(entries->hasNext());
+        }
     }
 }
 
