@@ -38,8 +38,18 @@ void IProvider::doCreateFolderRecursive(const StorageIRI& iri) const {
             break;
         }
     }
+    // A missing folder may be there by now: made under another name of the path (/x/. after /x), or by somebody else.
     for (auto folder = missing.rbegin(); folder != missing.rend(); ++folder) {
-        doCreateFolder(*folder);
+        if (doFolderExists(*folder)) {
+            continue;
+        }
+        try {
+            doCreateFolder(*folder);
+        } catch (const Exception& failure) {
+            if (failure.getErrorCode() != ErrorCode::AlreadyExists || !doFolderExists(*folder)) {
+                throw;
+            }
+        }
     }
 }
 

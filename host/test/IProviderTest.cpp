@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <set>
 #include <stdexcept>
 #include <vector>
@@ -32,12 +33,18 @@ private:
 class FolderProvider : public IProvider {
 public:
     mutable std::set<StorageIRI> m_folders{StorageIRI(u"/")};
+    std::function<void(const StorageIRI&)> m_beforeCreation = [](const StorageIRI& /*iri*/) {};
 
 private:
     std::unique_ptr<IFolderEntryIterator> list(Names names) const {
         return std::make_unique<NameIterator>(std::move(names));
     }
-    void doCreateFolder(const StorageIRI& iri) const override { m_folders.insert(iri); }
+    void doCreateFolder(const StorageIRI& iri) const override {
+        m_beforeCreation(iri);
+        if (!m_folders.insert(iri).second) {
+            throw Exception(ErrorCode::AlreadyExists, iri);
+        }
+    }
     bool doFileExists(const StorageIRI& iri) const override { return iri == StorageIRI(u"/file"); }
     bool doFolderExists(const StorageIRI& iri) const override { return m_folders.count(iri) != 0; }
     std::unique_ptr<IFolderEntryIterator> doListAll(const StorageIRI& /*iri*/) const override {
@@ -74,6 +81,41 @@ TEST(IProviderTest, RecursiveCreationMakesWhatIsMissing) {
     provider.createFolderRecursive(StorageIRI(u"/a/b/c"));
     const std::set<StorageIRI> expected{kRoot, StorageIRI(u"/a"), StorageIRI(u"/a/b"), StorageIRI(u"/a/b/c")};
     EXPECT_EQ(provider.m_folders, expected);
+}
+
+TEST(IProviderTest, RecursiveCreationGoesOnWithWhatOthersMake) {
+    const StorageIRI other(u"/a");
+    const StorageIRI path(u"/a/b/c");
+    FolderProvider provider;
+    std::vector<StorageIRI> tried;
+    // Another thread is faster: with the folder that is about to be made, and with the next one.
+    provider.m_beforeCreation = [&](const StorageIRI& iri) {
+        tried.push_back(iri);
+        if (iri == other) {
+            provider.m_folders.insert({other, StorageIRI(u"/a/b")});
+        }
+    };
+    provider.createFolderRecursive(path);
+    EXPECT_EQ(provider.m_folders.count(path), 1U);
+    EXPECT_EQ(tried, (std::vector<StorageIRI>{other, path})) << "made what was there";
+
+    // What is there is no folder, or something else failed.
+    for (const auto code : {ErrorCode::AlreadyExists, ErrorCode::PermissionDenied}) {
+        FolderProvider failing;
+        failing.m_beforeCreation = [&](const StorageIRI& iri) {
+            if (code != ErrorCode::AlreadyExists) {
+                failing.m_folders.insert(iri);
+            }
+            throw Exception(code, iri);
+        };
+        try {
+            failing.createFolderRecursive(path);
+            ADD_FAILURE();
+        } catch (const Exception& failure) {
+            EXPECT_EQ(failure.getErrorCode(), code);
+            EXPECT_EQ(failure.getIRI(), other);
+        }
+    }
 }
 
 TEST(IProviderTest, ExistsAsksForFilesAndFolders) {

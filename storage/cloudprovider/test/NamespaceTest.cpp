@@ -62,6 +62,25 @@ TEST_F(NamespaceTest, TheRootIsAFolderThatIsThere) {
     EXPECT_EQ(m_client->callCount(), 0U);
 }
 
+TEST_F(NamespaceTest, RecursiveCreationSeesWhatItMadeByAnotherName) {
+    m_provider->createFolderRecursive(IRI(u"/x/./y"));
+    EXPECT_EQ(m_client->keys(), (std::vector<std::string>{"x/", "x/y/"}));
+}
+
+TEST_F(NamespaceTest, TwoMayCreateOnePathAtOnce) {
+    // Both have seen that nothing is there when the one makes it all.
+    const IRI path(u"/x/y");
+    auto& gate = m_client->gate("getObjectInfo", "x");
+    std::thread second([&] { EXPECT_NO_THROW(m_provider->createFolderRecursive(path)); });
+    ASSERT_TRUE(gate.waitForArrivals());
+    m_client->store("x/", "");
+    m_client->store("x/y/", "");
+    gate.open();
+    second.join();
+    EXPECT_EQ(m_client->keys(), (std::vector<std::string>{"x/", "x/y/"}));
+    EXPECT_EQ(m_client->count("putObject"), 0U);
+}
+
 TEST_F(NamespaceTest, OpenFilesAreNeitherRemovedNorMovedNorReplaced) {
     m_client->store(m_key, m_content);
     m_client->store(m_otherKey, "kept");

@@ -64,7 +64,8 @@ public:
     /// Create a folder in an existing folder. AlreadyExists when it or a file of its name is there.
     void createFolder(const StorageIRI& iri) const { doCreateFolder(iri); }
 
-    /// Create a folder and those of its ancestors that are missing; does nothing when it is there.
+    /// Create a folder and those of its ancestors that are missing; does nothing when it is there. Several threads, or
+    /// processes, may create the same path at once. AlreadyExists when a file is in the way.
     void createFolderRecursive(const StorageIRI& iri) const { doCreateFolderRecursive(iri); }
 
     /// Whether there is a file; absence is an answer, never an error.
