@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "EngineTest.hpp"
 #include "OpenFileManager.hpp"
+#include "ScopedMainContext.hpp"
 
-#include <foundation/services/ExecutionContext.hpp>
 #include <foundation/services/InterruptState.hpp>
 #include <storage/cloudprovider/CloudException.hpp>
 #include <storage/cloudprovider/buildCloudProvider.hpp>
@@ -122,17 +122,23 @@ TEST_F(NamespaceTest, KeysOutsideTheFolderAreNeverDeleted) {
 }
 
 TEST_F(NamespaceTest, AnInterruptedTransferLeavesBothFilesAsTheyWere) {
-    m_client->store(m_key, m_content);
-    m_client->store(m_otherKey, "kept");
-    foundation::setMainExecutionContext(true);
-    foundation::utInterruptState::RequestInterrupt();
-    EXPECT_EQ(errorCodeOf([&] { move(); }), ErrorCode::Unknown);
-    EXPECT_EQ(errorCodeOf([&] { m_provider->copyFile(m_file, m_other, ReplacementPolicy::Replace); }),
-              ErrorCode::Unknown);
-    foundation::utInterruptState::ClearInterrupt();
-    foundation::setMainExecutionContext(false);
-    EXPECT_EQ(m_client->content(m_key), m_content);
-    EXPECT_EQ(m_client->content(m_otherKey), "kept");
+    FakeCloudClient::Options options;
+    options.onDownload = [](std::string&) { foundation::utInterruptState::RequestInterrupt(); };
+    m_client = std::make_shared<FakeCloudClient>(options);
+    m_provider = buildCloudProvider(m_client, FolderPolicy::MarkerObjects, false);
+    for (const bool isMove : {true, false}) {
+        SCOPED_TRACE(isMove ? "move" : "copy");
+        const ScopedMainContext context;
+        m_client->storeParts(m_key, m_content, {8, 8, 8, 6});
+        m_client->store(m_otherKey, "kept");
+        m_client->clearCalls();
+        expectError(ErrorCode::Unknown, m_file,
+                    [&] { isMove ? move() : m_provider->copyFile(m_file, m_other, ReplacementPolicy::Replace); });
+        EXPECT_GT(m_client->count("uploadPart"), 0U) << "it ended before bytes were on their way";
+        EXPECT_FALSE(isAnythingOpen());
+        EXPECT_EQ(m_client->content(m_key), m_content);
+        EXPECT_EQ(m_client->content(m_otherKey), "kept");
+    }
 }
 
 TEST_F(NamespaceTest, FaultsNeverLoseBothEndsOfATransfer) {
