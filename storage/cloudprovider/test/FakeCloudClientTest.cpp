@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "ClientConformance.hpp"
 #include "FakeCloudClient.hpp"
+#include "VersionedFakeClient.hpp"
 
 #include <storage/cloudprovider/CloudException.hpp>
 
@@ -22,8 +23,14 @@ ClientUnderTest fake(const std::string& name, const Options& options) {
     return {name, [options] { return std::make_shared<FakeCloudClient>(options); }};
 }
 
+const ClientUnderTest kVersioned{
+    .name = "Versioned",
+    .make = [] { return std::make_shared<VersionedFakeClient>(std::make_shared<FakeCloudClient>()); },
+    .tellsVersions = true};
+
 INSTANTIATE_TEST_SUITE_P(Fake, ClientConformance,
-                         ::testing::Values(fake("Plain", {}), fake("TinyEmptyPages", {2, true, 1, {}})), clientName);
+                         ::testing::Values(fake("Plain", {}), fake("TinyEmptyPages", {2, true, 1, {}}), kVersioned),
+                         clientName);
 
 TEST(FakeCloudClientTest, RemembersEachBreachOfTheContract) {
     FakeCloudClient client;
@@ -34,6 +41,9 @@ TEST(FakeCloudClientTest, RemembersEachBreachOfTheContract) {
     const auto id = client.startMultipartUpload("k", {});
     const auto tag = client.uploadPart("k", id, {0, 0, 3, {}}, data);
     const std::vector<PartInfo> swapped{{1, 0, 3, tag}, {0, 3, 3, tag}};
+    client.store("other", "x");
+    const auto version = *client.version("k");
+    const auto foreign = ExpectedObject::version(*client.version("other"));
     const std::function<void()> breaches[] = {
         [&] { client.deleteObject("/k"); },
         [&] { client.getObject("", sink, 0, 0); },
@@ -67,6 +77,32 @@ TEST(FakeCloudClientTest, RemembersEachBreachOfTheContract) {
         [&] {
             client.completeMultipartUpload("k", id, {{0, 1, 3, tag}});
         },
+        [&] {
+            client.getRange("k", version, {9, 2, false}, sink);
+        },
+        [&] {
+            client.getRange("k", version, {0, 0, false}, sink);
+        },
+        [&] {
+            client.getRange("k", version, {0, 9, true}, sink);
+        },
+        [&] {
+            client.getRange("k", version, {0, 10, false}, sink);
+        },
+        [&] {
+            client.getRange("k", "made up", {0, 1, false}, sink);
+        },
+        [&] {
+            client.copyRange("k", id, {1, 8, 3, {}}, version);
+        },
+        [&] {
+            client.copyRange("k", id, {1, 0, 3, {}}, foreign.getVersion());
+        },
+        [&] { client.putObjectOver("k", data, 3, foreign); },
+        [&] {
+            client.completeUploadOver("k", id, {{0, 0, 3, tag}}, foreign);
+        },
+        [&] { client.completeUploadOver("k", id, swapped, ExpectedObject::anything()); },
     };
     std::size_t expected = 0;
     for (const auto& breach : breaches) {
@@ -99,6 +135,28 @@ TEST(FakeCloudClientTest, FailsTheCallItIsToldTo) {
     EXPECT_EQ(client.faultCount(), 4U);
     EXPECT_EQ(client.callCount(), 7U);
     EXPECT_EQ(client.count("getObjectInfo"), 3U);
+}
+
+TEST(FakeCloudClientTest, ClientsOfOneStoreMeetEachOthersVersionsAndItsFaults) {
+    const auto store = std::make_shared<FakeCloudClient>();
+    VersionedFakeClient first(store);
+    VersionedFakeClient second(store);
+    std::istringstream data("xy");
+    std::ostringstream sink;
+    const auto old = first.putObjectOver("k", data, 1, ExpectedObject::absent());
+    EXPECT_EQ(second.describeObject("k")->Version, old);
+    store->failOperation("putObjectOver", 1, When::After);
+    EXPECT_THROW(second.putObjectOver("k", data, 1, ExpectedObject::version(old)), UnknownErrorException);
+    EXPECT_EQ(store->content("k"), "y") << "failed after its work";
+    store->failOperation("getRange");
+    EXPECT_THROW(second.getRange("k", *store->version("k"), {0, 1, true}, sink), UnknownErrorException);
+    EXPECT_THROW(first.getRange("k", old, {0, 1, true}, sink), ResourceInUseException);
+    EXPECT_EQ(store->violations(), std::vector<std::string>());
+    const auto calls = store->calls();
+    ASSERT_EQ(calls.size(), 5U);
+    EXPECT_EQ(calls[0].expected, "absent");
+    EXPECT_EQ(calls[2].expected, old);
+    EXPECT_EQ(calls[4].version, old);
 }
 
 TEST(FakeCloudClientTest, AGateHoldsCallsWithoutHoldingOthersUp) {

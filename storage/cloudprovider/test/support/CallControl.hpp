@@ -20,12 +20,14 @@ struct Call {
     std::string operation{};        ///< "getObject", ...
     std::string key{};              ///< key, name or prefix
     std::string detail{};           ///< upload id, continuation token or last tag
-    PartInfo part{};                ///< of uploadPart and copyPart
-    std::vector<PartInfo> parts{};  ///< of completeMultipartUpload
+    PartInfo part{};                ///< of uploadPart, copyPart and copyRange
+    std::vector<PartInfo> parts{};  ///< of completeMultipartUpload and completeUploadOver
     ListOptions options{};          ///< of listObjects
-    std::uint64_t first = 0;        ///< of getObject
-    std::uint64_t last = 0;         ///< of getObject
-    std::uint64_t size = 0;         ///< of putObject
+    std::uint64_t first = 0;        ///< of getObject and getRange
+    std::uint64_t last = 0;         ///< of getObject and getRange
+    std::uint64_t size = 0;         ///< of putObject and putObjectOver
+    std::string version{};          ///< of getRange and copyRange
+    std::string expected{};         ///< of putObjectOver and completeUploadOver: "anything", "absent" or a version
 };
 
 /// Holds the calls that reach it until the test lets them go. Threads: any.

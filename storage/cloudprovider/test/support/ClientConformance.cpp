@@ -4,7 +4,10 @@
 #include <storage/cloudprovider/CloudException.hpp>
 
 #include <algorithm>
+#include <functional>
+#include <optional>
 #include <ostream>
+#include <set>
 #include <sstream>
 #include <thread>
 
@@ -57,6 +60,12 @@ std::string clientName(const ::testing::TestParamInfo<ClientUnderTest>& info) {
 void ClientConformance::SetUp() {
     m_client = GetParam().make();
     ASSERT_TRUE(m_client);
+}
+
+std::shared_ptr<ExtendedCloudClient> ClientConformance::versioned() const {
+    const auto client = std::dynamic_pointer_cast<ExtendedCloudClient>(m_client);
+    EXPECT_TRUE(client || !GetParam().tellsVersions);
+    return GetParam().tellsVersions ? client : nullptr;
 }
 
 void ClientConformance::put(const std::string& key, const std::string& bytes) {
@@ -310,6 +319,146 @@ TEST_P(ClientConformance, ReadersInOtherThreadsSeeTheOldOrTheNewObject) {
     }
     writer.join();
     EXPECT_EQ(list("own/", "/", 7).size(), 20U);
+}
+
+TEST_P(ClientConformance, EveryReplacementHasAVersionOfItsOwnThatCoversTheObject) {
+    const auto client = versioned();
+    if (!client) {
+        GTEST_SKIP();
+    }
+    EXPECT_FALSE(client->describeObject("k"));
+    std::set<std::string> versions;
+    const auto complete = [&] {
+        const auto id = client->startMultipartUpload("k", {});
+        std::vector<PartInfo> parts;
+        send("k", id, parts, pattern(GetParam().minPartSize, 1));
+        send("k", id, parts, "end");
+        const auto version = client->completeUploadOver("k", id, parts, ExpectedObject::anything());
+        EXPECT_EQ(version, client->describeObject("k")->Version);
+    };
+    const std::function<void()> replacements[] = {
+        [&] { put("k", "same"); },
+        [&] { put("k", "same"); },
+        [&] { client->deleteObject("k"), put("k", "same"); },
+        [&] { put("k", ""); },
+        [&] { storeParts("k"); },
+        [&] { storeParts("k"); },
+        complete,
+        [&] { put("k", pattern(9'000'000, 2)); },
+    };
+    for (const auto& replace : replacements) {
+        replace();
+        const auto described = client->describeObject("k");
+        ASSERT_TRUE(described);
+        EXPECT_FALSE(described->Version.empty());
+        EXPECT_TRUE(versions.insert(described->Version).second) << described->Version;
+        EXPECT_EQ(client->describeObject("k")->Version, described->Version);
+        ASSERT_FALSE(described->Parts.empty());
+        std::uint64_t end = 0;
+        for (const auto& part : described->Parts) {
+            EXPECT_EQ(std::exchange(end, end + part.Size), part.Offset);
+        }
+        EXPECT_EQ(end, client->getObjectInfo("k")->Size);
+        const auto layout = client->getObjectParts("k");
+        EXPECT_EQ(described->Parts.size(), std::max(layout.size(), std::size_t{1}));
+        for (std::size_t at = 0; at < layout.size(); ++at) {
+            EXPECT_EQ(described->Parts.at(at).Tag, layout[at].Tag);
+        }
+    }
+}
+
+TEST_P(ClientConformance, RangesComeFromTheirVersionOrNotAtAll) {
+    const auto client = versioned();
+    if (!client) {
+        GTEST_SKIP();
+    }
+    const auto bytes = storeParts("k");
+    const auto size = bytes.size();
+    const auto version = client->describeObject("k")->Version;
+    const auto getRange = [&](const std::string& ofVersion, std::uint64_t first, std::uint64_t count) {
+        std::ostringstream sink;
+        client->getRange("k", ofVersion, {first, count, count == size}, sink);
+        return sink.str();
+    };
+    for (const auto& ofVersion : {version, std::string()}) {
+        for (const auto& [first, count] : {std::pair<std::uint64_t, std::uint64_t>{0, 1}, {0, size}, {1, size - 1}}) {
+            EXPECT_EQ(getRange(ofVersion, first, count), bytes.substr(first, count)) << first << '+' << count;
+        }
+    }
+    const auto id = client->startMultipartUpload("k", {});
+    std::vector<PartInfo> parts{{0, 0, GetParam().minPartSize, {}}};
+    parts[0].Tag = client->copyRange("k", id, parts[0], version);
+    const std::function<void()> changes[] = {[&] { put("k", bytes); }, [&] { client->deleteObject("k"); }};
+    for (const auto& change : changes) {
+        change();
+        EXPECT_THROW(getRange(version, 0, 1), ResourceInUseException);
+        EXPECT_THROW(getRange(version, 0, size), ResourceInUseException);
+        EXPECT_THROW(client->copyRange("k", id, parts[0], version), ResourceInUseException);
+    }
+    EXPECT_THROW(getRange({}, 0, 1), ResourceNotFoundException);
+    client->completeMultipartUpload("k", id, parts);
+    EXPECT_EQ(get("k"), bytes.substr(0, parts[0].Size))
+        << "what was copied before stays, what was refused adds nothing";
+}
+
+TEST_P(ClientConformance, WritesReplaceOnlyWhatIsExpected) {
+    const auto client = versioned();
+    if (!client) {
+        GTEST_SKIP();
+    }
+    const auto currentVersion = [&]() -> std::optional<std::string> {
+        const auto described = client->describeObject("k");
+        return described ? std::optional(described->Version) : std::nullopt;
+    };
+    struct Row {
+        const char* name;
+        std::function<ExpectedObject(const std::string& former, const std::string& last)> expected;
+        bool isMetByObject;
+        bool isMetByNone;
+    };
+    const Row rows[] = {
+        {"anything", [](const auto&, const auto&) { return ExpectedObject::anything(); }, true, true},
+        {"absent", [](const auto&, const auto&) { return ExpectedObject::absent(); }, false, true},
+        {"former", [](const auto& former, const auto&) { return ExpectedObject::version(former); }, false, false},
+        {"last", [](const auto&, const auto& last) { return ExpectedObject::version(last); }, true, false},
+    };
+    for (const auto& row : rows) {
+        for (const unsigned mode : {0U, 1U, 2U, 3U}) {
+            const bool isUpload = (mode & 1U) != 0;
+            const bool isStored = (mode & 2U) != 0;
+            SCOPED_TRACE(std::string(row.name) + (isUpload ? ", upload" : ", put") + (isStored ? "" : ", removed"));
+            put("k", "old");
+            const auto former = *currentVersion();
+            put("k", "old");
+            const auto expected = row.expected(former, *currentVersion());
+            if (!isStored) {
+                client->deleteObject("k");
+            }
+            const auto before = currentVersion();
+            std::istringstream data("new");
+            const auto id = client->startMultipartUpload("k", {});
+            std::vector<PartInfo> parts;
+            send("k", id, parts, "new");
+            const auto write = [&] {
+                return isUpload ? client->completeUploadOver("k", id, parts, expected)
+                                : client->putObjectOver("k", data, 3, expected);
+            };
+            const bool isMet = isStored ? row.isMetByObject : row.isMetByNone;
+            if (isMet) {
+                const std::optional version = write();
+                EXPECT_EQ(version, currentVersion());
+                EXPECT_EQ(get("k"), "new");
+                EXPECT_TRUE(!isUpload || client->describeObject("k")->Parts.at(0).Tag == parts[0].Tag);
+            } else {
+                EXPECT_THROW(write(), ResourceInUseException);
+                EXPECT_EQ(currentVersion(), before);
+                EXPECT_TRUE(!isStored || get("k") == "old");
+            }
+            if (!isUpload || !isMet) {
+                EXPECT_NO_THROW(client->abortMultipartUpload("k", id));
+            }
+        }
+    }
 }
 
 }  // namespace storage::cloudprovider::test

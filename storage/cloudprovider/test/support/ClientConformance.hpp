@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <storage/cloudprovider/CloudClient.hpp>
+#include <storage/cloudprovider/ExtendedCloudClient.hpp>
 
 #include <gtest/gtest.h>
 
@@ -23,6 +23,7 @@ struct ClientUnderTest {
     bool copiesAnyRange = true;                          ///< not only whole parts of the stored object
     bool missesDeleted = true;                           ///< deleting what is not there is an error
     bool refusesReplacedParts = false;                   ///< copyPart throws for the tag of an object that is no more
+    bool tellsVersions = false;                          ///< an ExtendedCloudClient that knows what was replaced
 };
 
 std::ostream& operator<<(std::ostream& stream, const ClientUnderTest& client);
@@ -30,11 +31,13 @@ std::ostream& operator<<(std::ostream& stream, const ClientUnderTest& client);
 /// For the last argument of INSTANTIATE_TEST_SUITE_P(Name, ClientConformance, Values(...), clientName).
 std::string clientName(const ::testing::TestParamInfo<ClientUnderTest>& info);
 
-/// What every CloudClient has to do, whatever it stores into.
+/// What every CloudClient has to do, whatever it stores into, and every ExtendedCloudClient that tells versions.
 class ClientConformance : public ::testing::TestWithParam<ClientUnderTest> {
 protected:
     void SetUp() override;
 
+    /// The client under test, if it tells versions.
+    std::shared_ptr<ExtendedCloudClient> versioned() const;
     void put(const std::string& key, const std::string& bytes);
     std::string get(const std::string& key, std::uint64_t first = 0, std::uint64_t last = 0);
     /// All entries of a listing, whose pages it checks.

@@ -19,6 +19,14 @@ bool startsWith(const std::string& text, const std::string& start) {
     return text.compare(0, start.size(), start) == 0;
 }
 
+std::string toText(const ExpectedObject& expected) {
+    return expected.isAnything() ? "anything" : expected.isAbsent() ? "absent" : expected.getVersion();
+}
+
+bool holds(const std::string& bytes, std::uint64_t first, std::uint64_t size) {
+    return size > 0 && first < bytes.size() && size <= bytes.size() - first;
+}
+
 }  // namespace
 
 FakeCloudClient::FakeCloudClient() : FakeCloudClient(Options()) {}
@@ -56,6 +64,16 @@ std::optional<std::string> FakeCloudClient::content(const std::string& key) cons
     return found == m_objects.end() ? std::nullopt : std::optional(*found->second.bytes);
 }
 
+std::optional<std::string> FakeCloudClient::version(const std::string& key) const {
+    const std::lock_guard lock(m_mutex);
+    return findVersion(key);
+}
+
+std::optional<std::string> FakeCloudClient::findVersion(const std::string& key) const {
+    const auto found = m_objects.find(key);
+    return found == m_objects.end() ? std::nullopt : std::optional(found->second.version);
+}
+
 std::vector<std::string> FakeCloudClient::keys() const {
     const std::lock_guard lock(m_mutex);
     std::vector<std::string> result;
@@ -89,6 +107,16 @@ void FakeCloudClient::require(bool condition, const std::string& text) const {
 
 void FakeCloudClient::requireKey(const std::string& key) const {
     require(!key.empty() && key.front() != '/', "bad key: '" + key + "'");
+}
+
+void FakeCloudClient::requireExpected(const std::string& key, const ExpectedObject& expected) const {
+    const auto& version = expected.getVersion();
+    const auto known = m_versions.find(version);
+    require(version.empty() || (known != m_versions.end() && known->second == key),
+            "'" + version + "' was never a version of " + key);
+    if (!expected.isMetBy(findVersion(key))) {
+        throw ResourceInUseException();
+    }
 }
 
 boost::optional<ObjectInfo> FakeCloudClient::getObjectInfo(const std::string& key) {
@@ -202,15 +230,37 @@ void FakeCloudClient::getObject(const std::string& key, std::ostream& sink, std:
         lock.unlock();
         const bool isWhole = first == 0 && last == 0;
         require(isWhole || (first <= last && last < stored->size()), "range outside the object: " + key);
-        std::string bytes = isWhole ? *stored : stored->substr(first, last - first + 1);
-        if (m_options.onDownload) {
-            m_options.onDownload(bytes);
-        }
-        for (std::size_t at = 0; at < bytes.size(); at += m_options.transferChunkSize) {
-            const auto size = std::min(m_options.transferChunkSize, bytes.size() - at);
-            sink.write(bytes.data() + at, static_cast<std::streamsize>(size));
-        }
+        deliver(isWhole ? *stored : stored->substr(first, last - first + 1), sink);
     });
+}
+
+void FakeCloudClient::getRange(const std::string& key, const std::string& version, const ObjectRange& range,
+                               std::ostream& sink) {
+    const auto last = range.First + range.Size - 1;
+    perform({.operation = "getRange", .key = key, .first = range.First, .last = last, .version = version}, [&] {
+        requireKey(key);
+        std::unique_lock lock(m_mutex);
+        requireExpected(key, ExpectedObject::version(version));
+        const auto found = m_objects.find(key);
+        if (found == m_objects.end()) {
+            throw ResourceNotFoundException();
+        }
+        const auto stored = found->second.bytes;
+        lock.unlock();
+        require(holds(*stored, range.First, range.Size), "range outside the object: " + key);
+        require(range.IsWhole == (range.Size == stored->size()), "wrong about what is the whole object: " + key);
+        deliver(stored->substr(range.First, range.Size), sink);
+    });
+}
+
+void FakeCloudClient::deliver(std::string bytes, std::ostream& sink) const {
+    if (m_options.onDownload) {
+        m_options.onDownload(bytes);
+    }
+    for (std::size_t at = 0; at < bytes.size(); at += m_options.transferChunkSize) {
+        const auto size = std::min(m_options.transferChunkSize, bytes.size() - at);
+        sink.write(bytes.data() + at, static_cast<std::streamsize>(size));
+    }
 }
 
 // Takes the next size bytes; what lies behind them stays in the stream.
@@ -223,13 +273,24 @@ std::string FakeCloudClient::receive(std::istream& data, std::uint64_t size) con
 }
 
 void FakeCloudClient::putObject(const std::string& key, std::istream& data, std::uint64_t size) {
-    perform({.operation = "putObject", .key = key, .size = size}, [&] {
-        requireKey(key);
-        require(size == 0 || key.back() != '/', "a folder marker with content: " + key);
-        auto bytes = receive(data, size);
-        const std::lock_guard lock(m_mutex);
-        put(key, std::move(bytes), {});
-    });
+    perform({.operation = "putObject", .key = key, .size = size},
+            [&] { putExpected(key, data, size, ExpectedObject::anything()); });
+}
+
+std::string FakeCloudClient::putObjectOver(const std::string& key, std::istream& data, std::uint64_t size,
+                                           const ExpectedObject& expected) {
+    return perform({.operation = "putObjectOver", .key = key, .size = size, .expected = toText(expected)},
+                   [&] { return putExpected(key, data, size, expected); });
+}
+
+std::string FakeCloudClient::putExpected(const std::string& key, std::istream& data, std::uint64_t size,
+                                         const ExpectedObject& expected) {
+    requireKey(key);
+    require(size == 0 || key.back() != '/', "a folder marker with content: " + key);
+    auto bytes = receive(data, size);
+    const std::lock_guard lock(m_mutex);
+    requireExpected(key, expected);
+    return put(key, std::move(bytes), {});
 }
 
 std::vector<PartInfo> FakeCloudClient::getObjectParts(const std::string& key) {
@@ -238,6 +299,21 @@ std::vector<PartInfo> FakeCloudClient::getObjectParts(const std::string& key) {
         const std::lock_guard lock(m_mutex);
         const auto found = m_objects.find(key);
         return found == m_objects.end() ? std::vector<PartInfo>() : found->second.parts;
+    });
+}
+
+std::optional<ObjectDescription> FakeCloudClient::describeObject(const std::string& key) {
+    return perform({.operation = "describeObject", .key = key}, [&]() -> std::optional<ObjectDescription> {
+        requireKey(key);
+        const std::lock_guard lock(m_mutex);
+        const auto found = m_objects.find(key);
+        if (found == m_objects.end()) {
+            return std::nullopt;
+        }
+        const auto& object = found->second;
+        return ObjectDescription{object.version, object.parts.empty()
+                                                     ? std::vector<PartInfo>{{0, 0, object.bytes->size(), {}}}
+                                                     : object.parts};
     });
 }
 
@@ -280,22 +356,31 @@ std::string FakeCloudClient::uploadPart(const std::string& key, const std::strin
 }
 
 std::string FakeCloudClient::copyPart(const std::string& key, const std::string& uploadId, const PartInfo& part) {
-    return perform({.operation = "copyPart", .key = key, .detail = uploadId, .part = part}, [&] {
-        const std::lock_guard lock(m_mutex);
-        findUpload(key, uploadId);
-        const auto found = m_objects.find(key);
-        require(found != m_objects.end(), "no object to copy a part from: " + key);
-        const auto& bytes = *found->second.bytes;
-        require(part.Size > 0 && part.Offset < bytes.size() && part.Size <= bytes.size() - part.Offset,
-                "range outside the object: " + key);
-        const auto& stored = found->second.parts;
-        require(part.Tag.empty() || std::any_of(stored.begin(), stored.end(),
-                                                [&](const PartInfo& each) {
-                                                    return each.Tag == part.Tag && each.Offset == part.Offset;
-                                                }),
-                "the tag of no part that is stored: " + key);
-        return addPart(key, uploadId, part, bytes.substr(part.Offset, part.Size));
-    });
+    return perform({.operation = "copyPart", .key = key, .detail = uploadId, .part = part},
+                   [&] { return addCopiedPart(key, uploadId, part, {}); });
+}
+
+std::string FakeCloudClient::copyRange(const std::string& key, const std::string& uploadId, const PartInfo& part,
+                                       const std::string& version) {
+    return perform({.operation = "copyRange", .key = key, .detail = uploadId, .part = part, .version = version},
+                   [&] { return addCopiedPart(key, uploadId, part, version); });
+}
+
+std::string FakeCloudClient::addCopiedPart(const std::string& key, const std::string& uploadId, const PartInfo& part,
+                                           const std::string& version) {
+    const std::lock_guard lock(m_mutex);
+    findUpload(key, uploadId);
+    requireExpected(key, ExpectedObject::version(version));
+    const auto found = m_objects.find(key);
+    require(found != m_objects.end(), "no object to copy a part from: " + key);
+    const auto& bytes = *found->second.bytes;
+    require(holds(bytes, part.Offset, part.Size), "range outside the object: " + key);
+    const auto& stored = found->second.parts;
+    require(!version.empty() || part.Tag.empty() ||
+                std::any_of(stored.begin(), stored.end(),
+                            [&](const PartInfo& each) { return each.Tag == part.Tag && each.Offset == part.Offset; }),
+            "the tag of no part that is stored: " + key);
+    return addPart(key, uploadId, part, bytes.substr(part.Offset, part.Size));
 }
 
 void FakeCloudClient::abortMultipartUpload(const std::string& key, const std::string& uploadId) {
@@ -325,24 +410,42 @@ void FakeCloudClient::checkParts(const Upload& upload, const std::vector<PartInf
 
 void FakeCloudClient::completeMultipartUpload(const std::string& key, const std::string& uploadId,
                                               const std::vector<PartInfo>& parts) {
-    perform({.operation = "completeMultipartUpload", .key = key, .detail = uploadId, .parts = parts}, [&] {
-        const std::lock_guard lock(m_mutex);
-        const auto& upload = findUpload(key, uploadId);
-        checkParts(upload, parts);
-        std::string bytes;
-        for (const auto& part : parts) {
-            bytes += upload.parts.at(part.Index).bytes;
-        }
-        put(key, std::move(bytes), parts);
-        m_uploads.erase(uploadId);
-    });
+    perform({.operation = "completeMultipartUpload", .key = key, .detail = uploadId, .parts = parts},
+            [&] { completeExpected(key, uploadId, parts, ExpectedObject::anything()); });
 }
 
-// Each object gets a time of its own, a second later than the one before.
-void FakeCloudClient::put(const std::string& key, std::string bytes, std::vector<PartInfo> parts) {
+std::string FakeCloudClient::completeUploadOver(const std::string& key, const std::string& uploadId,
+                                                const std::vector<PartInfo>& parts, const ExpectedObject& expected) {
+    return perform({.operation = "completeUploadOver",
+                    .key = key,
+                    .detail = uploadId,
+                    .parts = parts,
+                    .expected = toText(expected)},
+                   [&] { return completeExpected(key, uploadId, parts, expected); });
+}
+
+std::string FakeCloudClient::completeExpected(const std::string& key, const std::string& uploadId,
+                                              const std::vector<PartInfo>& parts, const ExpectedObject& expected) {
+    const std::lock_guard lock(m_mutex);
+    const auto& upload = findUpload(key, uploadId);
+    checkParts(upload, parts);
+    requireExpected(key, expected);
+    std::string bytes;
+    for (const auto& part : parts) {
+        bytes += upload.parts.at(part.Index).bytes;
+    }
+    m_uploads.erase(uploadId);
+    return put(key, std::move(bytes), parts);
+}
+
+// Each object gets a version and a time of its own, a second or more later than the one before.
+std::string FakeCloudClient::put(const std::string& key, std::string bytes, std::vector<PartInfo> parts) {
     static const boost::posix_time::ptime kStart(boost::gregorian::date(2020, 1, 1));
-    const auto time = kStart + boost::posix_time::seconds(static_cast<std::int64_t>(++m_lastNumber));
-    m_objects[key] = {std::make_shared<const std::string>(std::move(bytes)), time, std::move(parts)};
+    auto version = newName("version");
+    const auto time = kStart + boost::posix_time::seconds(static_cast<std::int64_t>(m_lastNumber));
+    m_versions[version] = key;
+    m_objects[key] = {version, std::make_shared<const std::string>(std::move(bytes)), time, std::move(parts)};
+    return version;
 }
 
 std::string FakeCloudClient::newName(const std::string& kind) {

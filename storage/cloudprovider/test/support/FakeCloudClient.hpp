@@ -3,7 +3,7 @@
 
 #include "CallControl.hpp"
 
-#include <storage/cloudprovider/CloudClient.hpp>
+#include <storage/cloudprovider/ExtendedCloudClient.hpp>
 
 #include <cstddef>
 #include <cstdint>
@@ -21,6 +21,8 @@ namespace storage::cloudprovider::test {
 ///
 /// A call that breaks the contract throws std::logic_error, and is remembered: see violations. No lock is
 /// held while the caller's streams are used. Threads: any.
+///
+/// A plain client, though its store tells versions: VersionedFakeClient shows them.
 class FakeCloudClient : public CloudClient, public CallControl {
 public:
     struct Options {
@@ -43,6 +45,8 @@ public:
 
     /// What is stored; nothing when there is no such object.
     std::optional<std::string> content(const std::string& key) const;
+    /// Its version; each put, completed upload and store gives a new one.
+    std::optional<std::string> version(const std::string& key) const;
     /// Every key, in the order of the bytes.
     std::vector<std::string> keys() const;
     /// Uploads that were started and neither completed nor aborted.
@@ -66,8 +70,20 @@ public:
     void completeMultipartUpload(const std::string& key, const std::string& uploadId,
                                  const std::vector<PartInfo>& parts) override;
 
+    /// What ExtendedCloudClient says of the operations of these names. A version that never was is a breach of the
+    /// contract, one that is no more is not. The tag of a part of a version does not count.
+    std::optional<ObjectDescription> describeObject(const std::string& key);
+    void getRange(const std::string& key, const std::string& version, const ObjectRange& range, std::ostream& sink);
+    std::string copyRange(const std::string& key, const std::string& uploadId, const PartInfo& part,
+                          const std::string& version);
+    std::string putObjectOver(const std::string& key, std::istream& data, std::uint64_t size,
+                              const ExpectedObject& expected);
+    std::string completeUploadOver(const std::string& key, const std::string& uploadId,
+                                   const std::vector<PartInfo>& parts, const ExpectedObject& expected);
+
 private:
     struct Object {
+        std::string version;
         std::shared_ptr<const std::string> bytes;  // shared with downloads under way
         boost::posix_time::ptime lastModified;
         std::vector<PartInfo> parts;  // empty when stored whole
@@ -91,11 +107,20 @@ private:
     [[noreturn]] void violate(const std::string& text) const;
     void require(bool condition, const std::string& text) const;
     void requireKey(const std::string& key) const;
+    std::optional<std::string> findVersion(const std::string& key) const;
+    void requireExpected(const std::string& key, const ExpectedObject& expected) const;
+    void deliver(std::string bytes, std::ostream& sink) const;
     std::string receive(std::istream& data, std::uint64_t size) const;
     Upload& findUpload(const std::string& key, const std::string& uploadId);
     std::string addPart(const std::string& key, const std::string& uploadId, const PartInfo& part, std::string bytes);
+    std::string addCopiedPart(const std::string& key, const std::string& uploadId, const PartInfo& part,
+                              const std::string& version);
     void checkParts(const Upload& upload, const std::vector<PartInfo>& parts) const;
-    void put(const std::string& key, std::string bytes, std::vector<PartInfo> parts);
+    std::string put(const std::string& key, std::string bytes, std::vector<PartInfo> parts);
+    std::string putExpected(const std::string& key, std::istream& data, std::uint64_t size,
+                            const ExpectedObject& expected);
+    std::string completeExpected(const std::string& key, const std::string& uploadId,
+                                 const std::vector<PartInfo>& parts, const ExpectedObject& expected);
     std::string newName(const std::string& kind);
     std::string keepCursor(Cursor cursor);
     Cursor takeCursor(const std::string& prefix, const std::string& token, const ListOptions& options) const;
@@ -106,9 +131,10 @@ private:
     // Guards all below but the violations. Never held while a caller's stream is used.
     mutable std::mutex m_mutex;
     std::map<std::string, Object> m_objects;
+    std::map<std::string, std::string> m_versions;  // all that ever were, with their keys
     std::map<std::string, Upload> m_uploads;
     std::map<std::string, Cursor> m_cursors;  // by token; kept, for a token may be used again
-    std::uint64_t m_lastNumber = 0;           // of tags, upload ids, tokens and seconds
+    std::uint64_t m_lastNumber = 0;           // of tags, versions, upload ids, tokens and seconds
 
     mutable std::mutex m_violationsMutex;  // guards m_violations; taken last
     mutable std::vector<std::string> m_violations;
