@@ -92,6 +92,8 @@ private:
             sqlite::throwCloudException(describe(step, key), error);
         } catch (const sqlite::StoreFailure& failure) {
             sqlite::throwCloudException(describe(step, key), failure);
+        } catch (const sqlite::ObjectChanged& change) {
+            sqlite::throwCloudException(describe(step, key), change);
         }
     }
 
@@ -167,15 +169,12 @@ void SqliteClient::getObject(const std::string& key, std::ostream& sink, std::ui
 }
 
 void SqliteClient::putObject(const std::string& key, std::istream& data, std::uint64_t size) {
-    requireKey(key);
-    m_implementation->write("put", key, [&](Connection& connection) {
-        sqlite::replaceObject(connection, key, sqlite::writeContent(connection, data, size), size);
-    });
+    putObjectOver(key, data, size, ExpectedObject::anything());
 }
 
 std::vector<PartInfo> SqliteClient::getObjectParts(const std::string& key) {
-    return m_implementation->read("look up the parts of", key,
-                                  [&](Connection& connection) { return sqlite::getParts(connection, key); });
+    auto object = describeObject(key);
+    return object && object->Parts.size() > 1 ? std::move(object->Parts) : std::vector<PartInfo>();
 }
 
 std::string SqliteClient::startMultipartUpload(const std::string& key, const std::string& /*lastTag*/) {
@@ -193,9 +192,7 @@ std::string SqliteClient::uploadPart(const std::string& key, const std::string& 
 }
 
 std::string SqliteClient::copyPart(const std::string& key, const std::string& uploadId, const PartInfo& part) {
-    return m_implementation->write("copy a part of", key, [&](Connection& connection) {
-        return sqlite::copyStoredPart(connection, key, uploadId, part);
-    });
+    return copyRange(key, uploadId, part, {});
 }
 
 void SqliteClient::abortMultipartUpload(const std::string& key, const std::string& uploadId) {
@@ -205,8 +202,46 @@ void SqliteClient::abortMultipartUpload(const std::string& key, const std::strin
 
 void SqliteClient::completeMultipartUpload(const std::string& key, const std::string& uploadId,
                                            const std::vector<PartInfo>& parts) {
-    m_implementation->write("complete an upload of", key,
-                            [&](Connection& connection) { sqlite::completeUpload(connection, key, uploadId, parts); });
+    completeUploadOver(key, uploadId, parts, ExpectedObject::anything());
+}
+
+std::optional<ObjectDescription> SqliteClient::describeObject(const std::string& key) {
+    return m_implementation->read("look up the parts of", key,
+                                  [&](Connection& connection) { return sqlite::describeObject(connection, key); });
+}
+
+void SqliteClient::getRange(const std::string& key, const std::string& version, const ObjectRange& range,
+                            std::ostream& sink) {
+    m_implementation->read("get", key, [&](Connection& connection) {
+        const sqlite::StoredObject object = sqlite::getExistingObject(connection, key, version);
+        sqlite::requireRange(object, range.First, range.Size);
+        sqlite::readContent(connection, object.content, range.First, range.Size, sink);
+    });
+}
+
+std::string SqliteClient::copyRange(const std::string& key, const std::string& uploadId, const PartInfo& part,
+                                    const std::string& version) {
+    return m_implementation->write("copy a part of", key, [&](Connection& connection) {
+        return sqlite::copyStoredPart(connection, key, uploadId, part, version);
+    });
+}
+
+std::string SqliteClient::putObjectOver(const std::string& key, std::istream& data, std::uint64_t size,
+                                        const ExpectedObject& expected) {
+    requireKey(key);
+    return m_implementation->write("put", key, [&](Connection& connection) {
+        sqlite::requireExpected(connection, key, expected);
+        const std::int64_t content = sqlite::writeContent(connection, data, size);
+        sqlite::replaceObject(connection, key, content, size);
+        return sqlite::makeVersion(content);
+    });
+}
+
+std::string SqliteClient::completeUploadOver(const std::string& key, const std::string& uploadId,
+                                             const std::vector<PartInfo>& parts, const ExpectedObject& expected) {
+    return m_implementation->write("complete an upload of", key, [&](Connection& connection) {
+        return sqlite::makeVersion(sqlite::completeUpload(connection, key, uploadId, parts, expected));
+    });
 }
 
 }  // namespace storage::cloudprovider

@@ -32,6 +32,10 @@ void throwCloudException(const std::string& action, const StoreFailure& cause) {
     throw UnknownErrorException(ExceptionContext(action + ": " + cause.what()));
 }
 
+void throwCloudException(const std::string& action, const ObjectChanged& cause) {
+    throw ResourceInUseException(ExceptionContext(action + ": " + cause.what()));
+}
+
 void throwDamaged(const std::string& what) {
     throw StoreFailure("the store is damaged: " + what);
 }

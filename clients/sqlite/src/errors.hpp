@@ -15,6 +15,12 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+/// An object is not the one that was expected. The text tells what became of it.
+class ObjectChanged : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
 /// Throw the CloudException that fits what SQLite reported.
 ///
 /// Values   action: what failed, on what, such as 'cannot get "a/b" in the store store.db'.
@@ -22,6 +28,9 @@ public:
 
 /// Throw an UnknownErrorException.
 [[noreturn]] void throwCloudException(const std::string& action, const StoreFailure& cause);
+
+/// Throw a ResourceInUseException.
+[[noreturn]] void throwCloudException(const std::string& action, const ObjectChanged& cause);
 
 /// Throw a StoreFailure about rows that contradict each other.
 [[noreturn]] void throwDamaged(const std::string& what);

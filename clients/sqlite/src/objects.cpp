@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <vector>
 
 namespace storage::cloudprovider::sqlite {
 
@@ -26,11 +27,12 @@ PartInfo makeUniformPart(const StoredObject& object, std::uint64_t index) {
             std::to_string(object.content) + '.' + std::to_string(index)};
 }
 
+// At least one, though it be empty.
 std::vector<PartInfo> makeUniformParts(const StoredObject& object) {
     std::vector<PartInfo> parts;
-    while (parts.size() * kUniformPartSize < object.size) {
+    do {
         parts.push_back(makeUniformPart(object, parts.size()));
-    }
+    } while (parts.size() * kUniformPartSize < object.size);
     return parts;
 }
 
@@ -74,6 +76,34 @@ StoredObject getExistingObject(Connection& connection, const std::string& key) {
     return *object;
 }
 
+StoredObject getExistingObject(Connection& connection, const std::string& key, const std::string& version) {
+    requireExpected(connection, key, ExpectedObject::version(version));
+    return getExistingObject(connection, key);
+}
+
+void requireExpected(Connection& connection, const std::string& key, const ExpectedObject& expected) {
+    if (expected.isAnything()) {
+        return;
+    }
+    const std::optional<StoredObject> object = findObject(connection, key);
+    if (!expected.isMetBy(object ? std::optional(makeVersion(object->content)) : std::nullopt)) {
+        throw ObjectChanged(!object               ? "it was removed meanwhile"
+                            : expected.isAbsent() ? "it was created meanwhile"
+                                                  : "it was replaced meanwhile");
+    }
+}
+
+void requireRange(const StoredObject& object, std::uint64_t offset, std::uint64_t size) {
+    if (size > object.size || offset > object.size - size) {
+        throw StoreFailure("the object has only " + std::to_string(object.size) + " bytes, not " +
+                           std::to_string(size) + " from " + std::to_string(offset) + " on");
+    }
+}
+
+std::string makeVersion(std::int64_t content) {
+    return std::to_string(content);
+}
+
 void replaceObject(Connection& connection, const std::string& key, std::int64_t content, std::uint64_t size) {
     const std::optional<StoredObject> former = findObject(connection, key);
     connection
@@ -91,19 +121,16 @@ void removeObject(Connection& connection, const std::string& key) {
     dropContent(connection, object.content);
 }
 
-std::vector<PartInfo> getParts(Connection& connection, const std::string& key) {
+std::optional<ObjectDescription> describeObject(Connection& connection, const std::string& key) {
     const std::optional<StoredObject> object = findObject(connection, key);
     if (!object) {
-        return {};
+        return std::nullopt;
     }
     std::vector<PartInfo> parts = getUploadedParts(connection, object->content);
     if (parts.empty()) {
         parts = makeUniformParts(*object);
     }
-    if (parts.size() == 1) {
-        parts.clear();
-    }
-    return parts;
+    return ObjectDescription{makeVersion(object->content), std::move(parts)};
 }
 
 bool hasPart(Connection& connection, const StoredObject& object, const PartInfo& part) {

@@ -3,14 +3,13 @@
 
 #include "Connection.hpp"
 
-#include <storage/cloudprovider/PartInfo.hpp>
+#include <storage/cloudprovider/ExtendedCloudClient.hpp>
 
 #include <boost/date_time/posix_time/ptime.hpp>
 
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <vector>
 
 /// The objects by their keys. All of it happens in the caller's transaction.
 namespace storage::cloudprovider::sqlite {
@@ -33,14 +32,26 @@ std::optional<StoredObject> findObject(Connection& connection, const std::string
 /// The same, but a missing object is a ResourceNotFoundException.
 StoredObject getExistingObject(Connection& connection, const std::string& key);
 
+/// The same, but a version that is not the stored one is an ObjectChanged, also when there is no object. Empty: any.
+StoredObject getExistingObject(Connection& connection, const std::string& key, const std::string& version);
+
+/// Throw an ObjectChanged when what is stored is not what is expected.
+void requireExpected(Connection& connection, const std::string& key, const ExpectedObject& expected);
+
+/// Throw a StoreFailure when an object has not that many bytes from offset on.
+void requireRange(const StoredObject& object, std::uint64_t offset, std::uint64_t size);
+
+/// The version of an object whose content has that number.
+std::string makeVersion(std::int64_t content);
+
 /// Make a content the object of that key, as of now; what was there before is dropped.
 void replaceObject(Connection& connection, const std::string& key, std::int64_t content, std::uint64_t size);
 
 /// Remove an object and its content. Throws ResourceNotFoundException when it is not there.
 void removeObject(Connection& connection, const std::string& key);
 
-/// The layout of an object; empty when it has a single part or is not there.
-std::vector<PartInfo> getParts(Connection& connection, const std::string& key);
+/// The version and the layout of an object, if it is there.
+std::optional<ObjectDescription> describeObject(Connection& connection, const std::string& key);
 
 /// Whether an object has a part of that offset, size and tag, or is itself that part. The part must lie within the
 /// object.

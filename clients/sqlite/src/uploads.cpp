@@ -107,14 +107,11 @@ std::string sendPart(Connection& connection, const std::string& key, const std::
 }
 
 std::string copyStoredPart(Connection& connection, const std::string& key, const std::string& uploadId,
-                           const PartInfo& part) {
+                           const PartInfo& part, const std::string& version) {
     const std::int64_t upload = findUpload(connection, key, uploadId);
-    const StoredObject object = getExistingObject(connection, key);
-    if (part.Size > object.size || part.Offset > object.size - part.Size) {
-        throw StoreFailure("the object has only " + std::to_string(object.size) + " bytes, not " +
-                           std::to_string(part.Size) + " from " + std::to_string(part.Offset) + " on");
-    }
-    if (!part.Tag.empty() && !hasPart(connection, object, part)) {
+    const StoredObject object = getExistingObject(connection, key, version);
+    requireRange(object, part.Offset, part.Size);
+    if (version.empty() && !part.Tag.empty() && !hasPart(connection, object, part)) {
         throw StoreFailure("the object was replaced meanwhile");
     }
     return keepPart(connection, upload, part, shareContent(connection, object.content, part.Offset, part.Size));
@@ -124,9 +121,10 @@ void abortUpload(Connection& connection, const std::string& key, const std::stri
     dropUpload(connection, findUpload(connection, key, uploadId));
 }
 
-void completeUpload(Connection& connection, const std::string& key, const std::string& uploadId,
-                    const std::vector<PartInfo>& parts) {
+std::int64_t completeUpload(Connection& connection, const std::string& key, const std::string& uploadId,
+                            const std::vector<PartInfo>& parts, const ExpectedObject& expected) {
     const std::int64_t upload = findUpload(connection, key, uploadId);
+    requireExpected(connection, key, expected);
     if (parts.empty()) {
         throw StoreFailure("an upload cannot be completed without parts");
     }
@@ -142,6 +140,7 @@ void completeUpload(Connection& connection, const std::string& key, const std::s
     }
     replaceObject(connection, key, content, size);
     dropUpload(connection, upload);
+    return content;
 }
 
 bool hasAbandonedUploads(Connection& connection) {

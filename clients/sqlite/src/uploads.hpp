@@ -3,7 +3,7 @@
 
 #include "Connection.hpp"
 
-#include <storage/cloudprovider/PartInfo.hpp>
+#include <storage/cloudprovider/ExtendedCloudClient.hpp>
 
 #include <iosfwd>
 #include <string>
@@ -22,16 +22,18 @@ std::string startUpload(Connection& connection, const std::string& key);
 std::string sendPart(Connection& connection, const std::string& key, const std::string& uploadId, const PartInfo& part,
                      std::istream& data);
 
-/// Result   the part's tag. Throws ResourceNotFoundException when the object is not there, StoreFailure when it has no
-///          part of the given tag; an empty tag fits any.
+/// Result   the part's tag. Throws ObjectChanged when the version is not the stored one. An empty one fits any object:
+///          then ResourceNotFoundException when there is none, StoreFailure when it has no part of the given tag; an
+///          empty tag fits any.
 std::string copyStoredPart(Connection& connection, const std::string& key, const std::string& uploadId,
-                           const PartInfo& part);
+                           const PartInfo& part, const std::string& version);
 
 void abortUpload(Connection& connection, const std::string& key, const std::string& uploadId);
 
-/// Throws StoreFailure when the parts are none, not in order, or not as they were sent.
-void completeUpload(Connection& connection, const std::string& key, const std::string& uploadId,
-                    const std::vector<PartInfo>& parts);
+/// Result   the number of the object's content. Throws ObjectChanged when what is stored is not what is expected,
+///          StoreFailure when the parts are none, not in order, or not as they were sent.
+std::int64_t completeUpload(Connection& connection, const std::string& key, const std::string& uploadId,
+                            const std::vector<PartInfo>& parts, const ExpectedObject& expected);
 
 /// Whether some upload had no activity for a day.
 bool hasAbandonedUploads(Connection& connection);

@@ -12,6 +12,7 @@
 #include <unistd.h>
 #include <boost/filesystem.hpp>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <csignal>
@@ -91,7 +92,8 @@ struct WatchedConnections {
     }
 };
 
-const ClientUnderTest kSqlite{.name = "Sqlite", .make = makeClientOfEmptyStore, .refusesReplacedParts = true};
+const ClientUnderTest kSqlite{
+    .name = "Sqlite", .make = makeClientOfEmptyStore, .refusesReplacedParts = true, .tellsVersions = true};
 
 }  // namespace
 
@@ -117,6 +119,59 @@ TEST_F(SqliteClientTest, ThreadsAndClientsMakeAndFillAStoreAtOnce) {
     }
     EXPECT_EQ(number("SELECT count(*) FROM object"), 101);
     EXPECT_EQ(number("SELECT count(*) FROM chunk"), 101);
+}
+
+TEST_F(SqliteClientTest, NothingIsLostWhenWritersExpectWhatTheyHaveRead) {
+    put(*std::make_unique<SqliteClient>(m_file), "k", "-");
+    std::vector<std::thread> threads;
+    for (char name = 'a'; name < 'e'; ++name) {
+        threads.emplace_back([this, name] {
+            SqliteClient client(m_file);
+            for (int stored = 0; stored < 25;) {
+                const auto object = *client.describeObject("k");
+                const auto expected = ExpectedObject::version(object.Version);
+                const auto size = object.Parts.back().Offset + object.Parts.back().Size;
+                try {
+                    std::ostringstream sink;
+                    client.getRange("k", object.Version, {0, size, true}, sink);
+                    std::istringstream data(sink.str() + name);
+                    client.putObjectOver("k", data, size + 1, expected);
+                    ++stored;
+                } catch (const ResourceInUseException&) {  // somebody else was first
+                }
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    SqliteClient client(m_file);
+    const auto bytes = get(client, "k");
+    EXPECT_EQ(bytes.size(), 101U);
+    EXPECT_EQ(std::count(bytes.begin(), bytes.end(), 'c'), 25) << bytes;
+}
+
+TEST_F(SqliteClientTest, ARefusalSaysWhatBecameOfTheObject) {
+    SqliteClient client(m_file);
+    std::istringstream data("new");
+    std::ostringstream sink;
+    const auto putOver = [&](const ExpectedObject& expected) {
+        return failureOf([&] { client.putObjectOver("k", data, 3, expected); });
+    };
+    const std::string start = "6 cannot put \"k\" in the store " + m_file + ": it was ";
+    put(client, "k", "old");
+    const auto version = client.describeObject("k")->Version;
+    EXPECT_EQ(putOver(ExpectedObject::absent()), start + "created meanwhile");
+    put(client, "k", "old");
+    EXPECT_EQ(putOver(ExpectedObject::version(version)), start + "replaced meanwhile");
+    client.deleteObject("k");
+    EXPECT_EQ(putOver(ExpectedObject::version(version)), start + "removed meanwhile");
+    EXPECT_EQ(data.tellg(), 0) << "what is refused is not read";
+    EXPECT_THROW(client.getRange("k", {}, {0, 1, true}, sink), ResourceNotFoundException);
+    put(client, "k", "abc");
+    for (const auto& [first, size] : {std::pair<std::uint64_t, std::uint64_t>{0, 4}, {3, 1}, {1, UINT64_MAX}}) {
+        EXPECT_THROW(client.getRange("k", {}, {first, size, false}, sink), UnknownErrorException) << first;
+    }
 }
 
 TEST_F(SqliteClientTest, CopiedPartsShareBytesThatGoWithTheLastReference) {

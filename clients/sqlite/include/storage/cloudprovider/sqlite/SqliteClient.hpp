@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <storage/cloudprovider/CloudClient.hpp>
+#include <storage/cloudprovider/ExtendedCloudClient.hpp>
 #include <storage/cloudprovider/sqlite/export.hpp>
 
 #include <chrono>
 #include <memory>
+#include <optional>
 #include <string>
+#include <vector>
 
 namespace storage::cloudprovider {
 
@@ -28,16 +30,20 @@ struct SqliteOptions {
 ///           below. A common prefix has the time of its marker object, not_a_date_time without one.
 /// Parts     getObjectParts answers the parts as uploaded; an object put whole has parts of 8 MiB. copyPart
 ///           takes only a stored part that has the given tag, any range when the tag is empty.
+/// Versions  each stored object has one of its own, also when its bytes are those of the former. copyRange takes any
+///           range of it, whatever the tag. What is expected is compared in the transaction that reads or writes.
 /// Uploads   an upload without activity for a day is dropped when a client begins an upload, or opens the
 ///           store while nobody else is writing.
 /// Errors    CloudException, the text with SQLite's own words; damage is told as far as SQLite notices it, and
 ///           bytes that lack are never made up. Deleting a missing object, and copying from
 ///           one, are ResourceNotFoundExceptions; an empty key, or a name that is empty or holds a NUL byte,
 ///           an InvalidLocationException; data that ends early, ranges beyond the object, unknown uploads and
-///           parts that do not match what was sent, UnknownErrorExceptions that change nothing.
+///           parts that do not match what was sent, UnknownErrorExceptions that change nothing. A
+///           ResourceInUseException says "meanwhile" when the object is not the one expected; else the store was busy
+///           for too long.
 /// Threads   any; several clients and processes may use one file at once, on a local file system. Writers
 ///           take turns, readers wait for nobody. A client must not be used on both sides of a fork.
-class CLOUDPROVIDER_SQLITE_EXPORT SqliteClient final : public CloudClient {
+class CLOUDPROVIDER_SQLITE_EXPORT SqliteClient final : public ExtendedCloudClient {
 public:
     /// Open the store in a file, or make one when the file is missing or empty.
     ///
@@ -65,6 +71,15 @@ public:
     void abortMultipartUpload(const std::string& key, const std::string& uploadId) override;
     void completeMultipartUpload(const std::string& key, const std::string& uploadId,
                                  const std::vector<PartInfo>& parts) override;
+    std::optional<ObjectDescription> describeObject(const std::string& key) override;
+    void getRange(const std::string& key, const std::string& version, const ObjectRange& range,
+                  std::ostream& sink) override;
+    std::string copyRange(const std::string& key, const std::string& uploadId, const PartInfo& part,
+                          const std::string& version) override;
+    std::string putObjectOver(const std::string& key, std::istream& data, std::uint64_t size,
+                              const ExpectedObject& expected) override;
+    std::string completeUploadOver(const std::string& key, const std::string& uploadId,
+                                   const std::vector<PartInfo>& parts, const ExpectedObject& expected) override;
 
 private:
     class Implementation;
