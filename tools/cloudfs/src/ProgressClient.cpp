@@ -7,7 +7,7 @@
 
 namespace cloudfs {
 
-ProgressClient::ProgressClient(std::shared_ptr<CloudClient> client, ProgressBar& progress)
+ProgressClient::ProgressClient(std::shared_ptr<ExtendedCloudClient> client, ProgressBar& progress)
     : m_client(std::move(client)), m_progress(progress) {}
 
 boost::optional<ProgressClient::ObjectInfo> ProgressClient::getObjectInfo(const std::string& key) {
@@ -30,8 +30,7 @@ void ProgressClient::deleteObject(const std::string& key) {
 // first = last = 0 does not tell a size; the provider asks so for the first byte.
 void ProgressClient::getObject(const std::string& key, std::ostream& sink, std::uint64_t first, std::uint64_t last) {
     m_client->getObject(key, sink, first, last);
-    const std::lock_guard lock(m_mutex);
-    m_progress.advance(last - first + 1);
+    countFetched(last - first + 1);
 }
 
 void ProgressClient::putObject(const std::string& key, std::istream& data, std::uint64_t size) {
@@ -64,6 +63,37 @@ void ProgressClient::abortMultipartUpload(const std::string& key, const std::str
 void ProgressClient::completeMultipartUpload(const std::string& key, const std::string& uploadId,
                                              const std::vector<PartInfo>& parts) {
     m_client->completeMultipartUpload(key, uploadId, parts);
+}
+
+std::optional<ProgressClient::ObjectDescription> ProgressClient::describeObject(const std::string& key) {
+    return m_client->describeObject(key);
+}
+
+void ProgressClient::getRange(const std::string& key, const std::string& version, const ObjectRange& range,
+                              std::ostream& sink) {
+    m_client->getRange(key, version, range, sink);
+    countFetched(range.Size);
+}
+
+std::string ProgressClient::copyRange(const std::string& key, const std::string& uploadId, const PartInfo& part,
+                                      const std::string& version) {
+    return m_client->copyRange(key, uploadId, part, version);
+}
+
+std::string ProgressClient::putObjectOver(const std::string& key, std::istream& data, std::uint64_t size,
+                                          const ExpectedObject& expected) {
+    announceStoring();
+    return m_client->putObjectOver(key, data, size, expected);
+}
+
+std::string ProgressClient::completeUploadOver(const std::string& key, const std::string& uploadId,
+                                               const std::vector<PartInfo>& parts, const ExpectedObject& expected) {
+    return m_client->completeUploadOver(key, uploadId, parts, expected);
+}
+
+void ProgressClient::countFetched(std::uint64_t bytes) {
+    const std::lock_guard lock(m_mutex);
+    m_progress.advance(bytes);
 }
 
 void ProgressClient::announceStoring() {

@@ -1,10 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <storage/cloudprovider/CloudClient.hpp>
+#include <storage/cloudprovider/ExtendedCloudClient.hpp>
 
 #include <memory>
 #include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
 
 namespace cloudfs {
 
@@ -12,14 +15,17 @@ class ProgressBar;
 
 /// Shows how far a copy inside the store has come: the bytes that were fetched, then that they are being stored.
 /// Everything is done by another client. Nobody else may use the progress bar while operations run.
-class ProgressClient final : public storage::cloudprovider::CloudClient {
+class ProgressClient final : public storage::cloudprovider::ExtendedCloudClient {
 public:
     using ObjectInfo = storage::cloudprovider::ObjectInfo;
     using ListOptions = storage::cloudprovider::ListOptions;
     using PartInfo = storage::cloudprovider::PartInfo;
+    using ObjectDescription = storage::cloudprovider::ObjectDescription;
+    using ObjectRange = storage::cloudprovider::ObjectRange;
+    using ExpectedObject = storage::cloudprovider::ExpectedObject;
 
     /// progress has to outlive this.
-    ProgressClient(std::shared_ptr<CloudClient> client, ProgressBar& progress);
+    ProgressClient(std::shared_ptr<ExtendedCloudClient> client, ProgressBar& progress);
 
     boost::optional<ObjectInfo> getObjectInfo(const std::string& key) override;
     void checkObjectName(const std::string& name) override;
@@ -36,11 +42,21 @@ public:
     void abortMultipartUpload(const std::string& key, const std::string& uploadId) override;
     void completeMultipartUpload(const std::string& key, const std::string& uploadId,
                                  const std::vector<PartInfo>& parts) override;
+    std::optional<ObjectDescription> describeObject(const std::string& key) override;
+    void getRange(const std::string& key, const std::string& version, const ObjectRange& range,
+                  std::ostream& sink) override;
+    std::string copyRange(const std::string& key, const std::string& uploadId, const PartInfo& part,
+                          const std::string& version) override;
+    std::string putObjectOver(const std::string& key, std::istream& data, std::uint64_t size,
+                              const ExpectedObject& expected) override;
+    std::string completeUploadOver(const std::string& key, const std::string& uploadId,
+                                   const std::vector<PartInfo>& parts, const ExpectedObject& expected) override;
 
 private:
+    void countFetched(std::uint64_t bytes);
     void announceStoring();
 
-    const std::shared_ptr<CloudClient> m_client;
+    const std::shared_ptr<ExtendedCloudClient> m_client;
     std::mutex m_mutex;  // guards m_progress
     ProgressBar& m_progress;
 };

@@ -17,6 +17,7 @@ namespace cloudfs {
 using foundation::storage::provider::ErrorCode;
 using storage::cloudprovider::CloudClient;
 using storage::cloudprovider::CloudException;
+using storage::cloudprovider::ExtendedCloudClient;
 using storage::cloudprovider::SqliteClient;
 
 namespace {
@@ -38,7 +39,7 @@ bool Session::hasStore() const {
     return !S_ISREG(status.st_mode) || status.st_size > 0;
 }
 
-std::shared_ptr<CloudClient> Session::openClient(MissingStore missing) const {
+std::shared_ptr<ExtendedCloudClient> Session::openClient(MissingStore missing) const {
     if (missing == MissingStore::Refuse && !hasStore()) {
         throw Failure(ErrorCode::NotFound, url.file, "there is no such store; put, append, touch and mkdir make one");
     }

@@ -5,7 +5,7 @@
 #include "StoreUrl.hpp"
 
 #include <foundation/storage/provider/IProvider.hpp>
-#include <storage/cloudprovider/CloudClient.hpp>
+#include <storage/cloudprovider/ExtendedCloudClient.hpp>
 #include <storage/cloudprovider/buildCloudProvider.hpp>
 
 #include <memory>
@@ -26,7 +26,7 @@ struct Session {
     std::shared_ptr<IProvider> open(MissingStore missing) const;
 
     /// The same in two steps, for who puts something in between. Errors: as open.
-    std::shared_ptr<storage::cloudprovider::CloudClient> openClient(MissingStore missing) const;
+    std::shared_ptr<storage::cloudprovider::ExtendedCloudClient> openClient(MissingStore missing) const;
     std::shared_ptr<IProvider> providerFor(std::shared_ptr<storage::cloudprovider::CloudClient> client) const;
 
     /// Whether there is a store; an empty file is none yet.
