@@ -26,8 +26,6 @@ protected:
     const std::string m_content = "0123456789abcdefghijklmnopq";
 
     void storeFourParts() { m_client->storeParts(m_key, m_content, {8, 8, 8, 3}); }
-
-    bool isOpen() const { return OpenFileManager::instance().isOpen(m_file, m_client); }
 };
 
 TEST_F(StreamTest, AChangeMovesOnePartAndTheStoreCopiesTheOthers) {

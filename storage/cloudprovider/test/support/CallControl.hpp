@@ -30,19 +30,19 @@ struct Call {
     std::string expected{};         ///< of putObjectOver and completeUploadOver: "anything", "absent" or a version
 };
 
-/// Holds the calls that reach it until the test lets them go. Threads: any.
+/// Holds the threads that reach it until the test lets them go. Threads: any.
 class Gate {
 public:
-    /// Wait until that many calls have arrived; false when they have not within a minute.
+    /// Wait until that many have arrived; false when they have not within a minute.
     [[nodiscard]] bool waitForArrivals(std::size_t count = 1);
 
-    /// Let the held calls and all later ones pass.
+    /// Let those held and all later ones pass.
     void open();
 
-private:
-    friend class CallControl;
+    /// Arrive, and wait until it is open.
     void pass();
 
+private:
     std::mutex m_mutex;  // guards what follows
     std::condition_variable m_changed;
     std::size_t m_arrivals = 0;

@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "EngineTest.hpp"
 
+#include "OpenFileManager.hpp"
+#include "VersionedFakeClient.hpp"
+
 #include <storage/cloudprovider/buildCloudProvider.hpp>
 
 #include <boost/filesystem/operations.hpp>
@@ -45,6 +48,23 @@ std::size_t ScopedTemporaryFolder::fileCount() const {
 }
 
 EngineTest::EngineTest() : m_provider(buildCloudProvider(m_client, FolderPolicy::MarkerObjects, false)) {}
+
+std::shared_ptr<foundation::storage::provider::IProvider> EngineTest::anotherProcess() const {
+    return buildCloudProvider(std::make_shared<VersionedFakeClient>(m_client), FolderPolicy::MarkerObjects, false);
+}
+
+void EngineTest::startAnew(bool tellsVersions) {
+    m_client = std::make_shared<FakeCloudClient>();
+    m_providersClient = m_client;
+    if (tellsVersions) {
+        m_providersClient = std::make_shared<VersionedFakeClient>(m_client);
+    }
+    m_provider = buildCloudProvider(m_providersClient, FolderPolicy::MarkerObjects, false);
+}
+
+bool EngineTest::isOpen() const {
+    return OpenFileManager::instance().isOpen(m_file, m_providersClient);
+}
 
 void EngineTest::TearDown() {
     EXPECT_EQ(m_folder.fileCount(), 0U) << "temporary files are left";

@@ -67,9 +67,16 @@ protected:
     Stream openForReading() const { return m_provider->openReadOnlyStream(m_file); }
     void allowViolations() { m_expectsNoViolations = false; }
 
+    /// A provider of its own over the fake store, as another process would have it; its client tells versions.
+    std::shared_ptr<foundation::storage::provider::IProvider> anotherProcess() const;
+    /// Start again with an empty store, and a client that tells versions or not.
+    void startAnew(bool tellsVersions = false);
+    bool isOpen() const;
+
     ScopedTemporaryFolder m_folder;
     ScopedVariable m_partSize{"VX_CLOUD_PART_SIZE_OVERRIDE", std::to_string(kPartSize)};
     std::shared_ptr<FakeCloudClient> m_client = std::make_shared<FakeCloudClient>();
+    std::shared_ptr<CloudClient> m_providersClient = m_client;
     std::shared_ptr<foundation::storage::provider::IProvider> m_provider;
     const std::string m_key = "folder/file";
     const IRI m_file{u"/folder/file"};
