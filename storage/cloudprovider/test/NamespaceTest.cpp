@@ -14,6 +14,7 @@
 
 namespace storage::cloudprovider::test {
 
+using foundation::storage::provider::ByteStreamCloseFailure;
 using foundation::storage::provider::ErrorCode;
 using foundation::storage::provider::Exception;
 using foundation::storage::provider::ReplacementPolicy;
@@ -187,6 +188,15 @@ TEST_F(NamespaceTest, FaultsNeverLoseBothEndsOfATransfer) {
         }
     }
     m_client = std::make_shared<FakeCloudClient>();
+}
+
+TEST_F(NamespaceTest, AMoveWhoseDestinationIsNotStoredHasLostTheSource) {
+    m_client->store(m_key, m_content);
+    m_client->store(m_otherKey, "kept");
+    m_client->failOperation("completeMultipartUpload");
+    EXPECT_THROW(move(), ByteStreamCloseFailure);
+    EXPECT_FALSE(m_client->content(m_key));
+    EXPECT_EQ(m_client->content(m_otherKey), "kept");
 }
 
 TEST_F(NamespaceTest, ACopyThatFailsInWhateverWayLeavesTheDestination) {

@@ -7,7 +7,8 @@
 
 namespace foundation {
 
-/// Thrown out of an operation that the user interrupted.
+/// What ThrowIfInterruptPending throws. Out of a provider's operation it comes as the host's Exception with the code
+/// Unknown and this text.
 class FOUNDATION_HOST_EXPORT OperationInterrupted : public std::exception {
 public:
     const char* what() const noexcept override;
@@ -15,12 +16,17 @@ public:
 
 /// The process's one interrupt flag. All operations may be called by any thread; RequestInterrupt may be
 /// called by a signal handler, too.
+///
+/// A provider looks at the flag only in threads that have called setMainExecutionContext(true), see
+/// ExecutionContext.hpp. For what any other thread asks of it, a requested interrupt does nothing.
 class FOUNDATION_HOST_EXPORT utInterruptState {
 public:
-    /// Throw OperationInterrupted while an interrupt is pending; it stays pending until it is cleared.
+    /// Throw OperationInterrupted, in whatever thread, while an interrupt is pending; it stays pending until it is
+    /// cleared.
     static void ThrowIfInterruptPending();
 
-    /// Ask running operations to stop at their next check.
+    /// Ask operations to stop at their next check: the running ones, and all that begin before the interrupt is
+    /// cleared. An operation that never checks goes on to its end.
     static void RequestInterrupt() noexcept;
 
     /// Forget a pending interrupt; does nothing when none is pending.

@@ -46,7 +46,8 @@ using PathComparator = std::function<bool(const StorageIRI&, const StorageIRI&)>
 /// override is missing, the operation is made from others if it can be (recursive creation, listings of names
 /// and with wildcards, exists), else it throws Exception with the code Unsupported.
 ///
-/// Errors    Exception with an ErrorCode and the identifier, unless an operation says otherwise.
+/// Errors    Exception with an ErrorCode and the identifier, unless an operation says otherwise. An operation that was
+///           interrupted throws it with the code Unknown; see services/InterruptState.hpp for whom that concerns.
 /// Patterns  UTF-16; "*" stands for any run of characters, the empty one too, "?" for exactly one, anything else for
 ///           itself. A whole name must match, case counts.
 /// Listings  come lazily in the order of the back end; see IFolderEntryIterator.
@@ -78,6 +79,14 @@ public:
     void removeFile(const StorageIRI& iri) const { doRemoveFile(iri); }
 
     /// Move a file, within or across folders. The policy tells what happens when destination is a file.
+    ///
+    /// storage::cloudprovider copies the bytes, removes the source, and only then closes the destination, which is what
+    /// stores it. When that fails, the source is gone and the bytes are lost; destination is what it was, unless only
+    /// the store's answer got lost. What fails before leaves the source, and destination with what had been copied.
+    ///
+    /// Errors   Exception; from storage::cloudprovider also, without an identifier, ByteStreamReadFailure and
+    ///          ByteStreamWriteFailure while the bytes are copied, and ByteStreamCloseFailure, as a rule because
+    ///          destination could not be stored. Interrupted: Exception with the code Unknown, both files as they were.
     void moveFile(const StorageIRI& source, const StorageIRI& destination, const ReplacementPolicy& policy) const {
         doMoveFile(source, destination, policy);
     }
@@ -100,6 +109,10 @@ public:
     FolderAttributes getFolderAttributes(const StorageIRI& iri) const { return doGetFolderAttributes(iri); }
 
     /// Open a file for writing, and for reading if the options say so.
+    ///
+    /// storage::cloudprovider shares the content among all streams of a file and stores it when the last one closes.
+    /// The options' existingContent and presence count for the stream that opens the file: another one, opened while
+    /// the file is open, neither discards anything nor asks whether the file is stored.
     std::unique_ptr<ByteStream> openStream(const StorageIRI& iri, const ByteStreamOpenOptions& options) const {
         return doOpenStream(iri, options);
     }
