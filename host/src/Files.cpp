@@ -46,10 +46,16 @@ boost::filesystem::path createTemporaryFile(std::string_view prefix) {
     std::string name = (folder / (std::string(prefix) + "XXXXXX")).native();
     const int descriptor = ::mkostemp(name.data(), O_CLOEXEC);
     if (descriptor < 0) {
-        throwSystemError(errno, "cannot create a temporary file in " + folder.native());
+        const int error = errno;  // what follows may change it
+        throwSystemError(error, "cannot create a temporary file in " + folder.native());
     }
     ::close(descriptor);
-    return name;
+    try {
+        return name;  // which copies it
+    } catch (...) {
+        ::unlink(name.c_str());
+        throw;
+    }
 }
 
 void reserveBlocks(const boost::filesystem::path& path, std::uint64_t size) {

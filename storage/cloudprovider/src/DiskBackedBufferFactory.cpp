@@ -10,6 +10,7 @@
 #include <boost/filesystem/operations.hpp>
 
 #include <algorithm>
+#include <new>
 
 namespace storage::cloudprovider {
 
@@ -27,6 +28,8 @@ constexpr std::uint64_t kMinFileSize = 1;
 boost::filesystem::path createFile() {
     try {
         return foundation::createTemporaryFile("cloudprovider-");
+    } catch (const std::bad_alloc&) {
+        throw;
     } catch (...) {
         throwCurrentAsUnknownError();
     }

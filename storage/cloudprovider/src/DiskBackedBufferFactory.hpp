@@ -17,7 +17,8 @@ namespace detail {
 class DiskFile {
 public:
     /// Make a file of that size whose blocks are reserved; a size of 0 makes a file of one byte, because an
-    /// empty file cannot be mapped. Throws UnknownErrorException and leaves no file behind when that fails.
+    /// empty file cannot be mapped. Throws UnknownErrorException, or std::bad_alloc, and leaves no file behind when
+    /// that fails.
     explicit DiskFile(std::uint64_t sizeInBytes);
     DiskFile(const DiskFile&) = delete;
     DiskFile& operator=(const DiskFile&) = delete;
@@ -60,7 +61,8 @@ private:
 /// Makes DiskBackedBuffers. Holds nothing: any thread may call it.
 class DiskBackedBufferFactory : public BufferFactory {
 public:
-    /// Throws UnknownErrorException, naming the reason, when there is no room or no right to make a file.
+    /// Throws UnknownErrorException, naming the reason, when there is no room or no right to make a file, and
+    /// std::bad_alloc when there is no memory.
     std::unique_ptr<Buffer> build(std::uint64_t size) override;
 };
 

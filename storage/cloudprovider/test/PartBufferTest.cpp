@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "AllocationFaults.hpp"
 #include "DiskBackedBufferFactory.hpp"
 #include "EngineTest.hpp"
 #include "OpenFileContext.hpp"
@@ -10,6 +11,7 @@
 
 #include <sys/mount.h>
 #include <cstring>
+#include <new>
 #include <sstream>
 #include <thread>
 
@@ -49,6 +51,27 @@ TEST_F(PartBufferTest, DiskBackedBuffersKeepTheirBytesUntilTheyGo) {
         EXPECT_EQ(m_folder.fileCount(), 1U);
         buffer.reset();  // while it is open
         EXPECT_EQ(m_folder.fileCount(), 0U);
+    }
+}
+
+TEST_F(PartBufferTest, ABufferThatCannotBeAllocatedLeavesNoFile) {
+    for (std::size_t nth = 1;; ++nth) {
+        SCOPED_TRACE("allocation " + std::to_string(nth));
+        std::unique_ptr<Buffer> buffer;
+        AllocationFaults::failNth(nth);
+        try {
+            buffer = DiskBackedBufferFactory().build(100);
+        } catch (const std::bad_alloc&) {
+            EXPECT_TRUE(AllocationFaults::hasFailed());
+        }
+        const bool hasFailed = AllocationFaults::hasFailed();
+        AllocationFaults::reset();
+        EXPECT_EQ(m_folder.fileCount(), buffer ? 1U : 0U);
+        if (!hasFailed) {
+            EXPECT_TRUE(buffer);
+            EXPECT_GT(nth, 3U) << "the buffer, its file and the name of that were allocated";
+            break;
+        }
     }
 }
 

@@ -18,7 +18,7 @@ FOUNDATION_HOST_EXPORT boost::filesystem::path temporaryFolder();
 /// The name is prefix followed by random letters. The file is made exclusively (never an existing one) and
 /// only its owner may read or write it (POSIX mkstemp).
 /// Result   the file's absolute path as the system's calls take it; the caller deletes the file.
-/// Errors   std::system_error, naming the folder.
+/// Errors   std::system_error, naming the folder; std::bad_alloc. Neither leaves a file.
 /// Threads  any.
 FOUNDATION_HOST_EXPORT boost::filesystem::path createTemporaryFile(std::string_view prefix);
 
