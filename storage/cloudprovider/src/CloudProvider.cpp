@@ -308,7 +308,6 @@ void CloudProvider::doCopyFile(const StorageIRI& source, const StorageIRI& desti
             return;
         }
         auto transfer = openTransfer(source, destination, replacedUnder(replaces));
-        const ScopeGuard guard([&transfer] { transfer.giveUp(); });  // of a finished transfer nothing is left
         try {
             transfer.copyAllBytes();
         } catch (const ByteStreamReadFailure& failure) {
@@ -397,7 +396,8 @@ FileTransfer CloudProvider::openTransfer(const StorageIRI& source, const Storage
         throw Exception(ErrorCode::InUse, destination);
     }
     auto sourceStream = doOpenReadOnlyStream(source);
-    return {std::move(sourceStream), openForWriting(destination, kReplace, replaced)};
+    FileTransfer::Destination destinationStream(openForWriting(destination, kReplace, replaced).release());
+    return {std::move(sourceStream), std::move(destinationStream)};
 }
 
 std::unique_ptr<ByteStream> CloudProvider::openForWriting(const StorageIRI& iri, const ByteStreamOpenOptions& options,

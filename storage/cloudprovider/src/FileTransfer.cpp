@@ -25,7 +25,16 @@ constexpr std::size_t kChunkSize = 4096;
 
 }  // namespace
 
-FileTransfer::FileTransfer(std::unique_ptr<ByteStream> source, std::unique_ptr<ByteStream> destination)
+void FileTransfer::Abandon::operator()(ByteStream* stream) const noexcept {
+    try {
+        abandonStream(*stream);
+    } catch (...) {
+        traceCaughtException();
+    }
+    delete stream;
+}
+
+FileTransfer::FileTransfer(std::unique_ptr<ByteStream> source, Destination destination)
     : m_destinationStream(std::move(destination)), m_source(std::move(source)), m_destination(m_destinationStream) {}
 
 // Not boost::iostreams::copy: it closes both ends, and the destination must be stored only after the source is removed.

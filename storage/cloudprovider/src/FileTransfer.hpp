@@ -8,11 +8,19 @@
 namespace storage::cloudprovider {
 
 /// The bytes of one open file on their way to another. One thread.
+///
+/// The destination is stored by closeBoth only: a transfer that goes without it gives the destination up.
 class FileTransfer {
 public:
     using ByteStream = foundation::storage::provider::ByteStream;
 
-    FileTransfer(std::unique_ptr<ByteStream> source, std::unique_ptr<ByteStream> destination);
+    /// Gives a stream up that was not closed.
+    struct Abandon {
+        void operator()(ByteStream* stream) const noexcept;
+    };
+    using Destination = std::unique_ptr<ByteStream, Abandon>;
+
+    FileTransfer(std::unique_ptr<ByteStream> source, Destination destination);
 
     /// Copy every byte.
     ///

@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "AllocationFaults.hpp"
 #include "EngineTest.hpp"
 
-#include <storage/cloudprovider/buildCloudProvider.hpp>
-
 #include <algorithm>
-#include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -12,6 +11,7 @@ namespace storage::cloudprovider::test {
 
 namespace {
 
+using foundation::storage::provider::ReplacementPolicy;
 using When = CallControl::When;
 using Repeat = CallControl::Repeat;
 
@@ -19,14 +19,39 @@ struct Fault {
     const char* name;
     When when;
     Repeat repeat;
+    bool isAllocation = false;  // else a call of the client
 };
 
-constexpr Fault kFaults[] = {{"before the call", When::Before, Repeat::Once},
-                             {"after the call", When::After, Repeat::Once},
-                             {"before all calls from there", When::Before, Repeat::Forever}};
+constexpr Fault kFaults[] = {{"call, before", When::Before, Repeat::Once},
+                             {"call, after", When::After, Repeat::Once},
+                             {"calls from there, before", When::Before, Repeat::Forever},
+                             {"allocation", When::Before, Repeat::Once, true}};
+
+// Has the nth call, or allocation of this thread, fail while it lives.
+class Injection {
+public:
+    Injection(FakeCloudClient& client, const Fault& fault, std::size_t nth)
+        : m_client(client), m_faultsBefore(client.faultCount()) {
+        if (fault.isAllocation) {
+            AllocationFaults::failNth(nth);
+        } else {
+            m_client.failCall(nth, fault.when, fault.repeat);
+        }
+    }
+    Injection(const Injection&) = delete;
+    Injection& operator=(const Injection&) = delete;
+    ~Injection() { AllocationFaults::reset(); }
+
+    bool hasHappened() const { return AllocationFaults::hasFailed() || m_client.faultCount() != m_faultsBefore; }
+
+private:
+    FakeCloudClient& m_client;
+    const std::size_t m_faultsBefore;
+};
 
 // Whether the step threw nothing.
-bool attempt(const std::function<void()>& step) {
+template <typename Step>
+bool attempt(Step step) {
     try {
         step();
         return true;
@@ -44,26 +69,38 @@ protected:
         std::vector<std::uint64_t> storedParts;  // sizes; one: stored whole, none: absent
         std::uint64_t writeAt;
         std::string written;
+        bool discards = false;
     };
 
     static std::string expectedContent(const Scenario& scenario, std::string content) {
+        if (scenario.discards) {
+            content.clear();
+        }
         content.resize(std::max<std::size_t>(content.size(), scenario.writeAt + scenario.written.size()), '\0');
         return content.replace(scenario.writeAt, scenario.written.size(), scenario.written);
     }
 
-    // Writes on where a failed write got to, once. Whether all bytes were taken and the closing succeeded.
-    bool writeAndClose(const Scenario& scenario) {
+    // Writes on where a failed write got to, once. Whether all bytes were taken and the closing succeeded; nothing when
+    // the file could not even be opened.
+    std::optional<bool> writeAndClose(const Scenario& scenario) {
         Stream stream;
-        if (!attempt([&] { stream = openFile(update()); })) {
-            return false;
+        if (!attempt([&] { stream = openFile(scenario.discards ? replace() : update()); })) {
+            return std::nullopt;
         }
-        stream->seek(static_cast<std::int64_t>(scenario.writeAt), std::ios_base::beg);
-        const auto writeRest = [&] {
-            const auto position = static_cast<std::uint64_t>(stream->seek(0, std::ios_base::cur));
-            write(stream, scenario.written.substr(position - scenario.writeAt));
+        const auto writeAll = [&] {
+            stream->seek(static_cast<std::int64_t>(scenario.writeAt), std::ios_base::beg);
+            write(stream, scenario.written);
         };
-        const bool isWritten = attempt(writeRest) || attempt(writeRest);
+        const bool isWritten = attempt(writeAll) || attempt(writeAll);
         return attempt([&] { stream->close(); }) && isWritten;
+    }
+
+    void storeOld(const Scenario& scenario, const std::string& content) {
+        if (scenario.storedParts.size() > 1) {
+            m_client->storeParts(m_key, content, scenario.storedParts);
+        } else if (!scenario.storedParts.empty()) {
+            m_client->store(m_key, content);
+        }
     }
 
     void checkAfterwards(const std::optional<std::string>& oldContent, const std::string& newContent, bool isOk,
@@ -78,7 +115,7 @@ protected:
         const auto calls = m_client->calls();
         const bool isUploadIdLost =
             fault.when == When::After && nth <= calls.size() && calls[nth - 1].operation == "startMultipartUpload";
-        if (fault.repeat == Repeat::Once && !isUploadIdLost) {
+        if (fault.repeat == Repeat::Once && (fault.isAllocation || !isUploadIdLost)) {
             EXPECT_EQ(m_client->openUploads(), 0U);
         }
         m_client->clearFaults();
@@ -99,37 +136,44 @@ TEST_F(FaultSweepTest, AWriteEitherSucceedsOrFailsAsAWhole) {
         {"one part of four changes", {8, 8, 8, 3}, 10, "XY"},
         {"the last part grows", {8, 8, 8, 3}, 27, "0123456789"},
         {"a gap behind the end", {8, 3}, 30, "end"},
+        {"discarded", {8, 8, 3}, 0, "0123456789", true},
     };
-    for (const auto& scenario : scenarios) {
-        for (const auto& fault : kFaults) {
-            for (std::size_t nth = 1;; ++nth) {
-                SCOPED_TRACE(std::string(scenario.name) + ", " + fault.name + ", call " + std::to_string(nth));
-                m_client = std::make_shared<FakeCloudClient>();
-                m_provider = buildCloudProvider(m_client, FolderPolicy::MarkerObjects, false);
-                std::uint64_t size = 0;
-                for (const auto part : scenario.storedParts) {
-                    size += part;
-                }
-                const std::string oldContent = std::string("old content of the file, thirty").substr(0, size);
-                if (scenario.storedParts.size() > 1) {
-                    m_client->storeParts(m_key, oldContent, scenario.storedParts);
-                } else if (size != 0) {
-                    m_client->store(m_key, oldContent);
-                }
-                m_client->failCall(nth, fault.when, fault.repeat);
-                const bool isOk = writeAndClose(scenario);
-                const bool isOver = m_client->faultCount() == 0;
-                ASSERT_TRUE(isOk || !isOver) << "failed without a fault";
-                checkAfterwards(m_client->faultCount() == 0 || size != 0 ? std::optional(oldContent) : std::nullopt,
-                                expectedContent(scenario, oldContent), isOk, fault, nth);
-                ASSERT_FALSE(HasFailure());
-                if (isOver) {
-                    break;
+    for (const bool tellsVersions : {false, true}) {
+        for (const auto& scenario : scenarios) {
+            for (const auto& fault : kFaults) {
+                for (std::size_t nth = 1;; ++nth) {
+                    SCOPED_TRACE(std::string(scenario.name) + (tellsVersions ? ", versions, " : ", ") + fault.name +
+                                 ' ' + std::to_string(nth));
+                    startAnew(tellsVersions);
+                    std::uint64_t size = 0;
+                    for (const auto part : scenario.storedParts) {
+                        size += part;
+                    }
+                    const std::string oldContent = std::string("old content of the file, thirty").substr(0, size);
+                    const auto newContent = expectedContent(scenario, oldContent);
+                    storeOld(scenario, oldContent);
+                    std::optional<bool> isOk;
+                    bool isOver = false;
+                    {
+                        const Injection injection(*m_client, fault, nth);
+                        isOk = writeAndClose(scenario);
+                        isOver = !injection.hasHappened();
+                    }
+                    ASSERT_TRUE(isOk == true || !isOver) << "failed without a fault";
+                    const auto old = size != 0 ? std::optional(oldContent) : std::nullopt;
+                    ASSERT_FALSE(isOpen());
+                    // What was never handed out has changed nothing.
+                    checkAfterwards(old, isOk ? newContent : oldContent, isOk == true, fault, nth);
+                    ASSERT_EQ(m_folder.fileCount(), 0U);
+                    ASSERT_FALSE(HasFailure());
+                    if (isOver) {
+                        break;
+                    }
                 }
             }
         }
     }
-    m_client = std::make_shared<FakeCloudClient>();  // uploads that could not even be aborted went with the others
+    startAnew();  // uploads that could not even be aborted went with the others
 }
 
 TEST_F(FaultSweepTest, AReadEitherDeliversTheBytesOrFails) {
@@ -137,15 +181,19 @@ TEST_F(FaultSweepTest, AReadEitherDeliversTheBytesOrFails) {
     m_client->storeParts(m_key, content, {8, 8, 8, 3});
     for (const auto& fault : kFaults) {
         for (std::size_t nth = 1;; ++nth) {
-            SCOPED_TRACE(std::string(fault.name) + ", call " + std::to_string(nth));
+            SCOPED_TRACE(std::string(fault.name) + ' ' + std::to_string(nth));
             m_client->clearFaults();
-            const auto before = m_client->faultCount();
-            m_client->failCall(nth, fault.when, fault.repeat);
             std::string bytes;
-            const bool isOk = attempt([&] { bytes = readAll(openForReading()); });
-            const bool isOver = m_client->faultCount() == before;
-            EXPECT_EQ(isOk, isOver);
+            bool isOk = false;
+            bool isOver = false;
+            {
+                const Injection injection(*m_client, fault, nth);
+                isOk = attempt([&] { bytes = readAll(openForReading()); });
+                isOver = !injection.hasHappened();
+            }
+            EXPECT_TRUE(isOk == isOver || fault.isAllocation);  // not every allocation is needed
             EXPECT_EQ(bytes, isOk ? content : std::string());
+            EXPECT_EQ(m_folder.fileCount(), 0U);
             ASSERT_FALSE(HasFailure());
             if (isOver) {
                 break;
@@ -153,6 +201,56 @@ TEST_F(FaultSweepTest, AReadEitherDeliversTheBytesOrFails) {
         }
     }
     m_client->clearFaults();
+}
+
+// Copies, moves and listings meet only allocations here: for calls of the client see NamespaceTest.
+TEST_F(FaultSweepTest, WithoutMemoryNothingIsLostByTransfersAndListings) {
+    allowViolations();
+    const std::string content = "more than two parts";
+    const IRI other(u"/other");
+    enum class What { Copy, Move, List };
+    for (const What what : {What::Copy, What::Move, What::List}) {
+        for (std::size_t nth = 1;; ++nth) {
+            SCOPED_TRACE(std::to_string(static_cast<int>(what)) + ", allocation " + std::to_string(nth));
+            startAnew(true);
+            m_client->storeParts(m_key, content, {8, 8, 3});
+            m_client->store("other", "old");
+            bool isOk = false;
+            bool isOver = false;
+            std::size_t listed = 0;
+            {
+                const Injection injection(*m_client, kFaults[3], nth);
+                isOk = attempt([&] {
+                    if (what == What::Copy) {
+                        m_provider->copyFile(m_file, other, ReplacementPolicy::Replace);
+                    } else if (what == What::Move) {
+                        m_provider->moveFile(m_file, other, ReplacementPolicy::Replace);
+                    } else {
+                        for (auto entries = m_provider->listAllRecursive(IRI(u"/")); entries->hasNext(); ++listed) {
+                            entries->next();
+                        }
+                    }
+                });
+                isOver = !injection.hasHappened();
+            }
+            ASSERT_TRUE(isOk || !isOver) << "failed without a fault";
+            EXPECT_TRUE(listed == 3 || what != What::List || !isOk);
+            const auto source = m_client->content(m_key);
+            const auto destination = m_client->content("other");
+            // The source of a move goes before the destination is stored, which may fail then.
+            EXPECT_TRUE(source == content || (what == What::Move && (destination == content || !isOk)));
+            // A move that fails half-way stores what was copied.
+            const bool isPiece = what == What::Move && content.compare(0, destination->size(), *destination) == 0;
+            EXPECT_TRUE(destination == "old" || destination == content || (isPiece && !isOk)) << *destination;
+            EXPECT_TRUE(!isOk || what == What::List || destination == content);
+            EXPECT_EQ(m_client->openUploads(), 0U);
+            EXPECT_EQ(m_folder.fileCount(), 0U);
+            ASSERT_FALSE(HasFailure());
+            if (isOver) {
+                break;
+            }
+        }
+    }
 }
 
 // The same stream gets the bytes once the store answers again: a failed part is fetched anew.
