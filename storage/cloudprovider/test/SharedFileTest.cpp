@@ -12,6 +12,7 @@
 
 namespace storage::cloudprovider::test {
 
+using foundation::storage::provider::ErrorCode;
 using foundation::storage::provider::ReplacementPolicy;
 using When = CallControl::When;
 
@@ -40,20 +41,27 @@ TEST_F(SharedFileTest, APartThatGrewIsNotCutOffByAnEarlierHandOver) {
     EXPECT_EQ(m_client->content(m_key), "01234567ABCDEF");
 }
 
+// Threads of one process, or each a process of its own that begins again when another one came first.
 TEST_F(SharedFileTest, AppendersLoseNothingAndRepeatNothing) {
     constexpr int kThreads = 4;
     constexpr int kLines = 6;
-    for (int round = 0; round < 50 && !HasFailure(); ++round) {
+    for (int round = 0; round < 75 && !HasFailure(); ++round) {
         SCOPED_TRACE(round);
-        startAnew(round % 2 != 0);
+        const bool areProcesses = round % 3 == 2;
+        startAnew(round % 3 == 1);
         std::vector<std::thread> appenders;
         for (int thread = 0; thread < kThreads; ++thread) {
             appenders.emplace_back([&, thread] {
-                for (int line = 0; line < kLines; ++line) {
-                    const auto stream = openFile(update(Options::WriteMode::Append));
-                    // Half a part long: a line never lies in two parts, between which others may append.
-                    write(stream, {static_cast<char>('A' + thread), static_cast<char>('a' + line), '.', '\n'});
-                    stream->close();
+                const auto provider = areProcesses ? anotherProcess() : m_provider;
+                for (int line = 0; line < kLines;) {
+                    const auto code = errorCodeOf([&] {
+                        const auto stream = provider->openStream(m_file, update(Options::WriteMode::Append));
+                        // Half a part long: a line never lies in two parts, between which others may append.
+                        write(stream, {static_cast<char>('A' + thread), static_cast<char>('a' + line), '.', '\n'});
+                        stream->close();
+                    });
+                    line += code ? 0 : 1;
+                    EXPECT_TRUE(!code || (areProcesses && code == ErrorCode::InUse));
                 }
             });
         }

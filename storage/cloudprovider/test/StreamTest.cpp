@@ -310,38 +310,4 @@ TEST_F(StreamTest, AnOperationThatFailsHalfWayCanBeTriedAgain) {
     EXPECT_EQ(m_client->content(m_key), changed + m_content.substr(20));
 }
 
-TEST_F(StreamTest, ThreadsShareOneFile) {
-    constexpr std::uint64_t kThreads = 4;
-    constexpr std::uint64_t kRegion = 5 * kPartSize + 3;  // regions meet inside parts
-    const ScopedVariable cache("VX_CLOUD_DOWNLOADED_PART_CACHE_OVERRIDE", std::to_string(2 * kPartSize));
-    m_client->storeParts(m_key, std::string(2 * kPartSize, 'o'), {kPartSize, kPartSize});
-    const auto keepOpen = openFile(update());
-    std::vector<std::thread> threads;
-    for (std::uint64_t index = 0; index < kThreads; ++index) {
-        threads.emplace_back([&, index] {
-            const std::string mine(kRegion, static_cast<char>('A' + index));
-            for (int round = 0; round < 5; ++round) {
-                const auto stream = openFile(update());
-                const auto begin = static_cast<std::int64_t>(index * kRegion);
-                stream->seek(begin, std::ios_base::beg);
-                write(stream, mine);
-                stream->seek(begin, std::ios_base::beg);
-                std::string back(kRegion, '?');
-                EXPECT_EQ(stream->read(back.data(), static_cast<std::int64_t>(kRegion)),
-                          static_cast<std::int64_t>(kRegion));
-                EXPECT_EQ(back, mine);
-            }
-        });
-    }
-    for (auto& thread : threads) {
-        thread.join();
-    }
-    keepOpen->close();
-    std::string expected;
-    for (std::uint64_t index = 0; index < kThreads; ++index) {
-        expected += std::string(kRegion, static_cast<char>('A' + index));
-    }
-    EXPECT_EQ(m_client->content(m_key), expected);
-}
-
 }  // namespace storage::cloudprovider::test

@@ -25,7 +25,7 @@ struct ObjectDescription {
 struct ObjectRange {
     std::uint64_t First = 0;  ///< position of the first byte
     std::uint64_t Size = 0;   ///< in bytes, not 0
-    bool IsWhole = false;     ///< these are all bytes that the object has
+    bool IsWhole = false;     ///< these are known to be all bytes that the object has
 };
 
 /// What has to be stored under a key for an operation to replace it. A value.
