@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "EngineTest.hpp"
+#include "TraceGate.hpp"
 
 #include <storage/cloudprovider/CloudException.hpp>
 #include <storage/cloudprovider/storeStream.hpp>
@@ -188,6 +189,26 @@ TEST_F(ConflictTest, ALostAnswerIsSettledByLooking) {
             ASSERT_FALSE(HasFailure());
         }
     }
+}
+
+TEST_F(ConflictTest, AWriteBesideALostAnswerIsTakenForNobodyElses) {
+    const auto storer = openFile(update());
+    const auto writer = openFile(update());
+    write(storer, "stored");
+    TraceGate inWrite("OpenPartBuffer::increaseSize(");
+    std::thread writing([&] { write(writer, "next"); });
+    ASSERT_TRUE(inWrite.waitForArrival());
+    m_client->failOperation("putObjectOver", 1, When::After);
+    auto& look = m_client->gate("describeObject");
+    std::thread storing([&] { EXPECT_FALSE(errorCodeOf([&] { storeStream(*storer); })); });
+    ASSERT_TRUE(look.waitForArrivals());
+    inWrite.open();
+    writing.join();
+    look.open();
+    storing.join();
+    writer->close();
+    storer->close();
+    EXPECT_EQ(m_client->content(m_key), "nexted");
 }
 
 TEST_F(ConflictTest, TwoProcessesNeverMixTheirVersions) {

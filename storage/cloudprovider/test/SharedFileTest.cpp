@@ -122,6 +122,23 @@ TEST_F(SharedFileTest, AFailureThatTheWriteBackMadeGoodIsNone) {
     }
 }
 
+TEST_F(SharedFileTest, AFailureToSendWhatWasChangedMeanwhileIsNobodys) {
+    storeFourParts();
+    const auto first = openFile(update());
+    const auto second = openFile(update());
+    auto& gate = m_client->gate("uploadPart");
+    m_client->failOperation("uploadPart");
+    write(first, "X");
+    std::thread leaver([&] { EXPECT_FALSE(errorCodeOf([&] { first->seek(20, std::ios_base::beg); })); });
+    ASSERT_TRUE(gate.waitForArrivals());
+    write(second, "Y");
+    gate.open();
+    leaver.join();
+    first->close();
+    second->close();
+    EXPECT_EQ(m_client->content(m_key), "Y" + m_content.substr(1));
+}
+
 TEST_F(SharedFileTest, WhatAClosedStreamCountsOnIsNotAbandoned) {
     struct Row {
         const char* name;

@@ -167,4 +167,24 @@ TEST_F(StoreStreamTest, APartThatGrowsWhileItIsSentIsStoredAsItWas) {
     }
 }
 
+// The second part is to be copied by the store when somebody changes it.
+TEST_F(StoreStreamTest, APartThatIsChangedBeforeItIsReusedIsSent) {
+    m_client->storeParts(m_key, "0123456789abcdefghi", {8, 8, 3});
+    const auto storer = openFile(update());
+    const auto writer = openFile(update());
+    write(storer, "X");
+    writer->seek(8, std::ios_base::beg);
+    TraceGate inWrite("OpenPartBuffer::increaseSize(");
+    std::thread writing([&] { write(writer, "Y"); });
+    ASSERT_TRUE(inWrite.waitForArrival());
+    auto& inStore = m_client->gate("uploadPart");
+    std::thread storing([&] { storeStream(*storer); });
+    ASSERT_TRUE(inStore.waitForArrivals());
+    inWrite.open();
+    writing.join();
+    inStore.open();
+    storing.join();
+    EXPECT_EQ(m_client->content(m_key), "X1234567Y9abcdefghi");
+}
+
 }  // namespace storage::cloudprovider::test
