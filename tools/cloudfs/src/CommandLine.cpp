@@ -29,6 +29,8 @@ constexpr int kWrongUsage = 2;
 const char* const kFlagWithoutValue = "true";
 
 const char* const kPathHelp = "A path in the store, such as /a/b.txt";
+const char* const kRepetitionHelp =
+    "Begins again, for up to a minute, when somebody else changes the file meanwhile.\n";
 const char* const kLocalInHelp = "A local file, or - for standard input";
 
 template <typename Number>
@@ -192,6 +194,7 @@ void CommandLine::defineWriting() {
     auto& appendCommand = define(
         "append", "Add bytes at the end of a file, which is made if absent", "date | cloudfs append - /log.txt",
         [](const Session& session, const Arguments& arguments) { append(session, arguments.local, arguments.path); });
+    appendCommand.footer(kRepetitionHelp + appendCommand.get_footer());
     appendCommand.add_option("LOCAL", m_arguments.local, kLocalInHelp)->required();
     appendCommand.add_option("PATH", m_arguments.path, kPathHelp)->required();
 
@@ -200,6 +203,7 @@ void CommandLine::defineWriting() {
                "cloudfs write --at 4096 patch.bin /disk.img", [](const Session& session, const Arguments& arguments) {
                    writeAt(session, parseOffset(arguments.offset), arguments.local, arguments.path);
                });
+    writeCommand.footer(kRepetitionHelp + writeCommand.get_footer());
     writeCommand
         .add_option("--at", m_arguments.offset, "Where to begin, in bytes; what lies beyond the end reads as zeros")
         ->type_name("OFFSET")

@@ -75,6 +75,9 @@ ErrorCode toErrorCode(int error) {
 Failure::Failure(ErrorCode code, const std::string& path, const std::string& cause)
     : std::runtime_error(compose(code, path, cause)) {}
 
+StreamFailure::StreamFailure(ErrorCode code, const std::string& path, const std::string& cause)
+    : Failure(code, path, cause), m_code(code) {}
+
 void throwLocalFailure(const std::string& path, int error) {
     throw Failure(toErrorCode(error), path, std::generic_category().message(error));
 }

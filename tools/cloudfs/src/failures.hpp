@@ -31,16 +31,27 @@ public:
     Failure(foundation::storage::provider::ErrorCode code, const std::string& path, const std::string& cause);
 };
 
+/// A failed operation of a stream of the store, with the code that its caller may branch on.
+class StreamFailure : public Failure, public foundation::storage::provider::ErrorCoded {
+public:
+    StreamFailure(foundation::storage::provider::ErrorCode code, const std::string& path, const std::string& cause);
+
+    foundation::storage::provider::ErrorCode getErrorCode() const noexcept override { return m_code; }
+
+private:
+    const foundation::storage::provider::ErrorCode m_code;
+};
+
 /// Throw the Failure of a system call on a local path. error is an errno value.
 [[noreturn]] void throwLocalFailure(const std::string& path, int error);
 
-/// Run an operation of a stream: its failures, which know no path, become Failures of the path.
+/// Run an operation of a stream: its failures, which know no path, become StreamFailures of the path.
 template <typename Operation>
 auto namingPath(const std::string& path, Operation operation) {
     try {
         return operation();
     } catch (const foundation::storage::provider::ByteStreamFailure& failure) {
-        throw Failure(failure.getErrorCode(), path, failure.getContext().getMessage());
+        throw StreamFailure(failure.getErrorCode(), path, failure.getContext().getMessage());
     }
 }
 

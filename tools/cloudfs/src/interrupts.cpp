@@ -6,6 +6,7 @@
 
 #include <poll.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -96,6 +97,19 @@ void waitUntilReady(int descriptor, short events) {
     do {
         foundation::utInterruptState::ThrowIfInterruptPending();
     } while (::ppoll(&entry, 1, nullptr, &block.mask()) < 0 && errno == EINTR);
+}
+
+void pauseFor(std::chrono::nanoseconds duration) {
+    using Clock = std::chrono::steady_clock;
+    const SignalBlock block;
+    const auto end = Clock::now() + duration;
+    timespec timeout{};
+    do {
+        foundation::utInterruptState::ThrowIfInterruptPending();
+        const auto left = std::max<std::chrono::nanoseconds>(end - Clock::now(), std::chrono::nanoseconds(0));
+        const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(left);
+        timeout = {seconds.count(), (left - seconds).count()};
+    } while (::ppoll(nullptr, 0, &timeout, &block.mask()) < 0 && errno == EINTR);
 }
 
 }  // namespace cloudfs

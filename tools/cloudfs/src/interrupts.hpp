@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <chrono>
 #include <optional>
 
 namespace cloudfs {
@@ -17,5 +18,8 @@ std::optional<int> interruptingSignal();
 ///
 /// Errors   OperationInterrupted, also for a signal that came just before.
 void waitUntilReady(int descriptor, short events);
+
+/// Wait for that long, not at all when it is not positive. Errors: as waitUntilReady, at once.
+void pauseFor(std::chrono::nanoseconds duration);
 
 }  // namespace cloudfs

@@ -4,6 +4,7 @@
 #include "LocalSource.hpp"
 #include "LocalTree.hpp"
 #include "ProgressBar.hpp"
+#include "RepeatedEdit.hpp"
 #include "StoreFile.hpp"
 #include "StorePath.hpp"
 #include "failures.hpp"
@@ -103,30 +104,32 @@ void append(const Session& session, const std::string& local, const std::string&
     const StorePath storePath(path);
     failIfMeansFolder(storePath);
     failIfStore(session, local);
-    LocalSource source(local);
+    LocalSource source(local, LocalSource::Reading::Repeated);
     const auto provider = session.open(MissingStore::Create);
     failIfFolder(*provider, storePath);
-    ProgressBar progress(source.size());
-    StoreFileWriter writer(*provider, storePath, kAppend);
-    const auto appended = writer.writeAll(source, progress);
-    writer.store(progress);
-    // A stream that wrote nothing leaves an absent file absent.
-    if (appended == 0 && !provider->fileExists(storePath.iri())) {
-        provider->createFile(storePath.iri());
-    }
+    RepeatedEdit(source).run([&](ProgressBar& progress) {
+        StoreFileWriter writer(*provider, storePath, kAppend);
+        const auto appended = writer.writeAll(source, progress);
+        writer.store(progress);
+        // A stream that wrote nothing leaves an absent file absent.
+        if (appended == 0 && !provider->fileExists(storePath.iri())) {
+            provider->createFile(storePath.iri());
+        }
+    });
 }
 
 void writeAt(const Session& session, std::int64_t offset, const std::string& local, const std::string& path) {
     const StorePath storePath(path);
     failIfStore(session, local);
-    LocalSource source(local);
+    LocalSource source(local, LocalSource::Reading::Repeated);
     const auto provider = session.open(MissingStore::Refuse);
     failIfFolder(*provider, storePath);
-    ProgressBar progress(source.size());
-    StoreFileWriter writer(*provider, storePath, kOverwrite);
-    writer.seek(offset);
-    writer.writeAll(source, progress);
-    writer.store(progress);
+    RepeatedEdit(source).run([&](ProgressBar& progress) {
+        StoreFileWriter writer(*provider, storePath, kOverwrite);
+        writer.seek(offset);
+        writer.writeAll(source, progress);
+        writer.store(progress);
+    });
 }
 
 }  // namespace cloudfs

@@ -12,7 +12,8 @@ namespace cloudfs {
 /// Errors, for all functions here: see main.cpp.
 void put(const Session& session, const std::string& local, const std::string& path, bool isRecursive);
 
-/// Add a local file's bytes at the end of a file of the store, which is made if absent.
+/// Add a local file's bytes at the end of a file of the store, which is made if absent. Begins again, as writeAt does,
+/// when the file is in use; see RepeatedEdit.
 void append(const Session& session, const std::string& local, const std::string& path);
 
 /// Overwrite an existing file's bytes from offset on with a local file's; the rest stays.

@@ -676,6 +676,65 @@ class Interrupts(Case):
                 self.assertEqual(self.store_content(), {"f": b"whole"})
 
 
+class Writers(Case):
+    """Several processes that change one file at once."""
+
+    COUNT = 8
+
+    def run_together(self, jobs):
+        """Run jobs of arguments and standard input: all start before one gets input, and all have to succeed."""
+        processes = [self.start(*arguments, stdin=subprocess.PIPE, stderr=subprocess.PIPE) for arguments, _ in jobs]
+        for process, (_, data) in zip(processes, jobs):
+            process.stdin.write(data)
+            process.stdin.close()
+        for process in processes:
+            self.assertEqual((process.wait(2 * DEADLINE_SECONDS), process.stderr.read()), (DONE, b""))
+        self.assert_no_temporary_files()
+
+    def test_lines_appended_at_once_are_all_there(self):
+        lines = [b"line %d\n" % number for number in range(self.COUNT)]
+        files = [self.local(f"line{number}", line) for number, line in enumerate(lines)]
+        for source, old in [("file", []), ("file", [b"old\n"]), ("input", []), ("input", [b"old\n"])]:
+            with self.subTest(source=source, old=old):
+                if old:
+                    self.ok("put", "-", "/f", data=old[0])
+                self.run_together([(["append", file, "/f"], b"") if source == "file" else (["append", "-", "/f"], line)
+                                   for file, line in zip(files, lines)])
+                self.assertEqual(sorted(self.ok("cat", "/f").splitlines(True)), sorted(lines + old))
+                self.ok("rm", "/f")
+
+    def test_bytes_written_at_once_in_several_places_are_all_there(self):
+        expected = bytearray(self.COUNT * PART)
+        self.ok("put", "-", "/f", data=bytes(expected))
+        jobs = []
+        for number in range(self.COUNT):
+            offset, data = number * PART // 2, b"writer %d" % number
+            expected[offset:offset + len(data)] = data
+            jobs.append((["write", "--at", str(offset), "-", "/f"], data))
+        self.run_together(jobs)
+        self.assertEqual(self.ok("cat", "/f"), bytes(expected))
+
+    def test_an_edit_begins_again_with_all_of_its_input(self):
+        fifo = os.path.join(self.work, "fifo")
+        os.mkfifo(fifo)
+        data = os.urandom(4 * PART + 65536)
+        for local, old in [("-", b"old"), ("fifo", b""), ("fifo", os.urandom(2 * PART))]:
+            for command in [["append"], ["write", "--at", "1"]]:
+                with self.subTest(local=local, command=command):
+                    self.ok("put", "-", "/f", data=old)
+                    process = self.start(*command, local, "/f", stdin=subprocess.PIPE, stderr=subprocess.PIPE)
+                    with process.stdin if local == "-" else open(fifo, "wb") as writer:
+                        # More than a pipe holds: when it is written, the file is open and partly written.
+                        writer.write(data)
+                        writer.flush()
+                        self.ok("append", "-", "/f", data=b"other")
+                    self.assertEqual((process.wait(DEADLINE_SECONDS), process.stderr.read()), (DONE, b""))
+                    stored = old + b"other"
+                    offset = len(stored) if command == ["append"] else 1
+                    self.assertEqual(self.ok("cat", "/f"), stored[:offset] + data + stored[offset + len(data):])
+                    self.assert_no_temporary_files()
+
+
 class Progress(Case):
     def test_a_long_transfer_draws_a_bar_on_a_terminal_and_takes_it_away(self):
         master, slave = pty.openpty()
