@@ -255,7 +255,11 @@ std::unique_ptr<ByteStream> CloudProvider::doOpenStream(const StorageIRI& iri,
                                                         const ByteStreamOpenOptions& options) const {
     CLOUDPROVIDER_TRACE_FUNCTION();
     CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri, " options=", options);
-    return openForWriting(iri, options, ExpectedObject::anything());
+    return translatingErrors(iri, [&] {
+        const auto resolved = getResolvedIRI(iri);
+        failIfRoot(resolved);
+        return OpenFileManager::instance().openReadWrite(resolved, options, m_client);
+    });
 }
 
 std::unique_ptr<ByteStream> CloudProvider::doOpenReadOnlyStream(const StorageIRI& iri) const {
@@ -372,7 +376,7 @@ void CloudProvider::createEmptyObject(const std::string& key) const {
     try {
         m_client->putObjectOver(key, nothing, 0, ExpectedObject::absent());
     } catch (const ResourceInUseException&) {
-        if (m_client->getObjectInfo(key)) {
+        if (mayTellVersions(*m_client) && m_client->getObjectInfo(key)) {
             throw ResourceAlreadyExistsException();
         }
         throw;
@@ -389,24 +393,16 @@ void CloudProvider::failIfOpen(const StorageIRI& resolved) const {
 // its content with the stream opened here instead of being replaced.
 FileTransfer CloudProvider::openTransfer(const StorageIRI& source, const StorageIRI& destination,
                                          const ExpectedObject& replaced) const {
-    constexpr ByteStreamOpenOptions kReplace{
-        ByteStreamOpenOptions::Access::WriteOnly, ByteStreamOpenOptions::ExistingContent::Discard,
-        ByteStreamOpenOptions::Presence::Optional, ByteStreamOpenOptions::WriteMode::Positioned};
     if (OpenFileManager::instance().isOpen(resolvedForHost(destination), m_client)) {
         throw Exception(ErrorCode::InUse, destination);
     }
     auto sourceStream = doOpenReadOnlyStream(source);
-    FileTransfer::Destination destinationStream(openForWriting(destination, kReplace, replaced).release());
-    return {std::move(sourceStream), std::move(destinationStream)};
-}
-
-std::unique_ptr<ByteStream> CloudProvider::openForWriting(const StorageIRI& iri, const ByteStreamOpenOptions& options,
-                                                          const ExpectedObject& discarded) const {
-    return translatingErrors(iri, [&] {
-        const auto resolved = getResolvedIRI(iri);
+    auto destinationStream = translatingErrors(destination, [&] {
+        const auto resolved = getResolvedIRI(destination);
         failIfRoot(resolved);
-        return OpenFileManager::instance().openReadWrite(resolved, options, m_client, discarded);
+        return OpenFileManager::instance().openReplacement(resolved, m_client, replaced);
     });
+    return {std::move(sourceStream), FileTransfer::Destination(destinationStream.release())};
 }
 
 bool CloudProvider::isSameFile(const StorageIRI& source, const StorageIRI& destination) const {

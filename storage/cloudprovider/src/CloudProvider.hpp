@@ -70,10 +70,6 @@ private:
     FileTransfer openTransfer(const StorageIRI& source, const StorageIRI& destination,
                               const ExpectedObject& replaced) const;
 
-    // discarded: what a file opened with Discard may be stored over.
-    std::unique_ptr<ByteStream> openForWriting(const StorageIRI& iri, const ByteStreamOpenOptions& options,
-                                               const ExpectedObject& discarded) const;
-
     // Whether both name one existing file, so that there is nothing to transfer. An absent one is not found.
     bool isSameFile(const StorageIRI& source, const StorageIRI& destination) const;
 

@@ -5,6 +5,8 @@
 
 namespace storage::cloudprovider {
 
+EditedVersion::EditedVersion(bool storeMayTell) : m_storeMayTell(storeMayTell) {}
+
 std::string EditedVersion::get() const {
     const std::lock_guard lock(m_mutex);
     return m_expected.getVersion();
@@ -15,9 +17,21 @@ ExpectedObject EditedVersion::expected() const {
     return m_expected;
 }
 
-void EditedVersion::set(ExpectedObject expected) {
+bool EditedVersion::mayBeTold() const {
     const std::lock_guard lock(m_mutex);
-    m_expected = std::move(expected);
+    return m_storeMayTell;
+}
+
+void EditedVersion::replace(const ExpectedObject& expected) {
+    auto replaced = expected;
+    const std::lock_guard lock(m_mutex);
+    m_expected = std::move(replaced);
+}
+
+void EditedVersion::editOf(std::optional<std::string> version) {
+    const std::lock_guard lock(m_mutex);
+    m_storeMayTell = m_storeMayTell && !(version && version->empty());
+    m_expected = version ? ExpectedObject::version(std::move(*version)) : ExpectedObject::absent();
 }
 
 }  // namespace storage::cloudprovider

@@ -4,24 +4,36 @@
 #include <storage/cloudprovider/ExtendedCloudClient.hpp>
 
 #include <mutex>
+#include <optional>
 #include <string>
 
 namespace storage::cloudprovider {
 
 /// Which version of its object an open file is an edit of: the one that unchanged bytes are taken from, and the only
-/// one that storing the file may replace. Threads: any.
+/// one that storing the file may replace. Until it is told, that is whatever is there. Threads: any.
 class EditedVersion {
 public:
+    /// storeMayTell: whether the store may tell versions apart, as far as is known.
+    explicit EditedVersion(bool storeMayTell);
+
     /// The version that unchanged bytes are taken from; empty when the store cannot tell, or nothing is stored.
     std::string get() const;
 
-    /// What storing the file may replace: until it is told, whatever is there.
+    /// What storing the file may replace.
     ExpectedObject expected() const;
 
-    void set(ExpectedObject expected);
+    /// Whether asking the store for a version may tell anything. Not once it has answered an empty one.
+    bool mayBeTold() const;
+
+    /// The file replaces what is expected, without taking anything from it.
+    void replace(const ExpectedObject& expected);
+
+    /// The file is an edit of the object that has that version; nothing: there is no object.
+    void editOf(std::optional<std::string> version);
 
 private:
     mutable std::mutex m_mutex;  // guards what follows; a leaf
+    bool m_storeMayTell;
     ExpectedObject m_expected = ExpectedObject::anything();
 };
 

@@ -117,6 +117,7 @@ std::string MultipartUploadManager::complete(const std::vector<PartInfo>& parts,
         version = m_context->client->completeUploadOver(m_context->key, m_uploadId, parts, expected);
         m_uploadId.clear();
         m_uploadStarted = false;
+        m_lastTag.clear();
     }
     return version;
 }
@@ -132,13 +133,6 @@ void MultipartUploadManager::cancel() {
     if (wasStarted) {
         m_context->client->abortMultipartUpload(m_context->key, uploadId);
     }
-}
-
-void MultipartUploadManager::forget() noexcept {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    const std::lock_guard lock(m_mutex);
-    m_uploadStarted = false;
-    m_uploadId.clear();
 }
 
 void MultipartUploadManager::setLastTag(std::string tag) {
@@ -194,7 +188,9 @@ std::string MultipartUploadManager::acquireUploadId() {
 }
 
 MultipartUploadManager::Tasks::iterator MultipartUploadManager::findQueued(std::uint64_t index) {
-    return std::find_if(m_queue.begin(), m_queue.end(), [index](const Task& task) { return task.index == index; });
+    const auto isIt = [index](const Task& task) { return task.index == index; };
+    assert(std::count_if(m_queue.begin(), m_queue.end(), isIt) <= 1 && "a part is queued at most once");
+    return std::find_if(m_queue.begin(), m_queue.end(), isIt);
 }
 
 // The oldest task of a part that no other task is busy with.

@@ -52,18 +52,15 @@ public:
     void rerunFailedUploads();
 
     /// Complete the upload with these parts, in order and with their tags, over what is expected; answers the version
-    /// that was stored. Does nothing when no upload was started. When it fails the upload is left: for cancel, or for
-    /// forget if it turns out to be completed.
+    /// that was stored. Does nothing when no upload was started. When it fails the upload is left for cancel.
     std::string complete(const std::vector<PartInfo>& parts, const ExpectedObject& expected);
 
     /// Give the upload up with all tasks that do not run; does nothing when none was started. It is forgotten even if
     /// the client fails.
     void cancel();
 
-    /// Forget an upload that has ended.
-    void forget() noexcept;
-
-    /// Set the tag that the upload will be started with, until a part is sent.
+    /// Set the tag that the upload will be started with, until a part is sent. A completed upload leaves none: how the
+    /// store names the parts now is not known.
     void setLastTag(std::string tag);
 
     /// Whether an upload was started and has not ended, or a task is queued.

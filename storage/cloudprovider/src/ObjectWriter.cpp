@@ -4,7 +4,6 @@
 #include "ObjectReplacedException.hpp"
 #include "ScopeGuard.hpp"
 #include "Trace.hpp"
-#include "extendClient.hpp"
 #include "translateException.hpp"
 
 #include <boost/iostreams/device/array.hpp>
@@ -69,7 +68,7 @@ void ObjectWriter::put(const char* data, std::uint64_t size, Bytes bytes) {
     CLOUDPROVIDER_TRACE_FUNCTION();
     CLOUDPROVIDER_TRACE_ARGUMENTS(" size=", size);
     const auto expected = m_context->version.expected();
-    const bool canLook = mayTellVersions(*m_context->client) && !expected.isAnything();
+    const bool canLook = m_context->version.mayBeTold() && !expected.isAnything();
     Attempt attempt{{}, data, size, nullptr};
     if (canLook && bytes == Bytes::MayChange) {
         copyBytes(attempt);
@@ -85,24 +84,27 @@ void ObjectWriter::put(const char* data, std::uint64_t size, Bytes bytes) {
         }
         return;
     }
-    m_context->version.set(ExpectedObject::version(std::move(version)));
+    m_context->version.editOf(std::move(version));
 }
 
-void ObjectWriter::complete(MultipartUploadManager& upload, const std::vector<PartInfo>& records) {
+// The upload is aborted before the store is asked, lest its completion takes effect after the answer.
+void ObjectWriter::complete(MultipartUploadManager& upload, std::vector<PartInfo> records) {
     CLOUDPROVIDER_TRACE_FUNCTION();
+    Attempt attempt{std::move(records), nullptr, 0, nullptr};  // before anything can fail that has to be looked into
     std::string version;
     try {
-        version = upload.complete(records, m_context->version.expected());
+        version = upload.complete(attempt.records, m_context->version.expected());
     } catch (...) {
         traceCaughtException();
-        const ScopeGuard cancel([&upload] { upload.cancel(); });
-        if (!mayTellVersions(*m_context->client) || !wasStored({records, nullptr, 0, nullptr})) {
+        {
+            const ScopeGuard cancel([&upload] { upload.cancel(); });
+        }
+        if (!m_context->version.mayBeTold() || !wasStored(std::move(attempt))) {
             throw;
         }
-        upload.forget();
         return;
     }
-    m_context->version.set(ExpectedObject::version(std::move(version)));
+    m_context->version.editOf(std::move(version));
 }
 
 // After a failure: whether the attempt took effect all the same. When the store does not tell, later attempts ask
@@ -131,7 +133,7 @@ ObjectWriter::Outcome ObjectWriter::look(const Attempt& attempt) const {
         return Outcome::NotStored;
     }
     if (stored && isOurs(*stored, attempt)) {
-        m_context->version.set(ExpectedObject::version(*version));
+        m_context->version.editOf(*version);
         return Outcome::Stored;
     }
     return expected.isAnything() ? Outcome::NotStored : Outcome::Replaced;

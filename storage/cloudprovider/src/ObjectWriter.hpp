@@ -36,7 +36,7 @@ public:
     void put(const char* data, std::uint64_t size, Bytes bytes);
 
     /// Complete an upload with the records of its parts. When it fails the upload is gone, too, with all that it had.
-    void complete(MultipartUploadManager& upload, const std::vector<PartInfo>& records);
+    void complete(MultipartUploadManager& upload, std::vector<PartInfo> records);
 
 private:
     // What was to be stored: parts with the upload's tags, or bytes.

@@ -97,6 +97,10 @@ void OpenFileByteStream::store() {
     m_partManager->storeChanges();
 }
 
+void OpenFileByteStream::storeAtClose() noexcept {
+    m_storesAtClose = true;
+}
+
 void OpenFileByteStream::requireOpen() const {
     failIfClosed<ByteStreamWriteFailure>(m_partManager);
 }
@@ -203,8 +207,17 @@ void OpenFileByteStream::doClose() {
         record([&] { partManager->closePart(std::move(device)); });
     }
     bool isStored = false;
+    if (partManager && m_storesAtClose) {
+        record([&] {
+            partManager->storeChanges();
+            isStored = true;
+        });
+        if (!isStored) {
+            partManager->abandonChanges();
+        }
+    }
     if (partManager) {
-        record([&] { isStored = partManager->unregisterByteStream(m_lastChange); });
+        record([&] { isStored = partManager->unregisterByteStream(m_lastChange) || isStored; });
     }
     partManager.reset();
     if (failure && !isStored) {

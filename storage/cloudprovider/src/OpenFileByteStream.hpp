@@ -34,6 +34,7 @@ public:
 
     bool abandon() override;
     void store() override;
+    void storeAtClose() noexcept override;
 
     /// Throw ByteStreamWriteFailure when the stream is closed.
     void requireOpen() const;
@@ -55,6 +56,7 @@ private:
 
     std::uint64_t m_fileOffset = 0;
     bool m_isAtEnd = false;  // no part could be opened at the position
+    bool m_storesAtClose = false;
     std::optional<ChangePoint> m_lastChange;
     const WriteMode m_writeMode;
     std::unique_ptr<OpenPartDevice> m_device;        // the part that the position lies in, or empty

@@ -26,6 +26,7 @@ OpenFileContext::OpenFileContext(foundation::storage::provider::StorageIRI fileI
       client(extendClient(std::move(cloudClient))),
       bufferFactory(std::move(factory)),
       partSize(usablePartSize(readPartSize())),
-      downloadedPartCacheSize(readDownloadedPartCacheSize()) {}
+      downloadedPartCacheSize(readDownloadedPartCacheSize()),
+      version(mayTellVersions(*client)) {}
 
 }  // namespace storage::cloudprovider

@@ -77,13 +77,12 @@ std::unique_ptr<ByteStream> OpenFileManager::openReadOnly(const StorageIRI& iri,
     auto stream = std::make_unique<OpenFileByteStream>(ByteStreamOpenOptions::WriteMode::Positioned);
     auto& inner = *stream;
     auto readOnly = std::make_unique<ReadOnlyByteStream>(std::move(stream));
-    open(inner, iri, {ExistingContent::Preserve, Presence::Required, ExpectedObject::anything()}, client);
+    open(inner, iri, {ExistingContent::Preserve, Presence::Required}, client);
     return readOnly;
 }
 
 std::unique_ptr<ByteStream> OpenFileManager::openReadWrite(const StorageIRI& iri, const ByteStreamOpenOptions& options,
-                                                           const std::shared_ptr<CloudClient>& client,
-                                                           const ExpectedObject& discarded) {
+                                                           const std::shared_ptr<CloudClient>& client) {
     CLOUDPROVIDER_TRACE_FUNCTION();
     CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri, " options=", options);
     auto stream = std::make_unique<OpenFileByteStream>(options.writeMode);
@@ -94,8 +93,21 @@ std::unique_ptr<ByteStream> OpenFileManager::openReadWrite(const StorageIRI& iri
     } else {
         result = std::move(stream);
     }
-    open(inner, iri, {options.existingContent, options.presence, discarded}, client);
+    open(inner, iri, {options.existingContent, options.presence}, client);
     return result;
+}
+
+std::unique_ptr<ByteStream> OpenFileManager::openReplacement(const StorageIRI& iri,
+                                                             const std::shared_ptr<CloudClient>& client,
+                                                             const ExpectedObject& expected) {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri);
+    auto stream = std::make_unique<OpenFileByteStream>(ByteStreamOpenOptions::WriteMode::Positioned);
+    auto& inner = *stream;
+    auto writeOnly = std::make_unique<WriteOnlyByteStream>(std::move(stream));
+    open(inner, iri, {ExistingContent::Discard, Presence::Optional, expected, true}, client);
+    inner.storeAtClose();
+    return writeOnly;
 }
 
 // The last step of opening: what comes to be counted is whole, and is handed to the caller.
@@ -120,6 +132,9 @@ OpenFileManager::Acquired OpenFileManager::acquirePartManager(const StorageIRI& 
         }
         if (auto manager = known != m_table.end() ? known->second.manager.lock() : nullptr) {
             lock.unlock();
+            if (opening.mustBeFirst) {
+                throw ResourceInUseException();
+            }
             if (manager->registerByteStream()) {
                 return {std::move(manager), false};
             }
@@ -149,7 +164,7 @@ std::shared_ptr<OpenPartManager> OpenFileManager::makePartManager(const StorageI
     if (opening.existingContent == ExistingContent::Preserve) {
         isKnownToExist = manager->initPreserveExisting(mustExist);
     } else {
-        context->version.set(opening.discarded);
+        context->version.replace(opening.discarded);
         if (mustExist && !context->client->getObjectInfo(context->key)) {
             throw ResourceNotFoundException();
         }

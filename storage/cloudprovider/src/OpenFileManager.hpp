@@ -39,10 +39,13 @@ public:
     std::unique_ptr<ByteStream> openReadOnly(const StorageIRI& iri, const std::shared_ptr<CloudClient>& client);
 
     /// While the object is open, its content and presence are those of the open streams, whatever the options say.
-    /// discarded: what a file opened with Discard may be stored over.
     std::unique_ptr<ByteStream> openReadWrite(const StorageIRI& iri, const ByteStreamOpenOptions& options,
-                                              const std::shared_ptr<CloudClient>& client,
-                                              const ExpectedObject& discarded = ExpectedObject::anything());
+                                              const std::shared_ptr<CloudClient>& client);
+
+    /// Open the object to be written anew, over what is expected; closing the stream stores it whoever else has it open
+    /// by then, or fails. ResourceInUseException when the object is open.
+    std::unique_ptr<ByteStream> openReplacement(const StorageIRI& iri, const std::shared_ptr<CloudClient>& client,
+                                                const ExpectedObject& expected);
 
     /// Whether the object is open or being opened. Streams that the object was replaced under do not count: their file
     /// is no longer the object's.
@@ -59,7 +62,8 @@ private:
     struct Opening {
         ByteStreamOpenOptions::ExistingContent existingContent;
         ByteStreamOpenOptions::Presence presence;
-        ExpectedObject discarded;
+        ExpectedObject discarded = ExpectedObject::anything();  // what a discarded content may be stored over
+        bool mustBeFirst = false;
     };
     /// A manager that has counted a stream, and whether that is the first one.
     struct Acquired {

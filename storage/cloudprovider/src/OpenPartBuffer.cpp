@@ -426,6 +426,7 @@ OpenPartHold OpenPartHold::adopt(std::shared_ptr<OpenPartBuffer> part) {
 }
 
 bool OpenPartHold::close() {
+    assert(m_part && "a hold is given up once");
     return std::exchange(m_part, nullptr)->decrementOpenCount();
 }
 

@@ -79,8 +79,9 @@ bool OpenPartManager::initPreserveExisting(bool requirePresent) {
     if (!stored && requirePresent) {
         throw ResourceNotFoundException();
     }
-    m_context->version.set(stored ? ExpectedObject::version(std::move(stored->Version)) : ExpectedObject::absent());
-    auto layout = checkedLayout(stored ? std::move(stored->Parts) : std::vector<PartInfo>(1), m_context->key);
+    m_context->version.editOf(stored ? std::optional(std::move(stored->Version)) : std::nullopt);
+    const bool isDivided = stored && !stored->Parts.empty();
+    auto layout = checkedLayout(isDivided ? std::move(stored->Parts) : std::vector<PartInfo>(1), m_context->key);
     m_uploadManager->setLastTag(layout.front().Tag);
 
     std::vector<Part> parts;
@@ -137,26 +138,36 @@ std::uint64_t OpenPartManager::getFileSize() const {
 }
 
 std::uint64_t OpenPartManager::findPartIndex(std::uint64_t fileOffset) const {
-    const std::lock_guard lock(m_partsMutex);
-    return findPartIndexLocked(fileOffset);
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    CLOUDPROVIDER_TRACE_ARGUMENTS(" fileOffset=", fileOffset);
+    std::unique_lock lock(m_partsMutex);
+    const auto part =
+        std::upper_bound(m_parts.begin(), m_parts.end(), fileOffset,
+                         [](std::uint64_t offset, const Part& candidate) { return offset < candidate->capacityEnd(); });
+    std::uint64_t partIndex = static_cast<std::uint64_t>(part - m_parts.begin());
+    if (part == m_parts.end()) {
+        partIndex += (fileOffset - m_parts.back()->capacityEnd()) / m_context->partSize;
+    }
+    lock.unlock();
+    CLOUDPROVIDER_TRACE_ARGUMENTS("partIndex", '=', partIndex);
+    return partIndex;
 }
 
+// The index of the part that an offset lies in never changes, also when the file grows meanwhile.
 std::unique_ptr<OpenPartDevice> OpenPartManager::openPart(std::uint64_t fileOffset, bool createIfNonExistent) {
     CLOUDPROVIDER_TRACE_FUNCTION();
     CLOUDPROVIDER_TRACE_ARGUMENTS(" fileOffset=", fileOffset, " createIfNonExistent=", createIfNonExistent);
     const SharedGate gate(m_streamGate);
+    const auto partIndex = findPartIndex(fileOffset);
     while (true) {
         std::unique_lock lock(m_partsMutex);
-        const auto partIndex = findPartIndexLocked(fileOffset);
         if (!createIfNonExistent && fileOffset >= m_parts.back()->end()) {
             return nullptr;
         }
         const Part part = partIndex < m_parts.size() ? m_parts[partIndex] : nullptr;
         lock.unlock();
-        const auto open = [&] { return part ? std::optional<OpenPartHold>(part) : openNewPart(partIndex); };
-        if (auto hold = retiringWhenReplaced(open)) {
-            const auto position = std::min(hold->part()->capacity(), fileOffset - hold->part()->offset());
-            auto device = std::make_unique<OpenPartDevice>(OpenPartDevice{position, std::move(*hold)});
+        if (auto device = part ? retiringWhenReplaced([&] { return openDevice(part, fileOffset); })
+                               : openNewPart(partIndex, fileOffset)) {
             m_cache.remove(device->hold.part());
             return device;
         }
@@ -232,13 +243,16 @@ void OpenPartManager::flushMultiPartFile(const std::vector<Part>& parts) {
     std::vector<Part> stored;  // stores refuse parts without bytes
     std::copy_if(parts.begin(), parts.end(), std::back_inserter(stored),
                  [](const Part& part) { return part->size() != 0; });
+    // What fails while it is changed is left for transferMissing, so that afterwards nothing may have been started.
+    bool isChanged = m_uploadManager->isActive();
     for (const auto& part : stored) {
         if (part->localDataVersion() == LocalDataVersion::NEW) {
+            isChanged = true;
             scheduleUpload(part);
         }
     }
-    if (!m_uploadManager->isActive()) {
-        return;  // nothing was changed
+    if (!isChanged) {
+        return;
     }
     transferMissing(stored);
 
@@ -248,7 +262,7 @@ void OpenPartManager::flushMultiPartFile(const std::vector<Part>& parts) {
         records.push_back(part->uploadedRecord().value());
     }
     try {
-        m_objectWriter.complete(*m_uploadManager, records);
+        m_objectWriter.complete(*m_uploadManager, std::move(records));
     } catch (...) {
         for (const auto& part : parts) {
             part->forgetUpload();
@@ -313,23 +327,17 @@ bool OpenPartManager::isSinglePartFile() const {
     return m_parts.size() == 1;
 }
 
-std::uint64_t OpenPartManager::findPartIndexLocked(std::uint64_t fileOffset) const {
+std::unique_ptr<OpenPartDevice> OpenPartManager::openDevice(const Part& part, std::uint64_t fileOffset) {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    CLOUDPROVIDER_TRACE_ARGUMENTS(" fileOffset=", fileOffset);
-    const auto part =
-        std::upper_bound(m_parts.begin(), m_parts.end(), fileOffset,
-                         [](std::uint64_t offset, const Part& candidate) { return offset < candidate->capacityEnd(); });
-    std::uint64_t partIndex = static_cast<std::uint64_t>(part - m_parts.begin());
-    if (part == m_parts.end()) {
-        partIndex += (fileOffset - m_parts.back()->capacityEnd()) / m_context->partSize;
-    }
-    CLOUDPROVIDER_TRACE_ARGUMENTS("partIndex", '=', partIndex);
-    return partIndex;
+    OpenPartHold hold(part);
+    const auto position = std::min(part->capacity(), fileOffset - part->offset());
+    return std::make_unique<OpenPartDevice>(OpenPartDevice{position, std::move(hold)});
 }
 
 // Opens the part before it becomes part of the file: when there is no room for its buffer the file has not grown. Empty
 // when another thread made the file grow meanwhile.
-std::optional<OpenPartHold> OpenPartManager::openNewPart(std::uint64_t partIndex) {
+std::unique_ptr<OpenPartDevice> OpenPartManager::openNewPart(std::uint64_t partIndex, std::uint64_t fileOffset) {
+    CLOUDPROVIDER_TRACE_FUNCTION();
     if (partIndex >= kMaxPartCount) {
         throw UnsupportedOperationException(ExceptionContext(m_context->key + " would need more than " +
                                                              std::to_string(kMaxPartCount) + " parts of " +
@@ -340,7 +348,7 @@ std::optional<OpenPartHold> OpenPartManager::openNewPart(std::uint64_t partIndex
     const Part last = m_parts.back();
     lock.unlock();
     if (partIndex < formerCount) {
-        return std::nullopt;
+        return nullptr;
     }
     std::vector<Part> newParts;
     while (formerCount + newParts.size() <= partIndex) {
@@ -349,11 +357,11 @@ std::optional<OpenPartHold> OpenPartManager::openNewPart(std::uint64_t partIndex
         }
         addNewPartTo(newParts, newParts.empty() ? last : newParts.back());
     }
-    OpenPartHold hold(newParts.back());
+    auto device = openDevice(newParts.back(), fileOffset);
 
     lock.lock();
     if (m_parts.size() != formerCount) {
-        return std::nullopt;
+        return nullptr;
     }
     m_parts.insert(m_parts.end(), newParts.begin(), newParts.end());  // all or, for want of memory, none
     m_parts.front()->setIsOnlyPart(false);
@@ -361,11 +369,12 @@ std::optional<OpenPartHold> OpenPartManager::openNewPart(std::uint64_t partIndex
     for (const auto& part : newParts) {
         CLOUDPROVIDER_TRACE_ARGUMENTS("Adding new part with index ", part->index());
     }
-    return hold;
+    return device;
 }
 
 // Behind the previous part's capacity, to which that part is filled before the new one comes into the file.
 void OpenPartManager::addNewPartTo(std::vector<Part>& parts, const Part& previous) const {
+    CLOUDPROVIDER_TRACE_FUNCTION();
     const PartInfo info{previous ? previous->index() + 1 : 0, previous ? previous->capacityEnd() : 0, 0, {}};
     parts.push_back(std::make_shared<OpenPartBuffer>(info, LocalDataVersion::NEW, true, m_context));
 }

@@ -102,11 +102,9 @@ private:
     template <typename Action>
     auto retiringWhenReplaced(Action action);
 
-    std::optional<OpenPartHold> openNewPart(std::uint64_t partIndex);
+    static std::unique_ptr<OpenPartDevice> openDevice(const Part& part, std::uint64_t fileOffset);
+    std::unique_ptr<OpenPartDevice> openNewPart(std::uint64_t partIndex, std::uint64_t fileOffset);
     void addNewPartTo(std::vector<Part>& parts, const Part& previous) const;
-
-    // With m_partsMutex held.
-    std::uint64_t findPartIndexLocked(std::uint64_t fileOffset) const;
 
     const std::shared_ptr<OpenFileContext> m_context;
     const std::unique_ptr<MultipartUploadManager> m_uploadManager;

@@ -49,7 +49,7 @@ void PartReuse::succeed(const PartInfo& record, std::string tag) noexcept {
 }
 
 bool PartReuse::fail() noexcept {
-    return !m_part->storedRecord();
+    return m_part->localDataVersion() != LocalDataVersion::CLOUD;
 }
 
 }  // namespace storage::cloudprovider

@@ -14,6 +14,10 @@ public:
     /// stream is closed.
     virtual void store() = 0;
 
+    /// Let closing store the file whoever else has it open, or else give it up if nobody does: the close is an answer
+    /// then.
+    virtual void storeAtClose() noexcept = 0;
+
 protected:
     ProviderStream() = default;
     ProviderStream(const ProviderStream&) = default;

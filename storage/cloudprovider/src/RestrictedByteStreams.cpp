@@ -24,6 +24,8 @@ void ReadOnlyByteStream::store() {
     m_stream->requireOpen();
 }
 
+void ReadOnlyByteStream::storeAtClose() noexcept {}
+
 std::int64_t ReadOnlyByteStream::doRead(char* buffer, std::int64_t count) {
     return m_stream->read(buffer, count);
 }
@@ -51,6 +53,10 @@ bool WriteOnlyByteStream::abandon() {
 
 void WriteOnlyByteStream::store() {
     m_stream->store();
+}
+
+void WriteOnlyByteStream::storeAtClose() noexcept {
+    m_stream->storeAtClose();
 }
 
 std::int64_t WriteOnlyByteStream::doRead(char* /*buffer*/, std::int64_t /*count*/) {

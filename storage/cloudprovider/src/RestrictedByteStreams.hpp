@@ -20,6 +20,7 @@ public:
 
     bool abandon() override;
     void store() override;
+    void storeAtClose() noexcept override;
 
 private:
     std::int64_t doRead(char* buffer, std::int64_t count) override;
@@ -38,6 +39,7 @@ public:
 
     bool abandon() override;
     void store() override;
+    void storeAtClose() noexcept override;
 
 private:
     std::int64_t doRead(char* buffer, std::int64_t count) override;

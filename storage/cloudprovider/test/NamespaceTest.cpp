@@ -199,6 +199,24 @@ TEST_F(NamespaceTest, AMoveWhoseDestinationIsNotStoredHasLostTheSource) {
     EXPECT_EQ(m_client->content(m_otherKey), "kept");
 }
 
+// A reader that opens the destination shares it, and would be the one to store it.
+TEST_F(NamespaceTest, ATransferIsStoredWhenItReturnsWhoeverHasTheDestinationOpen) {
+    for (const bool isMove : {true, false}) {
+        startAnew();
+        m_client->storeParts(m_key, m_content, {8, 8, 8, 6});
+        auto& gate = m_client->gate("getObject");
+        std::thread transfer([&] {
+            isMove ? move() : m_provider->copyFile(m_file, m_other, ReplacementPolicy::Replace);
+            EXPECT_EQ(m_client->content(m_otherKey), m_content);
+        });
+        ASSERT_TRUE(gate.waitForArrivals());
+        const auto reader = m_provider->openReadOnlyStream(m_other);
+        gate.open();
+        transfer.join();
+        EXPECT_EQ(readAll(reader), m_content);
+    }
+}
+
 TEST_F(NamespaceTest, ACopyThatFailsInWhateverWayLeavesTheDestination) {
     const std::function<void()> faults[] = {[] { throw boost::numeric::positive_overflow(); },
                                             [] { throw Exception(ErrorCode::InUse, IRI()); }, [] { throw 1; }};

@@ -189,26 +189,33 @@ TEST_F(StoreStreamTest, APartThatIsChangedBeforeItIsReusedIsSent) {
 
 // What was sent of a part before it changed must not be stored in place of what fails to be sent now.
 TEST_F(StoreStreamTest, AFailureBesideAWriteDoesNotBringOldBytesBack) {
-    m_client->storeParts(m_key, "0123456789abcdefghi", {8, 8, 3});
-    const auto storer = openFile(update());
-    const auto writer = openFile(update());
-    write(storer, "X");
-    storer->seek(16, std::ios_base::beg);  // the first part is sent
-    storer->seek(0, std::ios_base::beg);
-    write(storer, "YY");
-    writer->seek(2, std::ios_base::beg);
-    TraceGate inWrite("OpenPartBuffer::increaseSize(");
-    std::thread writing([&] { write(writer, "Z"); });
-    ASSERT_TRUE(inWrite.waitForArrival());
-    auto& inStore = m_client->gate("uploadPart");
-    m_client->failOperation("uploadPart");
-    std::thread storing([&] { storeStream(*storer); });
-    ASSERT_TRUE(inStore.waitForArrivals());
-    inWrite.open();
-    writing.join();
-    inStore.open();
-    storing.join();
-    EXPECT_EQ(m_client->content(m_key), "YYZ3456789abcdefghi");
+    for (const std::string failing : {"uploadPart", "startMultipartUpload"}) {
+        SCOPED_TRACE(failing);
+        startAnew();
+        m_client->storeParts(m_key, "0123456789abcdefghi", {8, 8, 3});
+        const auto storer = openFile(update());
+        const auto writer = openFile(update());
+        write(storer, "X");
+        if (failing == "uploadPart") {
+            storer->seek(16, std::ios_base::beg);  // the first part is sent
+            storer->seek(0, std::ios_base::beg);
+        }
+        write(storer, "YY");
+        const auto at = storer->seek(0, std::ios_base::cur);
+        writer->seek(at, std::ios_base::beg);
+        TraceGate inWrite("OpenPartBuffer::increaseSize(");
+        std::thread writing([&] { write(writer, "Z"); });
+        ASSERT_TRUE(inWrite.waitForArrival());
+        auto& inStore = m_client->gate(failing);
+        m_client->failOperation(failing);
+        std::thread storing([&] { storeStream(*storer); });
+        ASSERT_TRUE(inStore.waitForArrivals());
+        inWrite.open();
+        writing.join();
+        inStore.open();
+        storing.join();
+        EXPECT_EQ(m_client->content(m_key), at == 2 ? "YYZ3456789abcdefghi" : "XYYZ456789abcdefghi");
+    }
 }
 
 }  // namespace storage::cloudprovider::test

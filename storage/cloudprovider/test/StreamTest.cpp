@@ -1,10 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "AllocationFaults.hpp"
 #include "EngineTest.hpp"
 #include "OpenFileManager.hpp"
+#include "VersionedFakeClient.hpp"
 #include "tuning.hpp"
 
 #include <storage/cloudprovider/CloudException.hpp>
 #include <storage/cloudprovider/abandonStream.hpp>
+#include <storage/cloudprovider/buildCloudProvider.hpp>
 
 #include <boost/numeric/conversion/cast.hpp>
 
@@ -154,6 +157,14 @@ TEST_F(StreamTest, PartsThatDoNotFollowEachOtherAreRefused) {
     }
     m_client->reportParts(m_key, {{7, 8, 19, "b"}, {3, 0, 8, "a"}});  // only out of order
     EXPECT_EQ(readAll(openForReading()), m_content);
+
+    class Partless : public VersionedFakeClient {
+    public:
+        using VersionedFakeClient::VersionedFakeClient;
+        std::optional<ObjectDescription> describeObject(const std::string&) override { return ObjectDescription(); }
+    };
+    const auto provider = buildCloudProvider(std::make_shared<Partless>(m_client), FolderPolicy::MarkerObjects, false);
+    EXPECT_EQ(readAll(provider->openReadOnlyStream(m_file)), "") << "no parts: an empty object";
 }
 
 TEST_F(StreamTest, AWriteFarBehindTheEndIsRefusedBeforeAnythingChanges) {
@@ -165,6 +176,21 @@ TEST_F(StreamTest, AWriteFarBehindTheEndIsRefusedBeforeAnythingChanges) {
         EXPECT_EQ(stream->seek(0, std::ios_base::end), std::streampos(5));
     }
     EXPECT_EQ(m_client->content(m_key), "small");
+}
+
+TEST_F(StreamTest, AWriteThatFindsNoMemoryDoesNotLengthenTheFile) {
+    bool hasFailed = true;
+    for (std::size_t nth = 1; hasFailed; ++nth) {
+        SCOPED_TRACE(nth);
+        m_client->store(m_key, "small");
+        const auto stream = openFile(update());
+        stream->seek(3 * kPartSize, std::ios_base::beg);
+        AllocationFaults::failNth(nth);
+        const bool isWritten = !errorCodeOf([&] { stream->write("x", 1); });
+        hasFailed = AllocationFaults::hasFailed();
+        AllocationFaults::reset();
+        EXPECT_EQ(stream->seek(0, std::ios_base::end), std::streampos(isWritten ? 3 * kPartSize + 1 : 5));
+    }
 }
 
 TEST_F(StreamTest, ClosedPartsAreReadAgainFromTheCacheUpToItsLimit) {

@@ -449,7 +449,10 @@ std::string FakeCloudClient::put(const std::string& key, std::string bytes, std:
 }
 
 std::string FakeCloudClient::newName(const std::string& kind) {
-    return kind + '-' + std::to_string(++m_lastNumber);
+    // As long as those of real stores: copies of shorter ones need no memory, which would hide that they can fail.
+    constexpr std::size_t kDigits = 32;
+    const auto number = std::to_string(++m_lastNumber);
+    return kind + '-' + std::string(kDigits - number.size(), '0') + number;
 }
 
 }  // namespace storage::cloudprovider::test
