@@ -75,11 +75,21 @@ ExpectedObject replacedUnder(bool replaces) {
 
 std::shared_ptr<IProvider> buildCloudProvider(std::shared_ptr<CloudClient> client, FolderPolicy policy,
                                               bool checkFolderOnCopy) {
-    return std::make_shared<CloudProvider>(std::move(client), policy, checkFolderOnCopy);
+    return buildCloudProvider(std::move(client), policy, checkFolderOnCopy, ProviderOptions());
 }
 
-CloudProvider::CloudProvider(std::shared_ptr<CloudClient> client, FolderPolicy folderPolicy, bool checkFolderOnCopy)
-    : m_client(extendClient(std::move(client))), m_folderPolicy(folderPolicy), m_checkFolderOnCopy(checkFolderOnCopy) {}
+std::shared_ptr<IProvider> buildCloudProvider(std::shared_ptr<CloudClient> client, FolderPolicy policy,
+                                              bool checkFolderOnCopy, const ProviderOptions& options) {
+    return std::make_shared<CloudProvider>(std::move(client), policy, checkFolderOnCopy, options);
+}
+
+CloudProvider::CloudProvider(std::shared_ptr<CloudClient> client, FolderPolicy folderPolicy, bool checkFolderOnCopy,
+                             const ProviderOptions& options)
+    : m_client(extendClient(std::move(client))),
+      m_folderPolicy(folderPolicy),
+      m_checkFolderOnCopy(checkFolderOnCopy),
+      m_engine{options,
+               options.transferThreads == 0 ? nullptr : std::make_shared<TransferPool>(options.transferThreads)} {}
 
 CloudProvider::~CloudProvider() = default;
 
@@ -258,7 +268,7 @@ std::unique_ptr<ByteStream> CloudProvider::doOpenStream(const StorageIRI& iri,
     return translatingErrors(iri, [&] {
         const auto resolved = getResolvedIRI(iri);
         failIfRoot(resolved);
-        return OpenFileManager::instance().openReadWrite(resolved, options, m_client);
+        return OpenFileManager::instance().openReadWrite(resolved, options, m_client, m_engine);
     });
 }
 
@@ -268,7 +278,7 @@ std::unique_ptr<ByteStream> CloudProvider::doOpenReadOnlyStream(const StorageIRI
     return translatingErrors(iri, [&] {
         const auto resolved = getResolvedIRI(iri);
         failIfRoot(resolved);
-        return OpenFileManager::instance().openReadOnly(resolved, m_client);
+        return OpenFileManager::instance().openReadOnly(resolved, m_client, m_engine);
     });
 }
 
@@ -400,7 +410,7 @@ FileTransfer CloudProvider::openTransfer(const StorageIRI& source, const Storage
     auto destinationStream = translatingErrors(destination, [&] {
         const auto resolved = getResolvedIRI(destination);
         failIfRoot(resolved);
-        return OpenFileManager::instance().openReplacement(resolved, m_client, replaced);
+        return OpenFileManager::instance().openReplacement(resolved, m_client, replaced, m_engine);
     });
     return {std::move(sourceStream), FileTransfer::Destination(destinationStream.release())};
 }

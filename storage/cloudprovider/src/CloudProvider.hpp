@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "Engine.hpp"
 #include "FileTransfer.hpp"
 #include "FlatCloudEntryIterator.hpp"
 
@@ -18,7 +19,8 @@ namespace storage::cloudprovider {
 /// Holds nothing that changes: every query goes to the client, and open files live in OpenFileManager. Threads: any.
 class CloudProvider : public foundation::storage::provider::IProvider {
 public:
-    CloudProvider(std::shared_ptr<CloudClient> client, FolderPolicy folderPolicy, bool checkFolderOnCopy);
+    CloudProvider(std::shared_ptr<CloudClient> client, FolderPolicy folderPolicy, bool checkFolderOnCopy,
+                  const ProviderOptions& options);
     ~CloudProvider() override;
 
 private:
@@ -76,6 +78,7 @@ private:
     const std::shared_ptr<ExtendedCloudClient> m_client;
     const FolderPolicy m_folderPolicy;
     const bool m_checkFolderOnCopy;
+    const Engine m_engine;
 };
 
 }  // namespace storage::cloudprovider

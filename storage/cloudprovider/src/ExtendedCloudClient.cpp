@@ -87,6 +87,15 @@ std::string ExtendedCloudClient::copyRange(const std::string& key, const std::st
     return copyPart(key, uploadId, part);
 }
 
+std::vector<PartInfo> ExtendedCloudClient::copyRun(const std::string& key, const std::string& uploadId,
+                                                   const std::vector<PartInfo>& run, const std::string& version) {
+    auto records = run;
+    for (auto& part : records) {
+        part.Tag = copyRange(key, uploadId, part, version);
+    }
+    return records;
+}
+
 std::string ExtendedCloudClient::putObjectOver(const std::string& key, std::istream& data, std::uint64_t size,
                                                const ExpectedObject& /*expected*/) {
     putObject(key, data, size);
@@ -97,6 +106,19 @@ std::string ExtendedCloudClient::completeUploadOver(const std::string& key, cons
                                                     const std::vector<PartInfo>& parts,
                                                     const ExpectedObject& /*expected*/) {
     completeMultipartUpload(key, uploadId, parts);
+    return {};
+}
+
+bool ExtendedCloudClient::copyObject(const std::string& /*from*/, const std::string& /*fromVersion*/,
+                                     const std::string& /*to*/, const ExpectedObject& /*expected*/) {
+    return false;
+}
+
+void ExtendedCloudClient::removeObject(const std::string& key, const std::string& /*version*/) {
+    deleteObject(key);
+}
+
+StoreLimits ExtendedCloudClient::limits() const {
     return {};
 }
 

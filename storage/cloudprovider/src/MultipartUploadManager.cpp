@@ -3,6 +3,7 @@
 
 #include "ObjectReplacedException.hpp"
 #include "Trace.hpp"
+#include "interrupt.hpp"
 #include "translateException.hpp"
 
 #include <boost/iostreams/device/array.hpp>
@@ -10,10 +11,27 @@
 
 #include <algorithm>
 #include <cassert>
+#include <chrono>
 #include <optional>
 #include <utility>
 
 namespace storage::cloudprovider {
+
+namespace {
+
+// How often waiting looks at the host's interrupt.
+constexpr std::chrono::milliseconds kInterruptInterval(100);
+
+// Puts a thread of the pool into the execution context of whoever queued its task.
+class ContextOfTask {
+public:
+    explicit ContextOfTask(bool isMain) noexcept { foundation::setMainExecutionContext(isMain); }
+    ContextOfTask(const ContextOfTask&) = delete;
+    ContextOfTask& operator=(const ContextOfTask&) = delete;
+    ~ContextOfTask() { foundation::setMainExecutionContext(false); }
+};
+
+}  // namespace
 
 // A task on its way: taken out of the queue, and put back in front unless it was done.
 class MultipartUploadManager::RunningTask {
@@ -34,44 +52,57 @@ public:
         if (!m_isDone && m_manager.findQueued(m_task.front().index) == m_manager.m_queue.end()) {
             m_manager.m_queue.splice(m_manager.m_queue.begin(), m_task);
         }
+        m_manager.m_hasFailed = m_manager.m_hasFailed || !m_isDone;
         m_manager.m_taskEnded.notify_all();
     }
 
     void run(ChangedParts changedParts) {
-        auto& part = *m_task.front().part;
-        if (const auto record = part.begin()) {
-            try {
-                part.succeed(*record, m_manager.transfer(*record, part.data()));
-            } catch (...) {
-                const bool isSentAgain = part.fail();
-                if (!isSentAgain || changedParts == ChangedParts::MayFail) {
-                    throw;
-                }
-                traceCaughtException();
-            }
+        while (transferOnce(changedParts)) {
         }
         m_isDone = true;
     }
 
+    bool isMainContext() const { return m_task.front().isMainContext; }
+
 private:
+    // Tells whether the part is to be transferred once more.
+    bool transferOnce(ChangedParts changedParts) {
+        auto& part = *m_task.front().part;
+        const auto record = part.begin();
+        if (!record) {
+            return false;
+        }
+        try {
+            return part.succeed(*record, m_manager.transfer(*record, part.data()));
+        } catch (...) {
+            const bool isSentAgain = part.fail();
+            if (!isSentAgain || changedParts == ChangedParts::MayFail) {
+                throw;
+            }
+            traceCaughtException();
+            return false;
+        }
+    }
+
     MultipartUploadManager& m_manager;
     Tasks m_task;
     bool m_isDone = false;
 };
 
-MultipartUploadManager::MultipartUploadManager(std::shared_ptr<OpenFileContext> context)
-    : m_context(std::move(context)) {}
+MultipartUploadManager::MultipartUploadManager(std::shared_ptr<OpenFileContext> context,
+                                               const std::shared_ptr<TransferPool>& pool)
+    : m_context(std::move(context)), m_pool(pool), m_poolThreads(pool ? pool->mostThreads() : 0) {}
 
 void MultipartUploadManager::asyncUploadPart(std::uint64_t index, std::unique_ptr<PartTransfer> part) {
     CLOUDPROVIDER_TRACE_FUNCTION();
     CLOUDPROVIDER_TRACE_ARGUMENTS(" index=", index);
-    enqueueAndRun({index, std::move(part)});
+    enqueueAndRun(index, std::move(part));
 }
 
 void MultipartUploadManager::asyncReusePart(std::uint64_t index, std::unique_ptr<PartTransfer> part) {
     CLOUDPROVIDER_TRACE_FUNCTION();
     CLOUDPROVIDER_TRACE_ARGUMENTS(" index=", index);
-    enqueueAndRun({index, std::move(part)});
+    enqueueAndRun(index, std::move(part));
 }
 
 std::string MultipartUploadManager::uploadPart(const PartInfo& info, const char* data) {
@@ -97,16 +128,16 @@ std::string MultipartUploadManager::reusePart(const PartInfo& info) {
 void MultipartUploadManager::joinUploads() {
     CLOUDPROVIDER_TRACE_FUNCTION();
     for (bool isDone = false; !isDone;) {
-        runQueue(ChangedParts::MayFail);
-        std::unique_lock lock(m_mutex);
-        m_taskEnded.wait(lock, [this] { return m_runningParts.empty() || findRunnable() != m_queue.end(); });
+        runQueue(ChangedParts::MayFail, 0);
+        waitForTasks();
+        const std::lock_guard lock(m_mutex);
         isDone = m_queue.empty() && m_runningParts.empty();
     }
 }
 
 void MultipartUploadManager::rerunFailedUploads() {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    runQueue(ChangedParts::MustNotFail);
+    runQueue(ChangedParts::MustNotFail, m_poolThreads);
 }
 
 std::string MultipartUploadManager::complete(const std::vector<PartInfo>& parts, const ExpectedObject& expected) {
@@ -125,10 +156,14 @@ std::string MultipartUploadManager::complete(const std::vector<PartInfo>& parts,
 void MultipartUploadManager::cancel() {
     CLOUDPROVIDER_TRACE_FUNCTION();
     Tasks dropped;  // destroyed outside the lock
+    Tasks failed;
     std::unique_lock lock(m_mutex);
+    dropped.swap(m_queue);
+    m_taskEnded.wait(lock, [this] { return m_runningParts.empty(); });
+    failed.swap(m_queue);
+    m_hasFailed = false;
     const bool wasStarted = std::exchange(m_uploadStarted, false);
     const auto uploadId = std::exchange(m_uploadId, std::string());
-    dropped.swap(m_queue);
     lock.unlock();
     if (wasStarted) {
         m_context->client->abortMultipartUpload(m_context->key, uploadId);
@@ -142,35 +177,81 @@ void MultipartUploadManager::setLastTag(std::string tag) {
 
 bool MultipartUploadManager::isActive() const {
     const std::lock_guard lock(m_mutex);
-    return m_uploadStarted || !m_queue.empty();
+    return m_uploadStarted || !m_queue.empty() || !m_runningParts.empty();
 }
 
-void MultipartUploadManager::enqueueAndRun(Task task) {
-    Tasks added;
-    added.push_back(std::move(task));
-    {
-        const std::lock_guard lock(m_mutex);
-        if (const auto queued = findQueued(added.front().index); queued != m_queue.end()) {
-            queued->part.swap(added.front().part);  // an upload takes the place of a reuse
-        } else {
-            m_queue.splice(m_queue.end(), added);
-        }
-    }
-    runQueue(ChangedParts::MustNotFail);
-}
-
-void MultipartUploadManager::runQueue(ChangedParts changedParts) {
-    while (true) {
+void MultipartUploadManager::transferOne() noexcept {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    try {
         std::optional<RunningTask> running;
         {
             const std::lock_guard lock(m_mutex);
             const auto task = findRunnable();
-            if (task == m_queue.end()) {
+            if (m_hasFailed || task == m_queue.end()) {
                 return;
             }
             running.emplace(*this, task);
         }
+        const ContextOfTask context(running->isMainContext());
+        running->run(ChangedParts::MustNotFail);
+    } catch (...) {
+        traceCaughtException();  // the task is queued again, for somebody whom its failure can be told
+    }
+}
+
+void MultipartUploadManager::enqueueAndRun(std::uint64_t index, std::unique_ptr<PartTransfer> part) {
+    Tasks added;
+    added.push_back({index, std::move(part), foundation::isMainExecutionContext()});
+    {
+        const std::lock_guard lock(m_mutex);
+        if (const auto queued = findQueued(index); queued != m_queue.end()) {
+            std::swap(*queued, added.front());  // an upload takes the place of a reuse
+        } else {
+            m_queue.splice(m_queue.end(), added);
+        }
+    }
+    requestThreads(1);
+    runQueue(ChangedParts::MustNotFail, m_poolThreads);
+}
+
+// Runs tasks on the calling thread while more than so many are left, queued or running, and after a failure.
+void MultipartUploadManager::runQueue(ChangedParts changedParts, std::size_t mostLeft) {
+    while (true) {
+        std::optional<RunningTask> running;
+        std::size_t left = 0;
+        bool isAfterFailure = false;
+        {
+            const std::lock_guard lock(m_mutex);
+            const auto task = findRunnable();
+            const bool isCrowded = m_queue.size() + m_runningParts.size() > mostLeft;
+            if (task == m_queue.end() || (!isCrowded && !m_hasFailed)) {
+                return;
+            }
+            running.emplace(*this, task);
+            isAfterFailure = std::exchange(m_hasFailed, false);
+            left = m_queue.size();
+        }
         running->run(changedParts);
+        if (isAfterFailure) {
+            requestThreads(left);  // what was asked of the pool before came to nothing
+        }
+    }
+}
+
+void MultipartUploadManager::requestThreads(std::size_t count) noexcept {
+    if (const auto pool = m_pool.lock(); pool && count != 0) {
+        pool->request(shared_from_this(), count);
+    }
+}
+
+// Until no task runs, or there is one that can be run.
+void MultipartUploadManager::waitForTasks() {
+    std::unique_lock lock(m_mutex);
+    const auto isOver = [this] { return m_runningParts.empty() || findRunnable() != m_queue.end(); };
+    while (!m_taskEnded.wait_for(lock, kInterruptInterval, isOver)) {
+        lock.unlock();
+        throwIfInterrupted();
+        lock.lock();
     }
 }
 

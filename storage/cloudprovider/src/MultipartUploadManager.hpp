@@ -3,10 +3,12 @@
 
 #include "OpenFileContext.hpp"
 #include "PartTransfer.hpp"
+#include "TransferPool.hpp"
 
 #include <storage/cloudprovider/PartInfo.hpp>
 
 #include <condition_variable>
+#include <cstddef>
 #include <cstdint>
 #include <list>
 #include <memory>
@@ -20,23 +22,26 @@ namespace storage::cloudprovider {
 
 /// The multipart upload of one open object: started when the first part is sent or reused, ended by complete or cancel.
 ///
-/// It starts no thread: whoever adds a task runs the queue before returning. A part is queued at most once; what is
-/// sent of it is decided when its task starts. A task that fails goes back to the front of the queue before its failure
-/// leaves, and the next run tries it again. Tasks of one part never run at once; tasks of different parts do when
-/// several threads run the queue.
-/// Errors   what the client throws, out of whichever operation ran the queue.
-/// Threads  any.
-class MultipartUploadManager {
+/// The queue is worked on by the pool's threads; when queued and running tasks exceed those, whoever adds one works,
+/// too: without a pool until the queue is empty. A part is queued at most once; what is sent of it is decided when its
+/// task starts. A task that fails goes back to the front of the queue before its failure leaves, and the pool stops
+/// working on the queue: whoever next adds a task, reruns or joins tries it again, and gets the failure if it lasts.
+/// Tasks of one part never run at once. A task takes no gate, owns no part manager and waits for no other task. Errors
+/// what the client throws, out of whichever operation ran the queue. Threads  any. Waiting for tasks that others run
+/// looks at the host's interrupt.
+class MultipartUploadManager : public TransferSource, public std::enable_shared_from_this<MultipartUploadManager> {
 public:
-    explicit MultipartUploadManager(std::shared_ptr<OpenFileContext> context);
+    /// Without a pool, or once it has gone, the callers' threads do it all.
+    explicit MultipartUploadManager(std::shared_ptr<OpenFileContext> context,
+                                    const std::shared_ptr<TransferPool>& pool = nullptr);
     MultipartUploadManager(const MultipartUploadManager&) = delete;
     MultipartUploadManager& operator=(const MultipartUploadManager&) = delete;
 
-    /// Queue the sending of the part of that index, and run the queue. A failure of a part that was changed meanwhile
-    /// is not thrown: its change hands it over again.
+    /// Queue the sending of the part of that index, and work on the queue. A failure of a part that was changed
+    /// meanwhile is not thrown: its change hands it over again.
     void asyncUploadPart(std::uint64_t index, std::unique_ptr<PartTransfer> part);
 
-    /// Queue the reuse of the stored object's bytes, and run the queue.
+    /// Queue the reuse of the stored object's bytes, and work on the queue.
     void asyncReusePart(std::uint64_t index, std::unique_ptr<PartTransfer> part);
 
     /// Send info.Size bytes now; answers the tag.
@@ -55,21 +60,24 @@ public:
     /// that was stored. Does nothing when no upload was started. When it fails the upload is left for cancel.
     std::string complete(const std::vector<PartInfo>& parts, const ExpectedObject& expected);
 
-    /// Give the upload up with all tasks that do not run; does nothing when none was started. It is forgotten even if
-    /// the client fails.
+    /// Give the upload up, with all tasks: those that run are waited for, as long as the client takes. Does nothing
+    /// when none was started. It is forgotten even if the client fails.
     void cancel();
 
     /// Set the tag that the upload will be started with, until a part is sent. A completed upload leaves none: how the
     /// store names the parts now is not known.
     void setLastTag(std::string tag);
 
-    /// Whether an upload was started and has not ended, or a task is queued.
+    /// Whether an upload was started and has not ended, or a task is queued or runs.
     bool isActive() const;
+
+    void transferOne() noexcept override;
 
 private:
     struct Task {
         std::uint64_t index;
         std::unique_ptr<PartTransfer> part;
+        bool isMainContext;  // of whoever queued it: the host's interrupt reaches it there
     };
     using Tasks = std::list<Task>;  // nodes change lists without failing
     class RunningTask;
@@ -77,8 +85,10 @@ private:
     // Whether the failure of a part that was changed meanwhile is thrown.
     enum class ChangedParts { MayFail, MustNotFail };
 
-    void enqueueAndRun(Task task);
-    void runQueue(ChangedParts changedParts);
+    void enqueueAndRun(std::uint64_t index, std::unique_ptr<PartTransfer> part);
+    void runQueue(ChangedParts changedParts, std::size_t mostLeft);
+    void requestThreads(std::size_t count) noexcept;
+    void waitForTasks();
     std::string transfer(const PartInfo& record, const char* data);
     std::string acquireUploadId();
 
@@ -87,6 +97,8 @@ private:
     Tasks::iterator findRunnable();
 
     const std::shared_ptr<OpenFileContext> m_context;
+    const std::weak_ptr<TransferPool> m_pool;  // weak: the last owner of this may be one of its threads
+    const std::size_t m_poolThreads;
 
     // Guards what follows. Held while the client starts and completes the upload, so that neither happens
     // twice; not while parts are sent or copied. No other mutex is taken under it.
@@ -97,6 +109,7 @@ private:
     std::string m_lastTag;
     Tasks m_queue;                           // one task a part at most
     std::set<std::uint64_t> m_runningParts;  // indices of the parts whose tasks run now
+    bool m_hasFailed = false;                // a task, which nobody has tried again since
 };
 
 }  // namespace storage::cloudprovider

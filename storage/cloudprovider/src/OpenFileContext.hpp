@@ -6,6 +6,7 @@
 
 #include <foundation/storage/provider/StorageIRI.hpp>
 #include <storage/cloudprovider/ExtendedCloudClient.hpp>
+#include <storage/cloudprovider/ProviderOptions.hpp>
 
 #include <cstdint>
 #include <memory>
@@ -16,15 +17,16 @@ namespace storage::cloudprovider {
 /// What everything that works on one open file shares. Nothing in it changes but the version, which guards itself: any
 /// thread may use it.
 struct OpenFileContext {
-    /// Derives the key, wraps a plain client, and reads the two tuning values from the environment. Throws
-    /// InvalidLocationException when the identifier's path is not valid UTF-16.
+    /// Derives the key, wraps a plain client, and reads the two tuning values from the environment where the options do
+    /// not say them. Throws InvalidLocationException when the identifier's path is not valid UTF-16.
     OpenFileContext(foundation::storage::provider::StorageIRI fileIri, std::shared_ptr<CloudClient> cloudClient,
-                    std::unique_ptr<BufferFactory> factory);
+                    std::unique_ptr<BufferFactory> factory, const ProviderOptions& providerOptions = {});
 
     const foundation::storage::provider::StorageIRI iri;
     const std::string key;
     const std::shared_ptr<ExtendedCloudClient> client;
     const std::unique_ptr<BufferFactory> bufferFactory;
+    const ProviderOptions options;
     const std::uint64_t partSize;                 ///< in bytes, not 0
     const std::uint64_t downloadedPartCacheSize;  ///< in bytes
     EditedVersion version;

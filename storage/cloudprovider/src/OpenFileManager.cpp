@@ -71,18 +71,21 @@ OpenFileManager& OpenFileManager::instance() {
 }
 
 std::unique_ptr<ByteStream> OpenFileManager::openReadOnly(const StorageIRI& iri,
-                                                          const std::shared_ptr<CloudClient>& client) {
+                                                          const std::shared_ptr<CloudClient>& client,
+                                                          const Engine& engine) {
     CLOUDPROVIDER_TRACE_FUNCTION();
     CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri);
     auto stream = std::make_unique<OpenFileByteStream>(ByteStreamOpenOptions::WriteMode::Positioned);
     auto& inner = *stream;
     auto readOnly = std::make_unique<ReadOnlyByteStream>(std::move(stream));
-    open(inner, iri, {ExistingContent::Preserve, Presence::Required}, client);
+    open(inner, iri, {.existingContent = ExistingContent::Preserve, .presence = Presence::Required, .engine = engine},
+         client);
     return readOnly;
 }
 
 std::unique_ptr<ByteStream> OpenFileManager::openReadWrite(const StorageIRI& iri, const ByteStreamOpenOptions& options,
-                                                           const std::shared_ptr<CloudClient>& client) {
+                                                           const std::shared_ptr<CloudClient>& client,
+                                                           const Engine& engine) {
     CLOUDPROVIDER_TRACE_FUNCTION();
     CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri, " options=", options);
     auto stream = std::make_unique<OpenFileByteStream>(options.writeMode);
@@ -93,19 +96,20 @@ std::unique_ptr<ByteStream> OpenFileManager::openReadWrite(const StorageIRI& iri
     } else {
         result = std::move(stream);
     }
-    open(inner, iri, {options.existingContent, options.presence}, client);
+    open(inner, iri, {.existingContent = options.existingContent, .presence = options.presence, .engine = engine},
+         client);
     return result;
 }
 
 std::unique_ptr<ByteStream> OpenFileManager::openReplacement(const StorageIRI& iri,
                                                              const std::shared_ptr<CloudClient>& client,
-                                                             const ExpectedObject& expected) {
+                                                             const ExpectedObject& expected, const Engine& engine) {
     CLOUDPROVIDER_TRACE_FUNCTION();
     CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri);
     auto stream = std::make_unique<OpenFileByteStream>(ByteStreamOpenOptions::WriteMode::Positioned);
     auto& inner = *stream;
     auto writeOnly = std::make_unique<WriteOnlyByteStream>(std::move(stream));
-    open(inner, iri, {ExistingContent::Discard, Presence::Optional, expected, true}, client);
+    open(inner, iri, {ExistingContent::Discard, Presence::Optional, expected, true, engine}, client);
     inner.storeAtClose();
     return writeOnly;
 }
@@ -157,8 +161,10 @@ OpenFileManager::Acquired OpenFileManager::acquirePartManager(const StorageIRI& 
 
 std::shared_ptr<OpenPartManager> OpenFileManager::makePartManager(const StorageIRI& iri, const Opening& opening,
                                                                   const std::shared_ptr<CloudClient>& client) {
-    const auto context = std::make_shared<OpenFileContext>(iri, client, std::make_unique<DiskBackedBufferFactory>());
-    auto manager = std::make_shared<OpenPartManager>(context);
+    const auto& engine = opening.engine;
+    const auto context =
+        std::make_shared<OpenFileContext>(iri, client, std::make_unique<DiskBackedBufferFactory>(), engine.options);
+    auto manager = std::make_shared<OpenPartManager>(context, engine.pool);
     const bool mustExist = opening.presence == Presence::Required;
     bool isKnownToExist = mustExist;
     if (opening.existingContent == ExistingContent::Preserve) {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "Engine.hpp"
 #include "OpenFileByteStream.hpp"
 #include "OpenPartManager.hpp"
 
@@ -20,9 +21,8 @@ namespace storage::cloudprovider {
 /// resolved identifier and the client; all streams of one share its OpenPartManager. A manager enters the table with
 /// its first stream, and leaves it in the step in which it retires.
 ///
-/// Identifiers given to its operations are resolved ones.
-/// Errors   what the client and the buffers throw.
-/// Threads  any.
+/// Identifiers given to its operations are resolved ones. An engine says how a file is kept and transferred, unless it
+/// is open already. Errors   what the client and the buffers throw. Threads  any.
 class OpenFileManager {
 public:
     using StorageIRI = foundation::storage::provider::StorageIRI;
@@ -36,16 +36,17 @@ public:
     OpenFileManager& operator=(const OpenFileManager&) = delete;
 
     /// ResourceNotFoundException when there is no such object.
-    std::unique_ptr<ByteStream> openReadOnly(const StorageIRI& iri, const std::shared_ptr<CloudClient>& client);
+    std::unique_ptr<ByteStream> openReadOnly(const StorageIRI& iri, const std::shared_ptr<CloudClient>& client,
+                                             const Engine& engine = {});
 
     /// While the object is open, its content and presence are those of the open streams, whatever the options say.
     std::unique_ptr<ByteStream> openReadWrite(const StorageIRI& iri, const ByteStreamOpenOptions& options,
-                                              const std::shared_ptr<CloudClient>& client);
+                                              const std::shared_ptr<CloudClient>& client, const Engine& engine = {});
 
     /// Open the object to be written anew, over what is expected; closing the stream stores it whoever else has it open
     /// by then, or fails. ResourceInUseException when the object is open.
     std::unique_ptr<ByteStream> openReplacement(const StorageIRI& iri, const std::shared_ptr<CloudClient>& client,
-                                                const ExpectedObject& expected);
+                                                const ExpectedObject& expected, const Engine& engine = {});
 
     /// Whether the object is open or being opened. Streams that the object was replaced under do not count: their file
     /// is no longer the object's.
@@ -64,6 +65,7 @@ private:
         ByteStreamOpenOptions::Presence presence;
         ExpectedObject discarded = ExpectedObject::anything();  // what a discarded content may be stored over
         bool mustBeFirst = false;
+        Engine engine{};
     };
     /// A manager that has counted a stream, and whether that is the first one.
     struct Acquired {

@@ -53,9 +53,10 @@ auto OpenPartManager::retiringWhenReplaced(Action action) {
     }
 }
 
-OpenPartManager::OpenPartManager(std::shared_ptr<OpenFileContext> context)
+OpenPartManager::OpenPartManager(std::shared_ptr<OpenFileContext> context, std::shared_ptr<TransferPool> pool)
     : m_context(std::move(context)),
-      m_uploadManager(std::make_unique<MultipartUploadManager>(m_context)),
+      m_pool(std::move(pool)),
+      m_uploadManager(std::make_shared<MultipartUploadManager>(m_context, m_pool)),
       m_cache(m_context->downloadedPartCacheSize),
       m_objectWriter(m_context) {
     CLOUDPROVIDER_TRACE_FUNCTION();

@@ -33,8 +33,8 @@ namespace storage::cloudprovider {
 /// Threads  any; see the lock order in docs/architecture.md.
 class OpenPartManager {
 public:
-    /// An empty file with one NEW part.
-    explicit OpenPartManager(std::shared_ptr<OpenFileContext> context);
+    /// An empty file with one NEW part. pool: the threads that may transfer for it; empty: none.
+    explicit OpenPartManager(std::shared_ptr<OpenFileContext> context, std::shared_ptr<TransferPool> pool = nullptr);
     OpenPartManager(const OpenPartManager&) = delete;
     OpenPartManager& operator=(const OpenPartManager&) = delete;
 
@@ -107,7 +107,8 @@ private:
     void addNewPartTo(std::vector<Part>& parts, const Part& previous) const;
 
     const std::shared_ptr<OpenFileContext> m_context;
-    const std::unique_ptr<MultipartUploadManager> m_uploadManager;
+    const std::shared_ptr<TransferPool> m_pool;  // kept alive here: no transfer owns a part manager
+    const std::shared_ptr<MultipartUploadManager> m_uploadManager;
     DownloadedPartCache m_cache;
     StreamRegister m_streams;
 

@@ -22,8 +22,9 @@ public:
     /// The first bytes of the part, from begin to succeed or fail; null when the stored object has them.
     virtual const char* data() const = 0;
 
-    /// Keep the tag that the record's bytes got.
-    virtual void succeed(const PartInfo& record, std::string tag) noexcept = 0;
+    /// Keep the tag that the record's bytes got. Tells whether the part is to be transferred once more, since it was
+    /// changed meanwhile and nobody is left to hand it over.
+    virtual bool succeed(const PartInfo& record, std::string tag) noexcept = 0;
 
     /// Take back what begin did. Tells whether the part is to be sent again in any case, since it was changed
     /// meanwhile.

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "PartTransfers.hpp"
 
+#include "translateException.hpp"
+
 #include <utility>
 
 namespace storage::cloudprovider {
@@ -23,15 +25,27 @@ const char* PartUpload::data() const {
     return std::as_const(*m_part).data();
 }
 
-void PartUpload::succeed(const PartInfo& record, std::string tag) noexcept {
+bool PartUpload::succeed(const PartInfo& record, std::string tag) noexcept {
     m_part->recordUpload(record.Size, std::move(tag));
-    m_hold.reset();
+    return giveBack() && m_part->localDataVersion() == LocalDataVersion::NEW;
 }
 
 bool PartUpload::fail() noexcept {
     const bool wasChanged = m_part->markUploadFailed();
-    m_hold.reset();
+    giveBack();
     return wasChanged;
+}
+
+// Tells whether nobody has the part open any more: a stream that closed it before left it to us.
+bool PartUpload::giveBack() noexcept {
+    bool isLast = false;
+    try {
+        isLast = m_hold->close();
+    } catch (...) {
+        traceCaughtException();
+    }
+    m_hold.reset();
+    return isLast;
 }
 
 PartReuse::PartReuse(std::shared_ptr<OpenPartBuffer> part) : m_part(std::move(part)) {}
@@ -44,8 +58,9 @@ const char* PartReuse::data() const {
     return nullptr;
 }
 
-void PartReuse::succeed(const PartInfo& record, std::string tag) noexcept {
+bool PartReuse::succeed(const PartInfo& record, std::string tag) noexcept {
     m_part->recordUpload(record.Size, std::move(tag));
+    return false;
 }
 
 bool PartReuse::fail() noexcept {

@@ -18,10 +18,12 @@ public:
 
     std::optional<PartInfo> begin() override;
     const char* data() const override;
-    void succeed(const PartInfo& record, std::string tag) noexcept override;
+    bool succeed(const PartInfo& record, std::string tag) noexcept override;
     bool fail() noexcept override;
 
 private:
+    bool giveBack() noexcept;
+
     const std::shared_ptr<OpenPartBuffer> m_part;
     std::optional<OpenPartHold> m_hold;
 };
@@ -33,7 +35,7 @@ public:
 
     std::optional<PartInfo> begin() override;
     const char* data() const override;
-    void succeed(const PartInfo& record, std::string tag) noexcept override;
+    bool succeed(const PartInfo& record, std::string tag) noexcept override;
     bool fail() noexcept override;
 
 private:

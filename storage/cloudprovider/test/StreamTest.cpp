@@ -12,6 +12,8 @@
 #include <boost/numeric/conversion/cast.hpp>
 
 #include <atomic>
+#include <chrono>
+#include <future>
 #include <limits>
 #include <thread>
 
@@ -266,15 +268,16 @@ TEST_F(StreamTest, AnOpenerDuringTheWriteBackFindsWhatWasStored) {
     auto& gate = m_client->gate("putObject");
     std::thread writer([&] { write(openFile(replace()), "stored"); });
     ASSERT_TRUE(gate.waitForArrivals());
-    std::thread opener([&] {
-        const auto stream = openFile(update(Options::WriteMode::Append));
-        EXPECT_EQ(readAll(stream), "stored");
-        stream->seek(0, std::ios_base::beg);
-        write(stream, " and more");
-    });
+    auto opener = std::async(std::launch::async, [&] { return openFile(update(Options::WriteMode::Append)); });
+    EXPECT_EQ(opener.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout)
+        << "opened before it is known";
     gate.open();
     writer.join();
-    opener.join();
+    const auto stream = opener.get();
+    EXPECT_EQ(readAll(stream), "stored");
+    stream->seek(0, std::ios_base::beg);
+    write(stream, " and more");
+    stream->close();
     EXPECT_EQ(m_client->content(m_key), "stored and more");
 }
 

@@ -33,7 +33,10 @@ protected:
             return m_state.isDone ? std::nullopt : std::optional(m_state.info);
         }
         const char* data() const override { return m_state.bytes.empty() ? nullptr : m_state.bytes.data(); }
-        void succeed(const PartInfo&, std::string tag) noexcept override { m_state.tags.push_back(std::move(tag)); }
+        bool succeed(const PartInfo&, std::string tag) noexcept override {
+            m_state.tags.push_back(std::move(tag));
+            return false;
+        }
         bool fail() noexcept override { return m_state.isChanged; }
 
     private:
@@ -44,7 +47,7 @@ protected:
         return {{index, index * kPartSize, kPartSize, ""}, std::move(bytes)};
     }
 
-    void upload(PartState& state) { m_manager.asyncUploadPart(state.info.Index, std::make_unique<Transfer>(state)); }
+    void upload(PartState& state) { m_manager->asyncUploadPart(state.info.Index, std::make_unique<Transfer>(state)); }
 
     static std::vector<PartInfo> records(const std::vector<const PartState*>& parts) {
         std::vector<PartInfo> result;
@@ -55,29 +58,29 @@ protected:
         return result;
     }
 
-    MultipartUploadManager m_manager{
-        std::make_shared<OpenFileContext>(m_file, m_client, std::make_unique<DiskBackedBufferFactory>())};
+    const std::shared_ptr<MultipartUploadManager> m_manager = std::make_shared<MultipartUploadManager>(
+        std::make_shared<OpenFileContext>(m_file, m_client, std::make_unique<DiskBackedBufferFactory>()));
 };
 
 TEST_F(UploadManagerTest, NothingStartedMeansNothingToEnd) {
-    m_manager.joinUploads();
-    m_manager.complete({}, ExpectedObject::anything());
-    m_manager.cancel();
-    EXPECT_FALSE(m_manager.isActive());
+    m_manager->joinUploads();
+    m_manager->complete({}, ExpectedObject::anything());
+    m_manager->cancel();
+    EXPECT_FALSE(m_manager->isActive());
     EXPECT_EQ(m_client->callCount(), 0U);
 }
 
 TEST_F(UploadManagerTest, TheUploadStartsOnceWithTheLastTagAndEndsOnce) {
     m_client->storeParts(m_key, std::string(2 * kPartSize, 'o'), {kPartSize, kPartSize});
-    m_manager.setLastTag("first part's tag");
+    m_manager->setLastTag("first part's tag");
     auto sent = part(0);
     auto reused = part(1, {});
     upload(sent);
-    m_manager.asyncReusePart(1, std::make_unique<Transfer>(reused));
+    m_manager->asyncReusePart(1, std::make_unique<Transfer>(reused));
     const auto parts = records({&sent, &reused});
-    m_manager.complete(parts, ExpectedObject::anything());
-    m_manager.complete(parts, ExpectedObject::anything());
-    m_manager.cancel();
+    m_manager->complete(parts, ExpectedObject::anything());
+    m_manager->complete(parts, ExpectedObject::anything());
+    m_manager->cancel();
     EXPECT_EQ(m_client->count("startMultipartUpload"), 1U);
     EXPECT_EQ(m_client->calls().front().detail, "first part's tag");
     EXPECT_EQ(m_client->count("completeMultipartUpload"), 1U);
@@ -102,12 +105,12 @@ TEST_F(UploadManagerTest, ATaskThatFailsIsRunAgainBeforeLaterOnes) {
         first.failingBegins = row.failingBegins;
         m_client->clearCalls();
         EXPECT_ANY_THROW(upload(first));
-        EXPECT_TRUE(m_manager.isActive());
+        EXPECT_TRUE(m_manager->isActive());
         upload(second);
         EXPECT_EQ(first.tags.size(), 1U);
         EXPECT_EQ(m_client->calls().back().part.Index, 1U);
-        m_manager.complete(records({&first, &second}), ExpectedObject::anything());
-        EXPECT_FALSE(m_manager.isActive());
+        m_manager->complete(records({&first, &second}), ExpectedObject::anything());
+        EXPECT_FALSE(m_manager->isActive());
     }
 }
 
@@ -120,10 +123,10 @@ TEST_F(UploadManagerTest, APartIsQueuedOnceAndNeverSentTwiceAtOnce) {
     upload(state);
     EXPECT_EQ(m_client->count("uploadPart"), 1U) << "the second task waits for the first";
     gate.open();
-    m_manager.joinUploads();
+    m_manager->joinUploads();
     first.join();
     EXPECT_EQ(state.tags.size(), 2U);
-    m_manager.cancel();
+    m_manager->cancel();
 }
 
 TEST_F(UploadManagerTest, WhatNoLongerNeedsToBeSentIsNot) {
@@ -131,7 +134,7 @@ TEST_F(UploadManagerTest, WhatNoLongerNeedsToBeSentIsNot) {
     state.isDone = true;
     upload(state);
     EXPECT_EQ(m_client->callCount(), 0U);
-    EXPECT_FALSE(m_manager.isActive());
+    EXPECT_FALSE(m_manager->isActive());
 }
 
 TEST_F(UploadManagerTest, TheFailureOfAPartThatWasChangedMeanwhileIsOnlyTheWriteBacks) {
@@ -139,24 +142,24 @@ TEST_F(UploadManagerTest, TheFailureOfAPartThatWasChangedMeanwhileIsOnlyTheWrite
     state.isChanged = true;
     m_client->failOperation("uploadPart", 1, CallControl::When::Before, CallControl::Repeat::Forever);
     upload(state);
-    m_manager.rerunFailedUploads();
+    m_manager->rerunFailedUploads();
     EXPECT_EQ(m_client->count("uploadPart"), 1U) << "its change hands it over again";
     state.isChanged = false;
     EXPECT_THROW(upload(state), UnknownErrorException);
     state.isChanged = true;
-    EXPECT_THROW(m_manager.joinUploads(), UnknownErrorException);
-    m_manager.cancel();
-    EXPECT_FALSE(m_manager.isActive()) << "the queue goes with the upload";
+    EXPECT_THROW(m_manager->joinUploads(), UnknownErrorException);
+    m_manager->cancel();
+    EXPECT_FALSE(m_manager->isActive()) << "the queue goes with the upload";
 }
 
 TEST_F(UploadManagerTest, CancellingForgetsTheUploadEvenIfTheClientFails) {
     auto state = part(0);
     upload(state);
     m_client->failOperation("completeMultipartUpload");
-    EXPECT_THROW(m_manager.complete(records({&state}), ExpectedObject::anything()), UnknownErrorException);
+    EXPECT_THROW(m_manager->complete(records({&state}), ExpectedObject::anything()), UnknownErrorException);
     m_client->failOperation("abortMultipartUpload", 1, CallControl::When::After);
-    EXPECT_THROW(m_manager.cancel(), UnknownErrorException);
-    m_manager.cancel();
+    EXPECT_THROW(m_manager->cancel(), UnknownErrorException);
+    m_manager->cancel();
     EXPECT_EQ(m_client->count("abortMultipartUpload"), 1U);
 }
 

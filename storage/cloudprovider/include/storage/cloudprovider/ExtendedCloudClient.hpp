@@ -4,8 +4,10 @@
 #include <storage/cloudprovider/CloudClient.hpp>
 #include <storage/cloudprovider/export.hpp>
 
+#include <cstddef>
 #include <cstdint>
 #include <iosfwd>
+#include <limits>
 #include <optional>
 #include <string>
 #include <vector>
@@ -55,6 +57,15 @@ private:
     std::string m_version;
 };
 
+/// How much of something a store takes at once.
+struct StoreLimits {
+    static constexpr std::size_t kUnlimited = std::numeric_limits<std::size_t>::max();
+
+    /// How many transfers at once make a file go faster, in each direction; at least 1. More do no harm.
+    std::size_t UsefulUploads = kUnlimited;
+    std::size_t UsefulDownloads = kUnlimited;
+};
+
 /// What a store can do beyond the twelve operations. Each operation has a default made of those, which knows no
 /// versions: it ignores version and expected, and answers an empty version. A client overrides what its store does
 /// better. Who decorates a client of this kind forwards these operations, too.
@@ -90,6 +101,18 @@ public:
     virtual std::string copyRange(const std::string& key, const std::string& uploadId, const PartInfo& part,
                                   const std::string& version);
 
+    /// Take neighbouring parts from the bytes that the stored object holds at their offsets, as copyRange.
+    ///
+    /// Values   run: in order, without gaps, not empty. version: as in getRange.
+    /// Result   the records to complete the upload with in place of the run, tags and all: together they cover it.
+    /// Fewer
+    ///          than the run has parts only where describeObject does not follow how an object was uploaded; else the
+    ///          next edit would have to move a whole run for a byte.
+    /// Errors   ResourceInUseException when that version is no longer the stored one. A run that failed may be taken
+    /// again.
+    virtual std::vector<PartInfo> copyRun(const std::string& key, const std::string& uploadId,
+                                          const std::vector<PartInfo>& run, const std::string& version);
+
     /// Store an object in one go, as putObject, if what is there is what is expected.
     ///
     /// Result   the version that was stored; empty: this store cannot tell.
@@ -104,6 +127,26 @@ public:
     /// Errors   ResourceInUseException when something else is there, which stays as it is.
     virtual std::string completeUploadOver(const std::string& key, const std::string& uploadId,
                                            const std::vector<PartInfo>& parts, const ExpectedObject& expected);
+
+    /// Copy an object inside the store, if what is at the destination is what is expected. The two keys differ.
+    ///
+    /// Values   fromVersion: the version to copy; empty: whatever is stored.
+    /// Result   false, with nothing done: the store cannot do that by itself, and the bytes have to travel. The
+    /// default. Errors   ResourceInUseException when fromVersion is no longer stored, or when something else than
+    /// expected is at
+    ///          the destination, which stays as it is; ResourceNotFoundException when there is no such object and no
+    ///          version was given.
+    virtual bool copyObject(const std::string& from, const std::string& fromVersion, const std::string& to,
+                            const ExpectedObject& expected);
+
+    /// Remove an object, as deleteObject, if it still has that version; the default does not look.
+    ///
+    /// Values   version: as in getRange.
+    /// Errors   ResourceInUseException when that version is no longer the stored one, which stays as it is.
+    virtual void removeObject(const std::string& key, const std::string& version);
+
+    /// What the store takes at once; the same for as long as the client lives. The default knows no limit.
+    virtual StoreLimits limits() const;
 };
 
 }  // namespace storage::cloudprovider

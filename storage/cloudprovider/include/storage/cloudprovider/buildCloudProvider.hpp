@@ -3,6 +3,7 @@
 
 #include <foundation/storage/provider/IProvider.hpp>
 #include <storage/cloudprovider/CloudClient.hpp>
+#include <storage/cloudprovider/ProviderOptions.hpp>
 #include <storage/cloudprovider/export.hpp>
 
 #include <cstdint>
@@ -26,5 +27,9 @@ enum class FolderPolicy : std::uint32_t {
 /// Threads  any. The provider holds no state that changes, see IProvider.
 CLOUDPROVIDER_EXPORT std::shared_ptr<foundation::storage::provider::IProvider> buildCloudProvider(
     std::shared_ptr<CloudClient> client, FolderPolicy policy, bool checkFolderOnCopy);
+
+/// The same, with options of how bytes are transferred and kept.
+CLOUDPROVIDER_EXPORT std::shared_ptr<foundation::storage::provider::IProvider> buildCloudProvider(
+    std::shared_ptr<CloudClient> client, FolderPolicy policy, bool checkFolderOnCopy, const ProviderOptions& options);
 
 }  // namespace storage::cloudprovider
