@@ -11,3 +11,6 @@ install(FILES ${PROJECT_BINARY_DIR}/cloudproviderConfig.cmake ${PROJECT_BINARY_D
 foreach(set IN ITEMS foundation cloudprovider)
     install(EXPORT ${set}Targets NAMESPACE ${set}:: DESTINATION ${package_folder})
 endforeach()
+if(CLOUDPROVIDER_BUILD_TESTING_LIBRARY)
+    install(EXPORT cloudproviderTestingTargets NAMESPACE cloudprovider:: DESTINATION ${package_folder})
+endif()

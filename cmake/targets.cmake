@@ -9,13 +9,18 @@ function(cloudprovider_compile_privately target)
     endif()
 endfunction()
 
-# cloudprovider_add_library(NAME ALIAS EXPORT_HEADER MACRO SOURCES ... HEADERS ...)
+# cloudprovider_add_library(NAME ALIAS [STATIC] [EXPORT_SET] EXPORT_HEADER MACRO SOURCES ... HEADERS ...)
 #
 # A library with hidden visibility, a generated export header (a path below the include folder), its public headers
-# as a file set, and rules to install it all.
+# as a file set, and rules to install it all. STATIC: whatever BUILD_SHARED_LIBS says. EXPORT_SET: in whose
+# <EXPORT_SET>Targets.cmake it is installed, by default the namespace of its alias.
 function(cloudprovider_add_library name alias)
-    cmake_parse_arguments(ARG "" "EXPORT_HEADER;MACRO" "SOURCES;HEADERS" ${ARGN})
-    add_library(${name} ${ARG_SOURCES})
+    cmake_parse_arguments(ARG "STATIC" "EXPORT_SET;EXPORT_HEADER;MACRO" "SOURCES;HEADERS" ${ARGN})
+    set(type STATIC)
+    if(BUILD_SHARED_LIBS AND NOT ARG_STATIC)
+        set(type SHARED)
+    endif()
+    add_library(${name} ${type} ${ARG_SOURCES})
     add_library(${alias} ALIAS ${name})
     string(REGEX REPLACE ".*::" "" export_name ${alias})
     set_target_properties(${name} PROPERTIES
@@ -28,14 +33,16 @@ function(cloudprovider_add_library name alias)
 
     set(generated ${CMAKE_CURRENT_BINARY_DIR}/include)
     generate_export_header(${name} BASE_NAME ${ARG_MACRO} EXPORT_FILE_NAME ${generated}/${ARG_EXPORT_HEADER})
-    if(NOT BUILD_SHARED_LIBS)
+    if(type STREQUAL "STATIC")
         target_compile_definitions(${name} PUBLIC ${ARG_MACRO}_STATIC_DEFINE)
     endif()
     target_sources(${name} PUBLIC FILE_SET HEADERS
         BASE_DIRS include ${generated}
         FILES ${ARG_HEADERS} ${generated}/${ARG_EXPORT_HEADER})
-    string(REGEX REPLACE "::.*" "" export_set ${alias})
-    install(TARGETS ${name} EXPORT ${export_set}Targets FILE_SET HEADERS)
+    if(NOT ARG_EXPORT_SET)
+        string(REGEX REPLACE "::.*" "" ARG_EXPORT_SET ${alias})
+    endif()
+    install(TARGETS ${name} EXPORT ${ARG_EXPORT_SET}Targets FILE_SET HEADERS)
 endfunction()
 
 # cloudprovider_add_test(NAME SOURCES ... LIBRARIES ...): a GoogleTest program, each test of it known to CTest.

@@ -2,8 +2,8 @@
 #include "storing.hpp"
 
 #include <SQLiteCpp/SQLiteCpp.h>
-#include <ClientConformance.hpp>
 #include <storage/cloudprovider/CloudException.hpp>
+#include <storage/cloudprovider/testing/ClientConformance.hpp>
 
 #include <fcntl.h>
 #include <sqlite3.h>

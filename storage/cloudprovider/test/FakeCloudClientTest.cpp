@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "ClientConformance.hpp"
-#include "FakeCloudClient.hpp"
-#include "VersionedFakeClient.hpp"
-
 #include <storage/cloudprovider/CloudException.hpp>
+#include <storage/cloudprovider/testing/ClientConformance.hpp>
+#include <storage/cloudprovider/testing/FakeCloudClient.hpp>
+#include <storage/cloudprovider/testing/VersionedFakeClient.hpp>
 
 #include <gtest/gtest.h>
 

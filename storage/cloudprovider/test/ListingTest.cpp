@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "FakeCloudClient.hpp"
 #include "ScopedMainContext.hpp"
 
 #include <foundation/services/Text.hpp>
 #include <foundation/storage/provider/Exception.hpp>
 #include <storage/cloudprovider/CloudException.hpp>
 #include <storage/cloudprovider/buildCloudProvider.hpp>
+#include <storage/cloudprovider/testing/FakeCloudClient.hpp>
 
 #include <gtest/gtest.h>
 #include <boost/date_time/posix_time/posix_time_types.hpp>

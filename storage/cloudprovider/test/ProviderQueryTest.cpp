@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "FakeCloudClient.hpp"
-
 #include <foundation/storage/provider/Exception.hpp>
 #include <storage/cloudprovider/CloudException.hpp>
 #include <storage/cloudprovider/buildCloudProvider.hpp>
+#include <storage/cloudprovider/testing/FakeCloudClient.hpp>
 
 #include <gtest/gtest.h>
 

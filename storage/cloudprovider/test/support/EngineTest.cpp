@@ -2,9 +2,9 @@
 #include "EngineTest.hpp"
 
 #include "OpenFileManager.hpp"
-#include "VersionedFakeClient.hpp"
 
 #include <storage/cloudprovider/buildCloudProvider.hpp>
+#include <storage/cloudprovider/testing/VersionedFakeClient.hpp>
 
 #include <boost/filesystem/operations.hpp>
 

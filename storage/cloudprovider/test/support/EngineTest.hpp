@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "FakeCloudClient.hpp"
-
 #include <foundation/storage/provider/IProvider.hpp>
+#include <storage/cloudprovider/testing/FakeCloudClient.hpp>
 
 #include <boost/filesystem/path.hpp>
 

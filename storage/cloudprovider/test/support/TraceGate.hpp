@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "CallControl.hpp"
+#include <storage/cloudprovider/testing/CallControl.hpp>
 
 #include <memory>
 #include <string>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "ClientConformance.hpp"
+#include <storage/cloudprovider/testing/ClientConformance.hpp>
 
 #include <storage/cloudprovider/CloudException.hpp>
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "CallControl.hpp"
+#include <storage/cloudprovider/testing/CallControl.hpp>
 
 #include <storage/cloudprovider/CloudException.hpp>
 

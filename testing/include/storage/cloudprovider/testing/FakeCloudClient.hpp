@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "CallControl.hpp"
-
 #include <storage/cloudprovider/ExtendedCloudClient.hpp>
+#include <storage/cloudprovider/testing/CallControl.hpp>
+#include <storage/cloudprovider/testing/export.hpp>
 
 #include <cstddef>
 #include <cstdint>
@@ -19,41 +19,56 @@ namespace storage::cloudprovider::test {
 
 /// An object store in memory that takes less from its callers than any real one.
 ///
-/// A call that breaks the contract throws std::logic_error, and is remembered: see violations. No lock is
-/// held while the caller's streams are used. Threads: any.
+/// Every call goes through CallControl: a test sees it, may hold it, and may let it fail. No lock is held while the
+/// caller's streams are used.
 ///
-/// A plain client, though its store tells versions: VersionedFakeClient shows them.
-class FakeCloudClient : public CloudClient, public CallControl {
+/// A plain client, though its store tells versions: VersionedFakeClient shows them. Parts may be of any size but 0.
+/// Objects get times of their own, in UTC and from 2020 on, each a second or more later than the one stored before.
+///
+/// Errors   std::logic_error from a call that breaks the contract, which is remembered, too: see violations. Else what
+///          CloudClient says: a missing object is a ResourceNotFoundException, for deleteObject, too.
+/// Threads  any.
+class CLOUDPROVIDER_TESTING_EXPORT FakeCloudClient : public CloudClient, public CallControl {
 public:
+    /// How the store answers, within what the contract leaves open.
     struct Options {
-        std::size_t pageSize = 1000;         ///< most entries of a page
+        std::size_t pageSize = 1000;         ///< most entries of a page, not 0
         bool emptyPages = false;             ///< an empty page before each page and after the last one
-        std::size_t transferChunkSize = 97;  ///< bytes handed to a sink at once
-        /// Called with what getObject is about to deliver, to shorten or lengthen it, or to throw.
+        std::size_t transferChunkSize = 97;  ///< most bytes handed to a sink at once, not 0
+        /// Called with what getObject or getRange is about to deliver, to shorten or lengthen it, or to throw. It runs
+        /// on the caller's thread, so on several at once if calls are.
         std::function<void(std::string& bytes)> onDownload;
     };
 
+    /// An empty store.
     FakeCloudClient();
+    /// An empty store that answers like that.
     explicit FakeCloudClient(Options options);
     ~FakeCloudClient() override;
 
-    /// Store an object as putObject would, or as an upload of parts of these sizes would. No call, no checks.
+    /// Store an object as putObject would. No call, no checks; nothing is recorded, held or fails.
     void store(const std::string& key, std::string bytes);
+    /// Store an object as an upload of parts of these sizes, in bytes, would; as store besides. Throws
+    /// std::invalid_argument when the sizes do not add up to the object's.
     void storeParts(const std::string& key, std::string bytes, const std::vector<std::uint64_t>& partSizes);
-    /// Let getObjectParts tell this of an object that is stored, true or not.
+    /// Let getObjectParts and describeObject tell this of an object until it is replaced, true or not. Throws
+    /// std::out_of_range when no such object is stored.
     void reportParts(const std::string& key, std::vector<PartInfo> parts);
 
     /// What is stored; nothing when there is no such object.
     std::optional<std::string> content(const std::string& key) const;
-    /// Its version; each put, completed upload and store gives a new one.
+    /// The version of what is stored; each put, completed upload and store gives a new one. Nothing when there is no
+    /// such object.
     std::optional<std::string> version(const std::string& key) const;
-    /// Every key, in the order of the bytes.
+    /// Every key that is stored, in the order of the bytes.
     std::vector<std::string> keys() const;
     /// Uploads that were started and neither completed nor aborted.
     std::size_t openUploads() const;
-    /// The breaches of the contract so far, one text each. A test that expects none asserts that.
+    /// The breaches of the contract so far, one text each, in their order. Callers may swallow what a breach throws, so
+    /// a test that expects none asserts that this is empty.
     std::vector<std::string> violations() const;
 
+    // CloudClient's operations, as it describes them.
     boost::optional<ObjectInfo> getObjectInfo(const std::string& key) override;
     void checkObjectName(const std::string& name) override;
     std::vector<ObjectInfo> listObjects(const std::string& prefix, std::string& token,
@@ -70,14 +85,20 @@ public:
     void completeMultipartUpload(const std::string& key, const std::string& uploadId,
                                  const std::vector<PartInfo>& parts) override;
 
-    /// What ExtendedCloudClient says of the operations of these names. A version that never was is a breach of the
-    /// contract, one that is no more is not. The tag of a part of a version does not count.
+    // ExtendedCloudClient's operations, for VersionedFakeClient. A version that the key never had is a breach of the
+    // contract, one that it has no more is a ResourceInUseException.
+
+    /// As ExtendedCloudClient::describeObject.
     std::optional<ObjectDescription> describeObject(const std::string& key);
+    /// As ExtendedCloudClient::getRange.
     void getRange(const std::string& key, const std::string& version, const ObjectRange& range, std::ostream& sink);
+    /// As ExtendedCloudClient::copyRange. With a version, part.Tag does not count.
     std::string copyRange(const std::string& key, const std::string& uploadId, const PartInfo& part,
                           const std::string& version);
+    /// As ExtendedCloudClient::putObjectOver.
     std::string putObjectOver(const std::string& key, std::istream& data, std::uint64_t size,
                               const ExpectedObject& expected);
+    /// As ExtendedCloudClient::completeUploadOver.
     std::string completeUploadOver(const std::string& key, const std::string& uploadId,
                                    const std::vector<PartInfo>& parts, const ExpectedObject& expected);
 

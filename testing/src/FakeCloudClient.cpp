@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "FakeCloudClient.hpp"
+#include <storage/cloudprovider/testing/FakeCloudClient.hpp>
 
 #include <storage/cloudprovider/CloudException.hpp>
 

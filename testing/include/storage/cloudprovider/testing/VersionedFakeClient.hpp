@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "FakeCloudClient.hpp"
-
 #include <storage/cloudprovider/ExtendedCloudClient.hpp>
+#include <storage/cloudprovider/testing/FakeCloudClient.hpp>
+#include <storage/cloudprovider/testing/export.hpp>
 
 #include <cstdint>
 #include <memory>
@@ -15,14 +15,16 @@ namespace storage::cloudprovider::test {
 
 /// One process's client of a fake store that tells versions: several over one FakeCloudClient act like several
 /// processes on one store. Everything happens in that FakeCloudClient, which records the calls, holds them and lets
-/// them fail. Threads: any.
-class VersionedFakeClient : public ExtendedCloudClient {
+/// them fail, and throws what its header says. Threads: any.
+class CLOUDPROVIDER_TESTING_EXPORT VersionedFakeClient : public ExtendedCloudClient {
 public:
+    /// A client of that store, which must not be null.
     explicit VersionedFakeClient(std::shared_ptr<FakeCloudClient> store);
     VersionedFakeClient(const VersionedFakeClient&) = delete;
     VersionedFakeClient& operator=(const VersionedFakeClient&) = delete;
     ~VersionedFakeClient() override;
 
+    // ExtendedCloudClient's operations, as it and CloudClient describe them.
     boost::optional<ObjectInfo> getObjectInfo(const std::string& key) override;
     void checkObjectName(const std::string& name) override;
     std::vector<ObjectInfo> listObjects(const std::string& prefix, std::string& token,

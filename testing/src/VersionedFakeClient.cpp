@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "VersionedFakeClient.hpp"
+#include <storage/cloudprovider/testing/VersionedFakeClient.hpp>
 
 #include <utility>
 
