@@ -25,6 +25,7 @@ ClientUnderTest fake(const std::string& name, const Options& options) {
 const ClientUnderTest kVersioned{
     .name = "Versioned",
     .make = [] { return std::make_shared<VersionedFakeClient>(std::make_shared<FakeCloudClient>()); },
+    .minPartSize = 1000,
     .tellsVersions = true};
 
 INSTANTIATE_TEST_SUITE_P(Fake, ClientConformance,

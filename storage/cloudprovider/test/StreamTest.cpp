@@ -2,12 +2,12 @@
 #include "AllocationFaults.hpp"
 #include "EngineTest.hpp"
 #include "OpenFileManager.hpp"
-#include "VersionedFakeClient.hpp"
 #include "tuning.hpp"
 
 #include <storage/cloudprovider/CloudException.hpp>
 #include <storage/cloudprovider/abandonStream.hpp>
 #include <storage/cloudprovider/buildCloudProvider.hpp>
+#include <storage/cloudprovider/testing/VersionedFakeClient.hpp>
 
 #include <boost/numeric/conversion/cast.hpp>
 

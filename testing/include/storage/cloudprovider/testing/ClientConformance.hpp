@@ -17,14 +17,24 @@ namespace storage::cloudprovider::test {
 
 /// A store to hold against what CloudClient promises, and where it may differ.
 struct ClientUnderTest {
-    std::string name;                                    ///< of letters and digits
-    std::function<std::shared_ptr<CloudClient>()> make;  ///< a client of an empty store
-    std::uint64_t minPartSize = 10;                      ///< the smallest part that is not the last one
-    bool takesAnyBytesInKeys = true;                     ///< not only UTF-8
-    bool copiesAnyRange = true;                          ///< not only whole parts of the stored object
-    bool missesDeleted = true;                           ///< deleting what is not there is an error
-    bool refusesReplacedParts = false;                   ///< copyPart throws for the tag of an object that is no more
-    bool tellsVersions = false;                          ///< an ExtendedCloudClient that knows what was replaced
+    /// Of ASCII letters and digits; no two alike in one instantiation.
+    std::string name;
+    /// Makes a client of an empty store, which nobody else uses until the client is gone. Called at the start of each
+    /// test, on its thread; null, or what it throws, fails the test. Tests may run in several processes at once.
+    std::function<std::shared_ptr<CloudClient>()> make;
+    /// The smallest part that the store takes, but for an object's last one; in bytes, not 0. Most tests of
+    /// uploads send some parts of that size.
+    std::uint64_t minPartSize = 10;
+    /// Keys may be any bytes, not only UTF-8.
+    bool takesAnyBytesInKeys = true;
+    /// copyPart takes any bytes of the stored object, not only whole parts of it.
+    bool copiesAnyRange = true;
+    /// Deleting what is not there is a ResourceNotFoundException; else it is no error.
+    bool missesDeleted = true;
+    /// copyPart throws a CloudException for the tag of an object that was replaced.
+    bool refusesReplacedParts = false;
+    /// The client is an ExtendedCloudClient that tells versions; the tests of those are skipped for others.
+    bool tellsVersions = false;
 };
 
 /// Write its name, for GoogleTest's messages.
