@@ -46,6 +46,10 @@ public:
     RunningTask(const RunningTask&) = delete;
     RunningTask& operator=(const RunningTask&) = delete;
     ~RunningTask() {
+        if (m_isDone) {
+            m_task.front()
+                .part.reset();  // whoever waits for the task finds its part's file gone, if this was the last owner
+        }
         const std::lock_guard lock(m_manager.m_mutex);
         m_manager.m_runningParts.erase(m_task.front().index);
         // While it ran the part may have been queued again, and that is as good.

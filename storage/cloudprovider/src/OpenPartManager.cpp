@@ -255,6 +255,7 @@ void OpenPartManager::flushMultiPartFile(const std::vector<Part>& parts) {
     if (!isChanged) {
         return;
     }
+    m_uploadManager->joinUploads();  // until its task has begun a changed part has the record of its former bytes
     transferMissing(stored);
 
     std::vector<PartInfo> records;

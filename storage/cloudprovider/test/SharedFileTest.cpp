@@ -48,6 +48,7 @@ TEST_F(SharedFileTest, AppendersLoseNothingAndRepeatNothing) {
     for (int round = 0; round < 75 && !HasFailure(); ++round) {
         SCOPED_TRACE(round);
         const bool areProcesses = round % 3 == 2;
+        m_options.transferThreads = round % 4 == 3 ? 2 : 0;
         startAnew(round % 3 == 1);
         std::vector<std::thread> appenders;
         for (int thread = 0; thread < kThreads; ++thread) {

@@ -50,7 +50,7 @@ std::size_t ScopedTemporaryFolder::fileCount() const {
 EngineTest::EngineTest() : m_provider(buildCloudProvider(m_client, FolderPolicy::MarkerObjects, false)) {}
 
 std::shared_ptr<foundation::storage::provider::IProvider> EngineTest::anotherProcess() const {
-    return buildCloudProvider(std::make_shared<VersionedFakeClient>(m_client), FolderPolicy::MarkerObjects, false);
+    return buildCloudProvider(std::make_shared<VersionedFakeClient>(m_client), FolderPolicy::MarkerObjects, false, m_options);
 }
 
 void EngineTest::startAnew(bool tellsVersions) {
@@ -59,7 +59,7 @@ void EngineTest::startAnew(bool tellsVersions) {
     if (tellsVersions) {
         m_providersClient = std::make_shared<VersionedFakeClient>(m_client);
     }
-    m_provider = buildCloudProvider(m_providersClient, FolderPolicy::MarkerObjects, false);
+    m_provider = buildCloudProvider(m_providersClient, FolderPolicy::MarkerObjects, false, m_options);
 }
 
 bool EngineTest::isOpen() const {

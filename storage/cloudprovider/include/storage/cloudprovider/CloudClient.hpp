@@ -79,7 +79,8 @@ public:
 
     /// Begin a multipart upload; the stored object stays as it is until the upload completes.
     ///
-    /// Values   lastTag: the tag of the object's first part as it was described, or of the part uploaded last; empty for
+    /// Values   lastTag: the tag of the object's first part as it was described, or of the part uploaded last; empty
+    /// for
     ///          a new object, and for one that was stored since it was described.
     /// Result   the upload's id.
     virtual std::string startMultipartUpload(const std::string& key, const std::string& lastTag) = 0;

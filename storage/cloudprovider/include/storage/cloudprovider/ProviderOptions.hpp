@@ -15,8 +15,8 @@ enum class MoveOrder : std::uint32_t {
     StoreDestinationFirst = 1
 };
 
-/// How a provider transfers and keeps the bytes of open files. The defaults change nothing: every transfer is made by the
-/// thread that needs it, one at a time.
+/// How a provider transfers and keeps the bytes of open files. The defaults change nothing: every transfer is made by
+/// the thread that needs it, one at a time.
 ///
 /// A file that is open already keeps the options of the provider that opened it first, if several share a client.
 struct ProviderOptions {

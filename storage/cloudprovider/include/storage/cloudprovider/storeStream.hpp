@@ -9,11 +9,11 @@ namespace storage::cloudprovider {
 /// Store now what was written to the file of this stream so far, by all its streams, and leave them open: an fsync that
 /// ends in the store.
 ///
-/// When it returns, everything that was written before the call is stored, and as durable as the store promises. A write
-/// that another thread has in progress may be stored in part; the rest waits for the next call, or for the last stream to
-/// close. Calling it again without a change stores nothing again. It is how a writer learns
-/// that its bytes are stored: a close does not tell while other streams of the file are open, since the last one to
-/// close stores the file, even if it is a reader's. abandonStream gives up what came after.
+/// When it returns, everything that was written before the call is stored, and as durable as the store promises. A
+/// write that another thread has in progress may be stored in part; the rest waits for the next call, or for the last
+/// stream to close. Calling it again without a change stores nothing again. It is how a writer learns that its bytes
+/// are stored: a close does not tell while other streams of the file are open, since the last one to close stores the
+/// file, even if it is a reader's. abandonStream gives up what came after.
 ///
 /// Values   a stream opened for reading only stores nothing.
 /// Errors   ByteStreamWriteFailure: Unsupported for a stream of another provider; Unknown for a closed one, as from

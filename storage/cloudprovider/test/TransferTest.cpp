@@ -1,0 +1,146 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "EngineTest.hpp"
+#include "ScopedMainContext.hpp"
+
+#include <foundation/services/InterruptState.hpp>
+#include <storage/cloudprovider/abandonStream.hpp>
+#include <storage/cloudprovider/storeStream.hpp>
+
+#include <boost/filesystem/operations.hpp>
+
+#include <chrono>
+#include <future>
+#include <thread>
+
+namespace storage::cloudprovider::test {
+
+using foundation::storage::provider::ErrorCode;
+using When = CallControl::When;
+
+// Transfers that a pool of threads makes.
+class TransferTest : public EngineTest {
+protected:
+    static std::size_t threadCount() {
+        return static_cast<std::size_t>(std::distance(boost::filesystem::directory_iterator("/proc/self/task"),
+                                                      boost::filesystem::directory_iterator()));
+    }
+
+    void startWith(std::uint32_t threads) {
+        m_options.transferThreads = threads;
+        startAnew();
+    }
+
+    // Bytes of that many parts.
+    static std::string bytesOf(std::size_t parts) {
+        std::string bytes;
+        for (std::size_t part = 0; part < parts; ++part) {
+            bytes += std::string(kPartSize, static_cast<char>('a' + part % 26));
+        }
+        return bytes;
+    }
+};
+
+TEST_F(TransferTest, ThreadsAreStartedAsTheyAreNeededAndEndWithTheProvider) {
+    const auto before = threadCount();
+    for (const std::uint32_t threads : {0U, 3U}) {
+        startWith(threads);
+        EXPECT_EQ(threadCount(), before);
+        auto stream = openFile(replace());
+        write(stream, bytesOf(10));
+        EXPECT_LE(threadCount(), before + threads);
+        EXPECT_EQ(threadCount() > before, threads != 0);
+        m_provider.reset();  // the stream keeps the threads
+        write(stream, bytesOf(1));
+        stream->close();
+        stream.reset();
+        EXPECT_EQ(m_client->content(m_key), bytesOf(10) + bytesOf(1));
+        m_providersClient.reset();
+        EXPECT_EQ(threadCount(), before);
+    }
+    startWith(0);
+}
+
+TEST_F(TransferTest, PartsAreSentAndReusedAtOnce) {
+    startWith(4);
+    m_client->storeParts(m_key, bytesOf(12), std::vector<std::uint64_t>(12, kPartSize));
+    for (const std::string operation : {"uploadPart", "copyPart"}) {
+        SCOPED_TRACE(operation);
+        const auto stream = openFile(update());
+        auto& gate = m_client->gate(operation);
+        auto writing = std::async(std::launch::async, [&] {
+            write(stream, operation == "uploadPart" ? bytesOf(12) : "x");
+            stream->close();
+        });
+        EXPECT_TRUE(gate.waitForArrivals(5)) << "four threads, and the one that waits for room";
+        gate.open();
+        writing.get();
+    }
+    EXPECT_EQ(m_client->content(m_key), "x" + bytesOf(12).substr(1));
+}
+
+TEST_F(TransferTest, AFailureReachesWhoeverComesNextAndIsMadeGood) {
+    startWith(2);
+    m_client->failOperation("uploadPart", 2, When::Before, CallControl::Repeat::Forever);
+    const auto stream = openFile(replace());
+    // At the latest when there is no more room for parts to wait.
+    EXPECT_EQ(errorCodeOf([&] { write(stream, bytesOf(12)); }), ErrorCode::Unknown);
+    EXPECT_EQ(errorCodeOf([&] { storeStream(*stream); }), ErrorCode::Unknown);
+    m_client->clearFaults();
+    stream->seek(0, std::ios_base::beg);
+    write(stream, bytesOf(12));
+    stream->close();
+    EXPECT_EQ(m_client->content(m_key), bytesOf(12));
+}
+
+TEST_F(TransferTest, AFileWhoseStoreHangsStopsNoOther) {
+    startWith(2);
+    auto& gate = m_client->gate("uploadPart", m_key);
+    const auto hanging = openFile(replace());
+    auto writing = std::async(std::launch::async, [&] {
+        write(hanging, bytesOf(6));
+        hanging->close();
+    });
+    ASSERT_TRUE(gate.waitForArrivals(3)) << "both threads and the writer";
+    const auto other = m_provider->openStream(IRI(u"/other"), replace());
+    write(other, bytesOf(6));
+    other->close();
+    EXPECT_EQ(m_client->content("other"), bytesOf(6));
+    gate.open();
+    writing.get();
+    EXPECT_EQ(m_client->content(m_key), bytesOf(6));
+}
+
+// The transfer runs in a thread of the pool, and hangs there; who waits for it is interrupted all the same.
+TEST_F(TransferTest, AnInterruptReachesThoseWhoWaitForATransfer) {
+    startWith(1);
+    m_client->storeParts(m_key, bytesOf(2), {kPartSize, kPartSize});
+    auto& gate = m_client->gate("uploadPart");
+    const auto stream = openFile(update());
+    write(stream, "x");
+    stream->seek(kPartSize, std::ios_base::beg);  // hands the first part to the pool
+    ASSERT_TRUE(gate.waitForArrivals());
+    {
+        const ScopedMainContext context;
+        foundation::utInterruptState::RequestInterrupt();
+        EXPECT_EQ(errorCodeOf([&] { storeStream(*stream); }), ErrorCode::Unknown);
+    }
+    gate.open();
+    stream->close();
+    EXPECT_EQ(m_client->content(m_key), "x" + bytesOf(2).substr(1));
+}
+
+TEST_F(TransferTest, AbandoningWaitsForWhatIsOnItsWayAndLeavesNothing) {
+    startWith(2);
+    auto& gate = m_client->gate("uploadPart");
+    const auto stream = openFile(replace());
+    write(stream, bytesOf(3));
+    ASSERT_TRUE(gate.waitForArrivals());
+    auto abandoning = std::async(std::launch::async, [&] { return abandonStream(*stream); });
+    EXPECT_EQ(abandoning.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
+    gate.open();
+    EXPECT_TRUE(abandoning.get());
+    EXPECT_EQ(m_client->openUploads(), 0U);
+    EXPECT_FALSE(m_client->content(m_key));
+}
+
+}  // namespace storage::cloudprovider::test
