@@ -72,12 +72,12 @@ private:
     // Tells whether the part is to be transferred once more.
     bool transferOnce(ChangedParts changedParts) {
         auto& part = *m_task.front().part;
-        const auto record = part.begin();
-        if (!record) {
+        if (!part.begin()) {
             return false;
         }
         try {
-            return part.succeed(*record, m_manager.transfer(*record, part.data()));
+            part.transfer(m_manager);
+            return part.succeed();
         } catch (...) {
             const bool isSentAgain = part.fail();
             if (!isSentAgain || changedParts == ChangedParts::MayFail) {
@@ -120,13 +120,13 @@ std::string MultipartUploadManager::uploadPart(const PartInfo& info, const char*
     return tag;
 }
 
-std::string MultipartUploadManager::reusePart(const PartInfo& info) {
+std::vector<PartInfo> MultipartUploadManager::reusePart(const std::vector<PartInfo>& run) {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    CLOUDPROVIDER_TRACE_ARGUMENTS(" info=", info);
+    CLOUDPROVIDER_TRACE_ARGUMENTS(" info=", run.front(), " count=", run.size());
     const auto uploadId = acquireUploadId();
     const auto version = m_context->version.get();
     return onVersion(*m_context, version,
-                     [&] { return m_context->client->copyRange(m_context->key, uploadId, info, version); });
+                     [&] { return m_context->client->copyRun(m_context->key, uploadId, run, version); });
 }
 
 void MultipartUploadManager::joinUploads() {
@@ -257,10 +257,6 @@ void MultipartUploadManager::waitForTasks() {
         throwIfInterrupted();
         lock.lock();
     }
-}
-
-std::string MultipartUploadManager::transfer(const PartInfo& record, const char* data) {
-    return data == nullptr ? reusePart(record) : uploadPart(record, data);
 }
 
 std::string MultipartUploadManager::acquireUploadId() {

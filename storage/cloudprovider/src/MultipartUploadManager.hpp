@@ -41,14 +41,16 @@ public:
     /// meanwhile is not thrown: its change hands it over again.
     void asyncUploadPart(std::uint64_t index, std::unique_ptr<PartTransfer> part);
 
-    /// Queue the reuse of the stored object's bytes, and work on the queue.
+    /// Queue the reuse of the stored object's bytes, of one part or of neighbours from that index on, and work on the
+    /// queue.
     void asyncReusePart(std::uint64_t index, std::unique_ptr<PartTransfer> part);
 
     /// Send info.Size bytes now; answers the tag.
     std::string uploadPart(const PartInfo& info, const char* data);
 
-    /// Reuse stored bytes now; answers the tag. ObjectReplacedException when they are no longer stored.
-    std::string reusePart(const PartInfo& info);
+    /// Reuse the stored bytes of neighbouring parts now; answers the records that stand for them.
+    /// ObjectReplacedException when they are no longer stored.
+    std::vector<PartInfo> reusePart(const std::vector<PartInfo>& run);
 
     /// Run the queue until it is empty and no other thread runs a task of it. Every failure is thrown.
     void joinUploads();
@@ -89,7 +91,7 @@ private:
     void runQueue(ChangedParts changedParts, std::size_t mostLeft);
     void requestThreads(std::size_t count) noexcept;
     void waitForTasks();
-    std::string transfer(const PartInfo& record, const char* data);
+
     std::string acquireUploadId();
 
     // With m_mutex held.

@@ -12,6 +12,7 @@
 #include <exception>
 #include <limits>
 #include <utility>
+#include <vector>
 
 namespace storage::cloudprovider {
 
@@ -50,6 +51,12 @@ private:
     std::uint64_t& m_position;
     std::uint64_t m_former;
 };
+
+void giveBack(OpenPartManager& partManager, std::vector<OpenPartHold> holds) {
+    for (auto& hold : holds) {
+        partManager.closePart(std::move(hold));
+    }
+}
 
 template <typename Failure>
 void failIfClosed(const std::shared_ptr<OpenPartManager>& partManager) {
@@ -119,6 +126,7 @@ std::int64_t OpenFileByteStream::doRead(char* buffer, std::int64_t count) {
             m_device = m_partManager->openPart(m_fileOffset, false);
             m_isAtEnd = !m_device;
             isFreshDevice = true;
+            readAhead();
             continue;
         }
         const auto view = m_device->part().view();
@@ -131,6 +139,7 @@ std::int64_t OpenFileByteStream::doRead(char* buffer, std::int64_t count) {
         if (total < wanted) {
             giveDeviceBack();  // the rest lies in the next part
             m_isAtEnd = isFreshDevice && copied == 0;
+            m_isReadingOn = true;
         }
     }
     position.keep();
@@ -178,6 +187,7 @@ std::streampos OpenFileByteStream::doSeek(std::int64_t offset, std::ios_base::se
         const auto capacity = m_device->part().capacity();
         if (target < begin || target - begin >= capacity) {
             giveDeviceBack();
+            stopReadingAhead();
         } else {
             m_device->position = target - begin;
         }
@@ -205,6 +215,9 @@ void OpenFileByteStream::doClose() {
     };
     if (device) {
         record([&] { partManager->closePart(std::move(device)); });
+    }
+    if (const auto ahead = std::move(m_readAhead)) {
+        record([&] { giveBack(*partManager, ahead->want({})); });
     }
     bool isStored = false;
     if (partManager && m_storesAtClose) {
@@ -274,6 +287,26 @@ void OpenFileByteStream::openDeviceForWriting() {
 
 void OpenFileByteStream::giveDeviceBack() {
     m_partManager->closePart(std::move(m_device));
+}
+
+// Once a part was read to its end, the next ones are wanted.
+void OpenFileByteStream::readAhead() {
+    if (!m_device || !std::exchange(m_isReadingOn, false)) {
+        return;
+    }
+    if (!m_readAhead) {
+        m_readAhead = m_partManager->makeReadAhead();
+    }
+    if (m_readAhead) {
+        giveBack(*m_partManager, m_readAhead->want(m_partManager->partsAhead(m_device->part())));
+    }
+}
+
+void OpenFileByteStream::stopReadingAhead() {
+    m_isReadingOn = false;
+    if (m_readAhead) {
+        giveBack(*m_partManager, m_readAhead->want({}));
+    }
 }
 
 void OpenFileByteStream::giveInvalidDeviceBack() {

@@ -51,6 +51,8 @@ private:
     void putIntoDevice(const char* source, std::uint64_t count);
     void openDeviceForWriting();
     void giveDeviceBack();
+    void readAhead();
+    void stopReadingAhead();
     void giveInvalidDeviceBack();
     std::uint64_t seekTarget(std::int64_t offset, std::ios_base::seekdir way) const;
 
@@ -61,6 +63,8 @@ private:
     const WriteMode m_writeMode;
     std::unique_ptr<OpenPartDevice> m_device;        // the part that the position lies in, or empty
     std::shared_ptr<OpenPartManager> m_partManager;  // empty when closed
+    std::shared_ptr<ReadAhead> m_readAhead;          // empty until a part was read to its end, and where none is wanted
+    bool m_isReadingOn = false;                      // the last part was read to its end
 };
 
 }  // namespace storage::cloudprovider

@@ -28,6 +28,14 @@ using ExclusiveGate = boost::unique_lock<boost::shared_mutex>;
 // How often a write-back tries to transfer a part that others change meanwhile.
 constexpr int kMostRounds = 4;
 
+// Runs of parts that are reused end at multiples of so many bytes of the file: several can be copied at once, and a
+// second try makes the same pieces.
+constexpr std::uint64_t kRunBoundary = std::uint64_t{128} * 1024 * 1024;
+
+bool isNextOfRun(const OpenPartBuffer& last, const OpenPartBuffer& next) {
+    return next.index() == last.index() + 1 && next.offset() / kRunBoundary == last.offset() / kRunBoundary;
+}
+
 // Ends a write-back for those who wait for it, whatever became of it.
 class WriteBackEnd {
 public:
@@ -176,10 +184,14 @@ std::unique_ptr<OpenPartDevice> OpenPartManager::openPart(std::uint64_t fileOffs
 }
 
 void OpenPartManager::closePart(std::unique_ptr<OpenPartDevice> device) {
+    closePart(std::move(device->hold));
+}
+
+void OpenPartManager::closePart(OpenPartHold hold) {
     CLOUDPROVIDER_TRACE_FUNCTION();
     const SharedGate gate(m_streamGate);
-    const Part part = device->hold.part();
-    if (!device->hold.close()) {
+    const Part part = hold.part();
+    if (!hold.close()) {
         return;  // another stream has it open and will decide, or an upload, and then the write-back sends it
     }
     if (part->localDataVersion() == LocalDataVersion::NEW) {
@@ -187,6 +199,26 @@ void OpenPartManager::closePart(std::unique_ptr<OpenPartDevice> device) {
     } else {
         keepInCache(part);
     }
+}
+
+std::shared_ptr<ReadAhead> OpenPartManager::makeReadAhead() const {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    return m_pool && m_context->options.readAheadParts != 0 ? std::make_shared<ReadAhead>(m_pool) : nullptr;
+}
+
+std::vector<std::shared_ptr<OpenPartBuffer>> OpenPartManager::partsAhead(const OpenPartBuffer& part) const {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    const auto most =
+        std::min<std::size_t>(m_context->options.readAheadParts, m_context->client->limits().UsefulDownloads);
+    const auto first = part.index() + 1;
+    std::vector<Part> ahead;
+    const std::lock_guard lock(m_partsMutex);
+    for (auto index = first; index < m_parts.size() && index < first + most; ++index) {
+        if (m_parts[index]->localDataVersion() == LocalDataVersion::CLOUD && m_parts[index]->size() != 0) {
+            ahead.push_back(m_parts[index]);
+        }
+    }
+    return ahead;
 }
 
 void OpenPartManager::rerunFailedUploads() {
@@ -256,12 +288,18 @@ void OpenPartManager::flushMultiPartFile(const std::vector<Part>& parts) {
         return;
     }
     m_uploadManager->joinUploads();  // until its task has begun a changed part has the record of its former bytes
-    transferMissing(stored);
+    const auto runs = std::make_shared<ReusedRuns>();
+    transferMissing(stored, runs);
 
     std::vector<PartInfo> records;
     records.reserve(stored.size());
+    const ReusedRuns::Run* former = nullptr;
     for (const auto& part : stored) {
-        records.push_back(part->uploadedRecord().value());
+        if (const auto* const run = runs->find(part->index()); run == nullptr) {
+            records.push_back(part->uploadedRecord().value());
+        } else if (run != std::exchange(former, run)) {
+            records.insert(records.end(), run->records.begin(), run->records.end());
+        }
     }
     try {
         m_objectWriter.complete(*m_uploadManager, std::move(records));
@@ -278,12 +316,12 @@ void OpenPartManager::flushMultiPartFile(const std::vector<Part>& parts) {
 
 // Reuses what was not changed. A part may be changed before the store is asked for that, or while it fails to be sent:
 // it takes another round, in which it is sent.
-void OpenPartManager::transferMissing(const std::vector<Part>& parts) {
+void OpenPartManager::transferMissing(const std::vector<Part>& parts, const std::shared_ptr<ReusedRuns>& runs) {
     CLOUDPROVIDER_TRACE_FUNCTION();
     for (int round = 0;; ++round) {
         std::vector<Part> missing;
         std::copy_if(parts.begin(), parts.end(), std::back_inserter(missing),
-                     [](const Part& part) { return !part->uploadedRecord(); });
+                     [&](const Part& part) { return runs->find(part->index()) == nullptr && !part->uploadedRecord(); });
         if (missing.empty()) {
             return;
         }
@@ -291,14 +329,28 @@ void OpenPartManager::transferMissing(const std::vector<Part>& parts) {
             throw UnknownErrorException(
                 ExceptionContext("parts of " + m_context->key + " failed to be sent while they were changed"));
         }
+        std::vector<Part> run;
         for (const auto& part : missing) {
-            if (part->storedRecord()) {
-                m_uploadManager->asyncReusePart(part->index(), std::make_unique<PartReuse>(part));
+            const bool isStored = part->storedRecord().has_value();
+            if (!run.empty() && !(isStored && isNextOfRun(*run.back(), *part))) {
+                scheduleRun(std::exchange(run, {}), runs);
+            }
+            if (isStored) {
+                run.push_back(part);
             } else {
                 scheduleUpload(part);
             }
         }
+        scheduleRun(std::move(run), runs);
         m_uploadManager->joinUploads();
+    }
+}
+
+void OpenPartManager::scheduleRun(std::vector<Part> run, const std::shared_ptr<ReusedRuns>& runs) {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    if (!run.empty()) {
+        const auto index = run.front()->index();
+        m_uploadManager->asyncReusePart(index, std::make_unique<RunReuse>(std::move(run), runs));
     }
 }
 

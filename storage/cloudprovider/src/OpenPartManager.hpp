@@ -7,6 +7,8 @@
 #include "OpenFileContext.hpp"
 #include "OpenPartBuffer.hpp"
 #include "OpenPartDevice.hpp"
+#include "PartTransfers.hpp"
+#include "ReadAhead.hpp"
 #include "StreamRegister.hpp"
 
 #include <storage/cloudprovider/PartInfo.hpp>
@@ -85,6 +87,15 @@ public:
     /// several, an unchanged one goes to the cache.
     void closePart(std::unique_ptr<OpenPartDevice> device);
 
+    /// The same for parts that were kept open without a device.
+    void closePart(OpenPartHold hold);
+
+    /// What fetches ahead for a stream; empty when nothing is to be.
+    std::shared_ptr<ReadAhead> makeReadAhead() const;
+
+    /// The unchanged ones among the next parts behind one, as many as are fetched ahead.
+    std::vector<std::shared_ptr<OpenPartBuffer>> partsAhead(const OpenPartBuffer& part) const;
+
     /// Try again what failed to be sent, and report it if it still fails.
     void rerunFailedUploads();
 
@@ -94,7 +105,8 @@ private:
     void flushParts(ObjectWriter::Bytes bytes);
     void flushSinglePartFile(const Part& part, ObjectWriter::Bytes bytes);
     void flushMultiPartFile(const std::vector<Part>& parts);
-    void transferMissing(const std::vector<Part>& parts);
+    void transferMissing(const std::vector<Part>& parts, const std::shared_ptr<ReusedRuns>& runs);
+    void scheduleRun(std::vector<Part> run, const std::shared_ptr<ReusedRuns>& runs);
     void scheduleUpload(const Part& part);
     void keepInCache(const Part& part) noexcept;
     bool isSinglePartFile() const;

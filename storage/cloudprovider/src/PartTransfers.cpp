@@ -1,32 +1,34 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "PartTransfers.hpp"
 
+#include "MultipartUploadManager.hpp"
 #include "translateException.hpp"
 
+#include <algorithm>
 #include <utility>
 
 namespace storage::cloudprovider {
 
 PartUpload::PartUpload(std::shared_ptr<OpenPartBuffer> part) : m_part(std::move(part)) {}
 
-std::optional<PartInfo> PartUpload::begin() {
+bool PartUpload::begin() {
     if (!m_part->openIfModified()) {
-        return std::nullopt;
+        return false;
     }
     auto hold = OpenPartHold::adopt(m_part);
-    auto record = m_part->markUploading();
-    if (record) {
+    m_record = m_part->markUploading();
+    if (m_record) {
         m_hold.emplace(std::move(hold));
     }
-    return record;
+    return m_record.has_value();
 }
 
-const char* PartUpload::data() const {
-    return std::as_const(*m_part).data();
+void PartUpload::transfer(MultipartUploadManager& upload) {
+    m_tag = upload.uploadPart(*m_record, std::as_const(*m_part).data());
 }
 
-bool PartUpload::succeed(const PartInfo& record, std::string tag) noexcept {
-    m_part->recordUpload(record.Size, std::move(tag));
+bool PartUpload::succeed() noexcept {
+    m_part->recordUpload(m_record->Size, std::move(m_tag));
     return giveBack() && m_part->localDataVersion() == LocalDataVersion::NEW;
 }
 
@@ -48,23 +50,50 @@ bool PartUpload::giveBack() noexcept {
     return isLast;
 }
 
-PartReuse::PartReuse(std::shared_ptr<OpenPartBuffer> part) : m_part(std::move(part)) {}
-
-std::optional<PartInfo> PartReuse::begin() {
-    return m_part->storedRecord();
+void ReusedRuns::add(std::map<std::uint64_t, Run>::node_type run) noexcept {
+    const std::lock_guard lock(m_mutex);
+    m_runs.insert(std::move(run));
 }
 
-const char* PartReuse::data() const {
-    return nullptr;
+const ReusedRuns::Run* ReusedRuns::find(std::uint64_t index) const {
+    const std::lock_guard lock(m_mutex);
+    const auto next = m_runs.upper_bound(index);
+    if (next == m_runs.begin()) {
+        return nullptr;
+    }
+    const auto& run = std::prev(next)->second;
+    return index < run.endIndex ? &run : nullptr;
 }
 
-bool PartReuse::succeed(const PartInfo& record, std::string tag) noexcept {
-    m_part->recordUpload(record.Size, std::move(tag));
+RunReuse::RunReuse(std::vector<std::shared_ptr<OpenPartBuffer>> parts, std::shared_ptr<ReusedRuns> runs)
+    : m_parts(std::move(parts)), m_runs(std::move(runs)) {}
+
+bool RunReuse::begin() {
+    m_run.clear();
+    for (const auto& part : m_parts) {
+        auto record = part->storedRecord();
+        if (!record) {
+            return false;  // it was changed meanwhile: the rest of the run is reused with other neighbours
+        }
+        m_run.push_back(std::move(*record));
+    }
+    return true;
+}
+
+void RunReuse::transfer(MultipartUploadManager& upload) {
+    std::map<std::uint64_t, ReusedRuns::Run> answer;
+    answer.emplace(m_run.front().Index, ReusedRuns::Run{m_run.back().Index + 1, upload.reusePart(m_run)});
+    m_answer = answer.extract(answer.begin());
+}
+
+bool RunReuse::succeed() noexcept {
+    m_runs->add(std::move(m_answer));
     return false;
 }
 
-bool PartReuse::fail() noexcept {
-    return m_part->localDataVersion() != LocalDataVersion::CLOUD;
+bool RunReuse::fail() noexcept {
+    return std::any_of(m_parts.begin(), m_parts.end(),
+                       [](const auto& part) { return part->localDataVersion() != LocalDataVersion::CLOUD; });
 }
 
 }  // namespace storage::cloudprovider

@@ -4,9 +4,15 @@
 #include "OpenPartBuffer.hpp"
 #include "PartTransfer.hpp"
 
+#include <storage/cloudprovider/PartInfo.hpp>
+
+#include <cstdint>
+#include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace storage::cloudprovider {
 
@@ -16,9 +22,9 @@ class PartUpload final : public PartTransfer {
 public:
     explicit PartUpload(std::shared_ptr<OpenPartBuffer> part);
 
-    std::optional<PartInfo> begin() override;
-    const char* data() const override;
-    bool succeed(const PartInfo& record, std::string tag) noexcept override;
+    bool begin() override;
+    void transfer(MultipartUploadManager& upload) override;
+    bool succeed() noexcept override;
     bool fail() noexcept override;
 
 private:
@@ -26,20 +32,44 @@ private:
 
     const std::shared_ptr<OpenPartBuffer> m_part;
     std::optional<OpenPartHold> m_hold;
+    std::optional<PartInfo> m_record;
+    std::string m_tag;
 };
 
-/// Takes an unchanged part from the stored object.
-class PartReuse final : public PartTransfer {
+/// The runs of parts that a write-back took from the stored object. Threads: any.
+class ReusedRuns {
 public:
-    explicit PartReuse(std::shared_ptr<OpenPartBuffer> part);
+    /// Note a run: the index behind its last part, and the records that stand for it.
+    struct Run {
+        std::uint64_t endIndex;
+        std::vector<PartInfo> records;
+    };
+    void add(std::map<std::uint64_t, Run>::node_type run) noexcept;
 
-    std::optional<PartInfo> begin() override;
-    const char* data() const override;
-    bool succeed(const PartInfo& record, std::string tag) noexcept override;
+    /// The run that a part lies in; nothing when it was not reused.
+    const Run* find(std::uint64_t index) const;
+
+private:
+    mutable std::mutex m_mutex;           // guards what follows; a leaf
+    std::map<std::uint64_t, Run> m_runs;  // by the index of the first part; a run stays once it is there
+};
+
+/// Takes neighbouring unchanged parts from the stored object.
+class RunReuse final : public PartTransfer {
+public:
+    /// parts: in order, not empty.
+    RunReuse(std::vector<std::shared_ptr<OpenPartBuffer>> parts, std::shared_ptr<ReusedRuns> runs);
+
+    bool begin() override;
+    void transfer(MultipartUploadManager& upload) override;
+    bool succeed() noexcept override;
     bool fail() noexcept override;
 
 private:
-    const std::shared_ptr<OpenPartBuffer> m_part;
+    const std::vector<std::shared_ptr<OpenPartBuffer>> m_parts;
+    const std::shared_ptr<ReusedRuns> m_runs;
+    std::vector<PartInfo> m_run;
+    std::map<std::uint64_t, ReusedRuns::Run>::node_type m_answer;
 };
 
 }  // namespace storage::cloudprovider

@@ -340,6 +340,7 @@ TEST_F(ModelTest, StreamsOfOneFileBehaveLikeAPlainText) {
         const IRI file = IRI::fromUtf8("/" + key);
         const bool tellsVersions = seed % 2 == 0;
         m_options.transferThreads = static_cast<std::uint32_t>(seed % 3 * (seed % 3));  // 0, 1 or 4
+        m_options.readAheadParts = static_cast<std::uint32_t>(seed % 4);
         startAnew(tellsVersions);
         StreamModel run(seed, file, key, *m_client, *m_provider, tellsVersions);
         try {
@@ -352,6 +353,7 @@ TEST_F(ModelTest, StreamsOfOneFileBehaveLikeAPlainText) {
         }
         ASSERT_FALSE(HasFailure());
         ASSERT_EQ(m_client->openUploads(), 0U);
+        m_provider.reset();  // ends what is still fetched ahead
         ASSERT_EQ(m_folder.fileCount(), 0U);
     }
 }
@@ -363,6 +365,7 @@ TEST_F(ModelTest, ThreadsChangeTheirRegionsOfOneFile) {
     for (std::uint64_t seed = 1; seed <= 12 && !HasFailure(); ++seed) {
         SCOPED_TRACE(seed);
         m_options.transferThreads = static_cast<std::uint32_t>(seed % 3 * (seed % 3));  // 0, 1 or 4
+        m_options.readAheadParts = static_cast<std::uint32_t>(seed % 4);
         startAnew(seed % 2 == 0);
         std::vector<std::string> regions(kThreads, std::string(kRegion, '-'));
         m_client->storeParts(m_key, std::string(kThreads * kRegion, '-'), {kRegion, 2 * kRegion, kRegion});

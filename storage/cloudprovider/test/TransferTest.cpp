@@ -60,22 +60,48 @@ TEST_F(TransferTest, ThreadsAreStartedAsTheyAreNeededAndEndWithTheProvider) {
     startWith(0);
 }
 
-TEST_F(TransferTest, PartsAreSentAndReusedAtOnce) {
+TEST_F(TransferTest, PartsAreSentAtOnce) {
     startWith(4);
-    m_client->storeParts(m_key, bytesOf(12), std::vector<std::uint64_t>(12, kPartSize));
-    for (const std::string operation : {"uploadPart", "copyPart"}) {
-        SCOPED_TRACE(operation);
-        const auto stream = openFile(update());
-        auto& gate = m_client->gate(operation);
-        auto writing = std::async(std::launch::async, [&] {
-            write(stream, operation == "uploadPart" ? bytesOf(12) : "x");
-            stream->close();
-        });
-        EXPECT_TRUE(gate.waitForArrivals(5)) << "four threads, and the one that waits for room";
-        gate.open();
-        writing.get();
+    const auto stream = openFile(replace());
+    auto& gate = m_client->gate("uploadPart");
+    auto writing = std::async(std::launch::async, [&] { write(stream, bytesOf(12)); });
+    EXPECT_TRUE(gate.waitForArrivals(5)) << "four threads, and the one that waits for room";
+    gate.open();
+    writing.get();
+    stream->close();
+    EXPECT_EQ(m_client->content(m_key), bytesOf(12));
+}
+
+TEST_F(TransferTest, WhoReadsOnFindsTheNextPartsFetched) {
+    m_options.readAheadParts = 3;
+    startWith(2);
+    m_client->storeParts(m_key, bytesOf(8), std::vector<std::uint64_t>(8, kPartSize));
+    const auto stream = openForReading();
+    std::string bytes(kPartSize + 1, '?');
+    ASSERT_EQ(stream->read(bytes.data(), kPartSize + 1), static_cast<std::int64_t>(kPartSize + 1));
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::minutes(1);
+    while (m_client->count("getObject") < 5 && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::yield();
     }
-    EXPECT_EQ(m_client->content(m_key), "x" + bytesOf(12).substr(1));
+    EXPECT_EQ(m_client->count("getObject"), 5U) << "two were read, three fetched ahead";
+    bytes.resize(1000);
+    ASSERT_EQ(stream->read(bytes.data(), 1000), static_cast<std::int64_t>(7 * kPartSize - 1));
+    stream->close();
+    EXPECT_EQ(m_client->count("getObject"), 8U) << "each part once";
+}
+
+TEST_F(TransferTest, RandomReadsFetchNothingAhead) {
+    m_options.readAheadParts = 3;
+    startWith(2);
+    m_client->storeParts(m_key, bytesOf(8), std::vector<std::uint64_t>(8, kPartSize));
+    const auto stream = openForReading();
+    char byte = 0;
+    for (const int part : {5, 1, 6, 2}) {
+        stream->seek(static_cast<std::streamoff>(part * kPartSize + 3), std::ios_base::beg);
+        ASSERT_EQ(stream->read(&byte, 1), 1);
+    }
+    stream->close();
+    EXPECT_EQ(m_client->count("getObject"), 4U);
 }
 
 TEST_F(TransferTest, AFailureReachesWhoeverComesNextAndIsMadeGood) {

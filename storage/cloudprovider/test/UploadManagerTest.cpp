@@ -26,17 +26,17 @@ protected:
     class Transfer final : public PartTransfer {
     public:
         explicit Transfer(PartState& state) : m_state(state) {}
-        std::optional<PartInfo> begin() override {
+        bool begin() override {
             if (m_state.failingBegins-- > 0) {
                 throw std::runtime_error("cannot be mapped");
             }
-            return m_state.isDone ? std::nullopt : std::optional(m_state.info);
+            return !m_state.isDone;
         }
-        const char* data() const override { return m_state.bytes.empty() ? nullptr : m_state.bytes.data(); }
-        bool succeed(const PartInfo&, std::string tag) noexcept override {
-            m_state.tags.push_back(std::move(tag));
-            return false;
+        void transfer(MultipartUploadManager& upload) override {
+            m_state.tags.push_back(m_state.bytes.empty() ? upload.reusePart({m_state.info}).front().Tag
+                                                         : upload.uploadPart(m_state.info, m_state.bytes.data()));
         }
+        bool succeed() noexcept override { return false; }
         bool fail() noexcept override { return m_state.isChanged; }
 
     private:

@@ -67,6 +67,7 @@ bool EngineTest::isOpen() const {
 }
 
 void EngineTest::TearDown() {
+    m_provider.reset();  // with its threads
     EXPECT_EQ(m_folder.fileCount(), 0U) << "temporary files are left";
     EXPECT_EQ(m_client->openUploads(), 0U) << "uploads are left";
     if (m_expectsNoViolations) {
