@@ -93,6 +93,9 @@ bool OpenFileByteStream::abandon() {
             return false;
         }
         m_device.reset();
+        if (const auto ahead = std::move(m_readAhead)) {
+            ahead->want({});  // what was kept is closed, and kept in no cache: the file goes
+        }
         std::exchange(m_partManager, nullptr)->unregisterByteStream(std::nullopt);
     }
     return true;
@@ -216,7 +219,7 @@ void OpenFileByteStream::doClose() {
     if (device) {
         record([&] { partManager->closePart(std::move(device)); });
     }
-    if (const auto ahead = std::move(m_readAhead)) {
+    if (const auto ahead = std::move(m_readAhead); ahead && partManager) {
         record([&] { giveBack(*partManager, ahead->want({})); });
     }
     bool isStored = false;
