@@ -388,18 +388,116 @@ TEST_P(ClientConformance, RangesComeFromTheirVersionOrNotAtAll) {
     }
     const auto id = client->startMultipartUpload("k", {});
     std::vector<PartInfo> parts{{0, 0, GetParam().minPartSize, {}}};
-    parts[0].Tag = client->copyRange("k", id, parts[0], version);
+    const auto records = client->copyRun("k", id, parts, version);
     const std::function<void()> changes[] = {[&] { put("k", bytes); }, [&] { client->deleteObject("k"); }};
     for (const auto& change : changes) {
         change();
         EXPECT_THROW(getRange(version, 0, 1), ResourceInUseException);
         EXPECT_THROW(getRange(version, 0, size), ResourceInUseException);
         EXPECT_THROW(client->copyRange("k", id, parts[0], version), ResourceInUseException);
+        EXPECT_THROW(client->copyRun("k", id, parts, version), ResourceInUseException);
     }
     EXPECT_THROW(getRange({}, 0, 1), ResourceNotFoundException);
-    client->completeMultipartUpload("k", id, parts);
+    client->completeMultipartUpload("k", id, records);
     EXPECT_EQ(get("k"), bytes.substr(0, parts[0].Size))
         << "what was copied before stays, what was refused adds nothing";
+}
+
+TEST_P(ClientConformance, CopiedRunsAreCoveredByTheirRecords) {
+    const auto client = versioned();
+    if (!client) {
+        GTEST_SKIP();
+    }
+    auto expected = storeParts("k");
+    for (unsigned int round = 0; round < 2; ++round) {
+        SCOPED_TRACE(round);
+        const auto described = client->describeObject("k");
+        ASSERT_TRUE(described);
+        const auto id = client->startMultipartUpload("k", described->Parts.at(0).Tag);
+        std::vector<PartInfo> parts;
+        send("k", id, parts, pattern(described->Parts[0].Size, 8 + round));
+        const std::vector<PartInfo> run(described->Parts.begin() + 1, described->Parts.end());
+        client->copyRun("k", id, run, described->Version);  // a run may be taken again
+        for (const auto& record : client->copyRun("k", id, run, described->Version)) {
+            EXPECT_EQ(record.Offset, endOf(parts));
+            parts.push_back(record);
+        }
+        EXPECT_EQ(endOf(parts), expected.size());
+        client->completeUploadOver("k", id, parts, ExpectedObject::version(described->Version));
+        const auto sent = pattern(parts[0].Size, 8 + round);
+        expected.replace(0, sent.size(), sent);
+        EXPECT_EQ(get("k"), expected);
+        EXPECT_EQ(client->describeObject("k")->Parts.size(), described->Parts.size());
+    }
+}
+
+TEST_P(ClientConformance, CopiesInsideTheStoreAreWholeAndGoTheirOwnWay) {
+    const auto client = versioned();
+    if (!client) {
+        GTEST_SKIP();
+    }
+    put("empty", "");
+    put("small", "bytes");
+    storeParts("large");
+    for (const std::string from : {"empty", "small", "large"}) {
+        SCOPED_TRACE(from);
+        const auto bytes = get(from);
+        const auto source = client->describeObject(from);
+        ASSERT_TRUE(source);
+        ASSERT_EQ(client->copyObject(from, source->Version, "to", ExpectedObject::anything()),
+                  GetParam().copiesInStore);
+        if (!GetParam().copiesInStore) {
+            EXPECT_FALSE(client->describeObject("to"));
+            continue;
+        }
+        EXPECT_EQ(get("to"), bytes);
+        const auto copy = client->describeObject("to");
+        ASSERT_TRUE(copy);
+        EXPECT_NE(copy->Version, source->Version);
+        EXPECT_EQ(endOf(copy->Parts), bytes.size());
+        EXPECT_EQ(client->describeObject(from)->Version, source->Version);
+        if (!bytes.empty()) {
+            const auto id = client->startMultipartUpload("to", {});
+            client->completeMultipartUpload("to", id, client->copyRun("to", id, copy->Parts, copy->Version));
+            EXPECT_EQ(get("to"), bytes) << "the copy's parts can be copied";
+        }
+        client->deleteObject("to");
+        EXPECT_EQ(get(from), bytes) << "what the copy was made of stays";
+        EXPECT_TRUE(client->copyObject(from, {}, "to", ExpectedObject::absent())) << "no version: whatever is stored";
+        put(from, "other");
+        EXPECT_EQ(get("to"), bytes) << "the copy stays";
+    }
+}
+
+TEST_P(ClientConformance, CopiesAndRemovalsAreOfTheirVersionOrNotAtAll) {
+    const auto client = versioned();
+    if (!client) {
+        GTEST_SKIP();
+    }
+    const std::function<void()> changes[] = {[&] { put("k", "theirs"); }, [&] { client->deleteObject("k"); }};
+    for (const auto& change : changes) {
+        put("k", "old");
+        const auto version = client->describeObject("k")->Version;
+        change();
+        const auto stored = client->describeObject("k");
+        if (GetParam().copiesInStore) {
+            EXPECT_THROW(client->copyObject("k", version, "to", ExpectedObject::anything()), ResourceInUseException);
+            EXPECT_FALSE(client->describeObject("to"));
+        }
+        EXPECT_THROW(client->removeObject("k", version), ResourceInUseException);
+        EXPECT_TRUE(!stored || get("k") == "theirs");
+    }
+    if (GetParam().copiesInStore) {
+        EXPECT_THROW(client->copyObject("k", {}, "to", ExpectedObject::anything()), ResourceNotFoundException);
+    }
+    put("k", "new");
+    client->removeObject("k", client->describeObject("k")->Version);
+    EXPECT_FALSE(client->describeObject("k"));
+    put("k", "new");
+    client->removeObject("k", {});
+    EXPECT_FALSE(client->describeObject("k"));
+    EXPECT_GE(client->limits().UsefulUploads, 1U);
+    EXPECT_GE(client->limits().UsefulDownloads, 1U);
 }
 
 TEST_P(ClientConformance, WritesReplaceOnlyWhatIsExpected) {
@@ -423,11 +521,17 @@ TEST_P(ClientConformance, WritesReplaceOnlyWhatIsExpected) {
         {"former", [](const auto& former, const auto&) { return ExpectedObject::version(former); }, false, false},
         {"last", [](const auto&, const auto& last) { return ExpectedObject::version(last); }, true, false},
     };
+    put("source", "new");
     for (const auto& row : rows) {
-        for (const unsigned mode : {0U, 1U, 2U, 3U}) {
-            const bool isUpload = (mode & 1U) != 0;
-            const bool isStored = (mode & 2U) != 0;
-            SCOPED_TRACE(std::string(row.name) + (isUpload ? ", upload" : ", put") + (isStored ? "" : ", removed"));
+        enum class Write { Put, Upload, Copy };
+        for (const unsigned mode : {0U, 1U, 2U, 3U, 4U, 5U}) {
+            const auto kind = static_cast<Write>(mode / 2);
+            const bool isUpload = kind == Write::Upload;
+            const bool isStored = mode % 2 != 0;
+            if (kind == Write::Copy && !GetParam().copiesInStore) {
+                continue;
+            }
+            SCOPED_TRACE(std::string(row.name) + ", write " + std::to_string(mode / 2) + (isStored ? "" : ", removed"));
             put("k", "old");
             const auto former = *currentVersion();
             put("k", "old");
@@ -440,14 +544,19 @@ TEST_P(ClientConformance, WritesReplaceOnlyWhatIsExpected) {
             const auto id = client->startMultipartUpload("k", {});
             std::vector<PartInfo> parts;
             send("k", id, parts, "new");
-            const auto write = [&] {
+            const auto write = [&]() -> std::optional<std::string> {
+                if (kind == Write::Copy) {
+                    EXPECT_TRUE(client->copyObject("source", client->describeObject("source")->Version, "k", expected));
+                    return currentVersion();
+                }
                 return isUpload ? client->completeUploadOver("k", id, parts, expected)
                                 : client->putObjectOver("k", data, 3, expected);
             };
             const bool isMet = isStored ? row.isMetByObject : row.isMetByNone;
             if (isMet) {
-                const std::optional version = write();
+                const auto version = write();
                 EXPECT_EQ(version, currentVersion());
+                EXPECT_NE(version, before);
                 EXPECT_EQ(get("k"), "new");
                 EXPECT_TRUE(!isUpload || client->describeObject("k")->Parts.at(0).Tag == parts[0].Tag);
             } else {

@@ -119,6 +119,16 @@ void FakeCloudClient::requireExpected(const std::string& key, const ExpectedObje
     }
 }
 
+// The object, if it has that version; an empty one: whatever is stored.
+const FakeCloudClient::Object& FakeCloudClient::findObject(const std::string& key, const std::string& version) const {
+    requireExpected(key, ExpectedObject::version(version));
+    const auto found = m_objects.find(key);
+    if (found == m_objects.end()) {
+        throw ResourceNotFoundException();
+    }
+    return found->second;
+}
+
 boost::optional<ObjectInfo> FakeCloudClient::getObjectInfo(const std::string& key) {
     return perform({.operation = "getObjectInfo", .key = key}, [&]() -> boost::optional<ObjectInfo> {
         // Asking for the empty key is how a store with an object for its root would be found.
@@ -240,12 +250,7 @@ void FakeCloudClient::getRange(const std::string& key, const std::string& versio
     perform({.operation = "getRange", .key = key, .first = range.First, .last = last, .version = version}, [&] {
         requireKey(key);
         std::unique_lock lock(m_mutex);
-        requireExpected(key, ExpectedObject::version(version));
-        const auto found = m_objects.find(key);
-        if (found == m_objects.end()) {
-            throw ResourceNotFoundException();
-        }
-        const auto stored = found->second.bytes;
+        const auto stored = findObject(key, version).bytes;
         lock.unlock();
         require(holds(*stored, range.First, range.Size), "range outside the object: " + key);
         require(!range.IsWhole || range.Size == stored->size(), "not the whole object: " + key);
@@ -357,30 +362,49 @@ std::string FakeCloudClient::uploadPart(const std::string& key, const std::strin
 
 std::string FakeCloudClient::copyPart(const std::string& key, const std::string& uploadId, const PartInfo& part) {
     return perform({.operation = "copyPart", .key = key, .detail = uploadId, .part = part},
-                   [&] { return addCopiedPart(key, uploadId, part, {}); });
+                   [&] { return addCopiedParts(key, uploadId, {part}, {}).front().Tag; });
 }
 
 std::string FakeCloudClient::copyRange(const std::string& key, const std::string& uploadId, const PartInfo& part,
                                        const std::string& version) {
     return perform({.operation = "copyRange", .key = key, .detail = uploadId, .part = part, .version = version},
-                   [&] { return addCopiedPart(key, uploadId, part, version); });
+                   [&] { return addCopiedParts(key, uploadId, {part}, version).front().Tag; });
 }
 
-std::string FakeCloudClient::addCopiedPart(const std::string& key, const std::string& uploadId, const PartInfo& part,
-                                           const std::string& version) {
+std::vector<PartInfo> FakeCloudClient::copyRun(const std::string& key, const std::string& uploadId,
+                                               const std::vector<PartInfo>& run, const std::string& version) {
+    return perform({.operation = "copyRun", .key = key, .detail = uploadId, .parts = run, .version = version}, [&] {
+        require(!run.empty(), "an empty run of " + key);
+        for (std::size_t at = 1; at < run.size(); ++at) {
+            const auto& previous = run[at - 1];
+            require(run[at].Index == previous.Index + 1 && run[at].Offset == previous.Offset + previous.Size,
+                    "no neighbours in a run of " + key);
+        }
+        return addCopiedParts(key, uploadId, run, version);
+    });
+}
+
+std::vector<PartInfo> FakeCloudClient::addCopiedParts(const std::string& key, const std::string& uploadId,
+                                                      std::vector<PartInfo> parts, const std::string& version) {
     const std::lock_guard lock(m_mutex);
     findUpload(key, uploadId);
     requireExpected(key, ExpectedObject::version(version));
     const auto found = m_objects.find(key);
     require(found != m_objects.end(), "no object to copy a part from: " + key);
     const auto& bytes = *found->second.bytes;
-    require(holds(bytes, part.Offset, part.Size), "range outside the object: " + key);
     const auto& stored = found->second.parts;
-    require(!version.empty() || part.Tag.empty() ||
+    for (const auto& part : parts) {
+        require(holds(bytes, part.Offset, part.Size), "range outside the object: " + key);
+        require(
+            !version.empty() || part.Tag.empty() ||
                 std::any_of(stored.begin(), stored.end(),
                             [&](const PartInfo& each) { return each.Tag == part.Tag && each.Offset == part.Offset; }),
             "the tag of no part that is stored: " + key);
-    return addPart(key, uploadId, part, bytes.substr(part.Offset, part.Size));
+    }
+    for (auto& part : parts) {
+        part.Tag = addPart(key, uploadId, part, bytes.substr(part.Offset, part.Size));
+    }
+    return parts;
 }
 
 void FakeCloudClient::abortMultipartUpload(const std::string& key, const std::string& uploadId) {
@@ -436,6 +460,33 @@ std::string FakeCloudClient::completeExpected(const std::string& key, const std:
     }
     m_uploads.erase(uploadId);
     return put(key, std::move(bytes), parts);
+}
+
+bool FakeCloudClient::copyObject(const std::string& from, const std::string& fromVersion, const std::string& to,
+                                 const ExpectedObject& expected) {
+    return perform(
+        {.operation = "copyObject", .key = from, .detail = to, .version = fromVersion, .expected = toText(expected)},
+        [&] {
+            requireKey(from);
+            requireKey(to);
+            require(from != to, "a copy onto itself: " + from);
+            if (m_options.copiesInStore) {
+                const std::lock_guard lock(m_mutex);
+                const auto object = findObject(from, fromVersion);
+                requireExpected(to, expected);
+                put(to, *object.bytes, object.parts);
+            }
+            return m_options.copiesInStore;
+        });
+}
+
+void FakeCloudClient::removeObject(const std::string& key, const std::string& version) {
+    perform({.operation = "removeObject", .key = key, .version = version}, [&] {
+        requireKey(key);
+        const std::lock_guard lock(m_mutex);
+        findObject(key, version);
+        m_objects.erase(key);
+    });
 }
 
 // Each object gets a version and a time of its own, a second or more later than the one before.

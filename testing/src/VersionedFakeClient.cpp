@@ -74,6 +74,11 @@ std::string VersionedFakeClient::copyRange(const std::string& key, const std::st
     return m_store->copyRange(key, uploadId, part, version);
 }
 
+std::vector<PartInfo> VersionedFakeClient::copyRun(const std::string& key, const std::string& uploadId,
+                                                   const std::vector<PartInfo>& run, const std::string& version) {
+    return m_store->copyRun(key, uploadId, run, version);
+}
+
 std::string VersionedFakeClient::putObjectOver(const std::string& key, std::istream& data, std::uint64_t size,
                                                const ExpectedObject& expected) {
     return m_store->putObjectOver(key, data, size, expected);
@@ -83,6 +88,19 @@ std::string VersionedFakeClient::completeUploadOver(const std::string& key, cons
                                                     const std::vector<PartInfo>& parts,
                                                     const ExpectedObject& expected) {
     return m_store->completeUploadOver(key, uploadId, parts, expected);
+}
+
+bool VersionedFakeClient::copyObject(const std::string& from, const std::string& fromVersion, const std::string& to,
+                                     const ExpectedObject& expected) {
+    return m_store->copyObject(from, fromVersion, to, expected);
+}
+
+void VersionedFakeClient::removeObject(const std::string& key, const std::string& version) {
+    m_store->removeObject(key, version);
+}
+
+StoreLimits VersionedFakeClient::limits() const {
+    return m_store->limits();
 }
 
 }  // namespace storage::cloudprovider::test

@@ -152,7 +152,7 @@ std::vector<ObjectInfo> SqliteClient::listObjects(const std::string& prefix, std
 }
 
 void SqliteClient::deleteObject(const std::string& key) {
-    m_implementation->write("delete", key, [&](Connection& connection) { sqlite::removeObject(connection, key); });
+    removeObject(key, {});
 }
 
 void SqliteClient::getObject(const std::string& key, std::ostream& sink, std::uint64_t first, std::uint64_t last) {
@@ -221,8 +221,13 @@ void SqliteClient::getRange(const std::string& key, const std::string& version, 
 
 std::string SqliteClient::copyRange(const std::string& key, const std::string& uploadId, const PartInfo& part,
                                     const std::string& version) {
+    return copyRun(key, uploadId, {part}, version).front().Tag;
+}
+
+std::vector<PartInfo> SqliteClient::copyRun(const std::string& key, const std::string& uploadId,
+                                            const std::vector<PartInfo>& run, const std::string& version) {
     return m_implementation->write("copy a part of", key, [&](Connection& connection) {
-        return sqlite::copyStoredPart(connection, key, uploadId, part, version);
+        return sqlite::copyStoredParts(connection, key, uploadId, run, version);
     });
 }
 
@@ -242,6 +247,23 @@ std::string SqliteClient::completeUploadOver(const std::string& key, const std::
     return m_implementation->write("complete an upload of", key, [&](Connection& connection) {
         return sqlite::makeVersion(sqlite::completeUpload(connection, key, uploadId, parts, expected));
     });
+}
+
+bool SqliteClient::copyObject(const std::string& from, const std::string& fromVersion, const std::string& to,
+                              const ExpectedObject& expected) {
+    requireKey(to);
+    m_implementation->write(
+        "copy", from, [&](Connection& connection) { sqlite::copyObject(connection, from, fromVersion, to, expected); });
+    return true;
+}
+
+void SqliteClient::removeObject(const std::string& key, const std::string& version) {
+    m_implementation->write("delete", key,
+                            [&](Connection& connection) { sqlite::removeObject(connection, key, version); });
+}
+
+StoreLimits SqliteClient::limits() const {
+    return {.UsefulUploads = 1};
 }
 
 }  // namespace storage::cloudprovider

@@ -81,15 +81,16 @@ StoredObject getExistingObject(Connection& connection, const std::string& key, c
     return getExistingObject(connection, key);
 }
 
-void requireExpected(Connection& connection, const std::string& key, const ExpectedObject& expected) {
+void requireExpected(Connection& connection, const std::string& key, const ExpectedObject& expected,
+                     const std::string& subject) {
     if (expected.isAnything()) {
         return;
     }
     const std::optional<StoredObject> object = findObject(connection, key);
     if (!expected.isMetBy(object ? std::optional(makeVersion(object->content)) : std::nullopt)) {
-        throw ObjectChanged(!object               ? "it was removed meanwhile"
-                            : expected.isAbsent() ? "it was created meanwhile"
-                                                  : "it was replaced meanwhile");
+        throw ObjectChanged(subject + (!object               ? " was removed meanwhile"
+                                       : expected.isAbsent() ? " was created meanwhile"
+                                                             : " was replaced meanwhile"));
     }
 }
 
@@ -115,8 +116,22 @@ void replaceObject(Connection& connection, const std::string& key, std::int64_t 
     }
 }
 
-void removeObject(Connection& connection, const std::string& key) {
-    const StoredObject object = getExistingObject(connection, key);
+void copyObject(Connection& connection, const std::string& from, const std::string& fromVersion, const std::string& to,
+                const ExpectedObject& expected) {
+    const StoredObject object = getExistingObject(connection, from, fromVersion);
+    requireExpected(connection, to, expected, '"' + to + '"');
+    const std::int64_t copy = shareContent(connection, object.content, 0, object.size);
+    connection
+        .query(
+            "INSERT INTO part(content, number, position, size, tag)"
+            " SELECT ?1, number, position, size, tag FROM part WHERE content = ?2",
+            copy, object.content)
+        .run();
+    replaceObject(connection, to, copy, object.size);
+}
+
+void removeObject(Connection& connection, const std::string& key, const std::string& version) {
+    const StoredObject object = getExistingObject(connection, key, version);
     connection.query("DELETE FROM object WHERE key = ?", key).run();
     dropContent(connection, object.content);
 }

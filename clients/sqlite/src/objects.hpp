@@ -35,8 +35,9 @@ StoredObject getExistingObject(Connection& connection, const std::string& key);
 /// The same, but a version that is not the stored one is an ObjectChanged, also when there is no object. Empty: any.
 StoredObject getExistingObject(Connection& connection, const std::string& key, const std::string& version);
 
-/// Throw an ObjectChanged when what is stored is not what is expected.
-void requireExpected(Connection& connection, const std::string& key, const ExpectedObject& expected);
+/// Throw an ObjectChanged when what is stored is not what is expected. subject: what the text calls the object.
+void requireExpected(Connection& connection, const std::string& key, const ExpectedObject& expected,
+                     const std::string& subject = "it");
 
 /// Throw a StoreFailure when an object has not that many bytes from offset on.
 void requireRange(const StoredObject& object, std::uint64_t offset, std::uint64_t size);
@@ -47,8 +48,13 @@ std::string makeVersion(std::int64_t content);
 /// Make a content the object of that key, as of now; what was there before is dropped.
 void replaceObject(Connection& connection, const std::string& key, std::int64_t content, std::uint64_t size);
 
-/// Remove an object and its content. Throws ResourceNotFoundException when it is not there.
-void removeObject(Connection& connection, const std::string& key);
+/// Make an object's bytes and layout the object of another key, as of now. No byte is copied. Throws as
+/// getExistingObject, and ObjectChanged when what is at the destination is not what is expected.
+void copyObject(Connection& connection, const std::string& from, const std::string& fromVersion, const std::string& to,
+                const ExpectedObject& expected);
+
+/// Remove an object and its content. Throws as getExistingObject.
+void removeObject(Connection& connection, const std::string& key, const std::string& version);
 
 /// The version and the layout of an object, if it is there.
 std::optional<ObjectDescription> describeObject(Connection& connection, const std::string& key);

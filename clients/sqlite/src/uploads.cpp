@@ -106,15 +106,18 @@ std::string sendPart(Connection& connection, const std::string& key, const std::
     return keepPart(connection, upload, part, writeContent(connection, data, part.Size));
 }
 
-std::string copyStoredPart(Connection& connection, const std::string& key, const std::string& uploadId,
-                           const PartInfo& part, const std::string& version) {
+std::vector<PartInfo> copyStoredParts(Connection& connection, const std::string& key, const std::string& uploadId,
+                                      std::vector<PartInfo> parts, const std::string& version) {
     const std::int64_t upload = findUpload(connection, key, uploadId);
     const StoredObject object = getExistingObject(connection, key, version);
-    requireRange(object, part.Offset, part.Size);
-    if (version.empty() && !part.Tag.empty() && !hasPart(connection, object, part)) {
-        throw StoreFailure("the object was replaced meanwhile");
+    for (PartInfo& part : parts) {
+        requireRange(object, part.Offset, part.Size);
+        if (version.empty() && !part.Tag.empty() && !hasPart(connection, object, part)) {
+            throw StoreFailure("the object was replaced meanwhile");
+        }
+        part.Tag = keepPart(connection, upload, part, shareContent(connection, object.content, part.Offset, part.Size));
     }
-    return keepPart(connection, upload, part, shareContent(connection, object.content, part.Offset, part.Size));
+    return parts;
 }
 
 void abortUpload(Connection& connection, const std::string& key, const std::string& uploadId) {

@@ -22,11 +22,11 @@ std::string startUpload(Connection& connection, const std::string& key);
 std::string sendPart(Connection& connection, const std::string& key, const std::string& uploadId, const PartInfo& part,
                      std::istream& data);
 
-/// Result   the part's tag. Throws ObjectChanged when the version is not the stored one. An empty one fits any object:
-///          then ResourceNotFoundException when there is none, StoreFailure when it has no part of the given tag; an
-///          empty tag fits any.
-std::string copyStoredPart(Connection& connection, const std::string& key, const std::string& uploadId,
-                           const PartInfo& part, const std::string& version);
+/// Result   the parts with their new tags. Throws ObjectChanged when the version is not the stored one. An empty one
+///          fits any object: then ResourceNotFoundException when there is none, StoreFailure when it has no part of a
+///          given tag; an empty tag fits any.
+std::vector<PartInfo> copyStoredParts(Connection& connection, const std::string& key, const std::string& uploadId,
+                                      std::vector<PartInfo> parts, const std::string& version);
 
 void abortUpload(Connection& connection, const std::string& key, const std::string& uploadId);
 

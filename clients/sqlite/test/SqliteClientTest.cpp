@@ -92,8 +92,11 @@ struct WatchedConnections {
     }
 };
 
-const ClientUnderTest kSqlite{
-    .name = "Sqlite", .make = makeClientOfEmptyStore, .refusesReplacedParts = true, .tellsVersions = true};
+const ClientUnderTest kSqlite{.name = "Sqlite",
+                              .make = makeClientOfEmptyStore,
+                              .refusesReplacedParts = true,
+                              .tellsVersions = true,
+                              .copiesInStore = true};
 
 }  // namespace
 
@@ -169,6 +172,11 @@ TEST_F(SqliteClientTest, ARefusalSaysWhatBecameOfTheObject) {
     EXPECT_EQ(data.tellg(), 0) << "what is refused is not read";
     EXPECT_THROW(client.getRange("k", {}, {0, 1, true}, sink), ResourceNotFoundException);
     put(client, "k", "abc");
+    put(client, "to", "");
+    EXPECT_EQ(failureOf([&] { client.copyObject("k", {}, "to", ExpectedObject::absent()); }),
+              "6 cannot copy \"k\" in the store " + m_file + ": \"to\" was created meanwhile");
+    EXPECT_EQ(failureOf([&] { client.copyObject("k", version, "to", ExpectedObject::anything()); }),
+              "6 cannot copy \"k\" in the store " + m_file + ": it was replaced meanwhile");
     for (const auto& [first, size] : {std::pair<std::uint64_t, std::uint64_t>{0, 4}, {3, 1}, {1, UINT64_MAX}}) {
         EXPECT_THROW(client.getRange("k", {}, {first, size, false}, sink), UnknownErrorException) << first;
     }
@@ -196,12 +204,16 @@ TEST_F(SqliteClientTest, CopiedPartsShareBytesThatGoWithTheLastReference) {
         EXPECT_TRUE(get(other, "k") == expected);
         EXPECT_EQ(get(other, "k", 1'499'990, 1'500'150), expected.substr(1'499'990, 161));
         EXPECT_EQ(other.getObjectParts("k").at(4).Tag, parts[4].Tag);
+        client.copyObject("k", {}, "copy", ExpectedObject::anything());
+        EXPECT_TRUE(get(other, "copy") == expected);
+        EXPECT_EQ(other.getObjectParts("copy").at(4).Tag, parts[4].Tag);
         EXPECT_EQ(number("SELECT count(*) FROM chunk"), 3);
         EXPECT_LE(number("PRAGMA page_count"), pages + 3);
     }
     const std::string id = client.startMultipartUpload("k", {});
     std::vector<PartInfo> parts;
     copy(client, id, parts, 0, 3'000'000);
+    client.deleteObject("copy");
     client.deleteObject("k");
     EXPECT_EQ(number("SELECT count(*) FROM chunk"), 3) << "the upload still refers to them";
     std::vector<PartInfo> resent;
@@ -350,6 +362,7 @@ TEST_F(SqliteClientTest, WhatFailsChangesNothing) {
     EXPECT_THROW(client.putObject("k", data, 3), UnknownErrorException);
     EXPECT_THROW(put(client, "", "x"), InvalidLocationException);
     EXPECT_THROW(client.startMultipartUpload("", {}), InvalidLocationException);
+    EXPECT_THROW(client.copyObject("k", {}, "", ExpectedObject::anything()), InvalidLocationException);
     EXPECT_THROW(client.checkObjectName(std::string("a\0b", 3)), InvalidLocationException);
     EXPECT_FALSE(client.getObjectInfo(""));
     for (const auto& [first, last] : {std::pair{0U, 3U}, {3U, 3U}, {2U, 1U}}) {
@@ -357,6 +370,10 @@ TEST_F(SqliteClientTest, WhatFailsChangesNothing) {
     }
     std::ostream badSink(nullptr);
     EXPECT_THROW(client.getObject("k", badSink, 0, 0), UnknownErrorException);
+    const auto id = client.startMultipartUpload("k", {});
+    EXPECT_THROW(client.copyRun("k", id, {{0, 0, 3, {}}, {1, 3, 1, {}}}, {}), UnknownErrorException);
+    EXPECT_EQ(number("SELECT count(*) FROM upload_part"), 0) << "a run is taken as a whole";
+    client.abortMultipartUpload("k", id);
     execute("INSERT INTO upload VALUES(99, x'00', 0)");
     SQLite::Database other(m_file, SQLite::OPEN_READWRITE);
     const SQLite::Transaction transaction(other, SQLite::TransactionBehavior::IMMEDIATE);

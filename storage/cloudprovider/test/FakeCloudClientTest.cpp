@@ -22,14 +22,19 @@ ClientUnderTest fake(const std::string& name, const Options& options) {
     return {name, [options] { return std::make_shared<FakeCloudClient>(options); }};
 }
 
-const ClientUnderTest kVersioned{
-    .name = "Versioned",
-    .make = [] { return std::make_shared<VersionedFakeClient>(std::make_shared<FakeCloudClient>()); },
-    .minPartSize = 1000,
-    .tellsVersions = true};
+ClientUnderTest versionedFake(const std::string& name, const Options& options) {
+    return {
+        .name = name,
+        .make = [options] { return std::make_shared<VersionedFakeClient>(std::make_shared<FakeCloudClient>(options)); },
+        .minPartSize = 1000,
+        .tellsVersions = true,
+        .copiesInStore = options.copiesInStore};
+}
 
 INSTANTIATE_TEST_SUITE_P(Fake, ClientConformance,
-                         ::testing::Values(fake("Plain", {}), fake("TinyEmptyPages", {2, true, 1, {}}), kVersioned),
+                         ::testing::Values(fake("Plain", {}), fake("TinyEmptyPages", {2, true, 1, {}}),
+                                           versionedFake("Versioned", {}),
+                                           versionedFake("WithoutCopies", {.copiesInStore = false})),
                          clientName);
 
 TEST(FakeCloudClientTest, RemembersEachBreachOfTheContract) {
@@ -95,6 +100,17 @@ TEST(FakeCloudClientTest, RemembersEachBreachOfTheContract) {
         [&] {
             client.copyRange("k", id, {1, 0, 3, {}}, foreign.getVersion());
         },
+        [&] { client.copyRun("k", id, {}, version); },
+        [&] {
+            client.copyRun("k", id, {{0, 0, 3, {}}, {1, 4, 3, {}}}, version);
+        },
+        [&] {
+            client.copyRun("k", id, {{0, 0, 3, {}}, {1, 3, 8, {}}}, version);
+        },
+        [&] { client.copyObject("k", foreign.getVersion(), "to", ExpectedObject::anything()); },
+        [&] { client.copyObject("k", version, "k", ExpectedObject::anything()); },
+        [&] { client.copyObject("k", version, "/to", ExpectedObject::anything()); },
+        [&] { client.removeObject("k", foreign.getVersion()); },
         [&] { client.putObjectOver("k", data, 3, foreign); },
         [&] {
             client.completeUploadOver("k", id, {{0, 0, 3, tag}}, foreign);

@@ -80,6 +80,12 @@ std::string ProgressClient::copyRange(const std::string& key, const std::string&
     return m_client->copyRange(key, uploadId, part, version);
 }
 
+std::vector<ProgressClient::PartInfo> ProgressClient::copyRun(const std::string& key, const std::string& uploadId,
+                                                              const std::vector<PartInfo>& run,
+                                                              const std::string& version) {
+    return m_client->copyRun(key, uploadId, run, version);
+}
+
 std::string ProgressClient::putObjectOver(const std::string& key, std::istream& data, std::uint64_t size,
                                           const ExpectedObject& expected) {
     announceStoring();
@@ -89,6 +95,19 @@ std::string ProgressClient::putObjectOver(const std::string& key, std::istream& 
 std::string ProgressClient::completeUploadOver(const std::string& key, const std::string& uploadId,
                                                const std::vector<PartInfo>& parts, const ExpectedObject& expected) {
     return m_client->completeUploadOver(key, uploadId, parts, expected);
+}
+
+bool ProgressClient::copyObject(const std::string& from, const std::string& fromVersion, const std::string& to,
+                                const ExpectedObject& expected) {
+    return m_client->copyObject(from, fromVersion, to, expected);
+}
+
+void ProgressClient::removeObject(const std::string& key, const std::string& version) {
+    m_client->removeObject(key, version);
+}
+
+storage::cloudprovider::StoreLimits ProgressClient::limits() const {
+    return m_client->limits();
 }
 
 void ProgressClient::countFetched(std::uint64_t bytes) {

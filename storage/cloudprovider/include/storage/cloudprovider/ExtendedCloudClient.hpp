@@ -105,11 +105,10 @@ public:
     ///
     /// Values   run: in order, without gaps, not empty. version: as in getRange.
     /// Result   the records to complete the upload with in place of the run, tags and all: together they cover it.
-    /// Fewer
-    ///          than the run has parts only where describeObject does not follow how an object was uploaded; else the
-    ///          next edit would have to move a whole run for a byte.
+    ///          Fewer than the run has parts only where describeObject does not follow how an object was uploaded; else
+    ///          the next edit would have to move a whole run for a byte.
     /// Errors   ResourceInUseException when that version is no longer the stored one. A run that failed may be taken
-    /// again.
+    ///          again.
     virtual std::vector<PartInfo> copyRun(const std::string& key, const std::string& uploadId,
                                           const std::vector<PartInfo>& run, const std::string& version);
 
@@ -131,11 +130,11 @@ public:
     /// Copy an object inside the store, if what is at the destination is what is expected. The two keys differ.
     ///
     /// Values   fromVersion: the version to copy; empty: whatever is stored.
-    /// Result   false, with nothing done: the store cannot do that by itself, and the bytes have to travel. The
-    /// default. Errors   ResourceInUseException when fromVersion is no longer stored, or when something else than
-    /// expected is at
-    ///          the destination, which stays as it is; ResourceNotFoundException when there is no such object and no
-    ///          version was given.
+    /// Result   false, with nothing done: the store cannot do that by itself, and the bytes have to travel. That is
+    ///          the default.
+    /// Errors   ResourceInUseException when fromVersion is no longer stored, or when something else than expected is
+    ///          at the destination, which stays as it is; ResourceNotFoundException when there is no such object and
+    ///          no version was given.
     virtual bool copyObject(const std::string& from, const std::string& fromVersion, const std::string& to,
                             const ExpectedObject& expected);
 

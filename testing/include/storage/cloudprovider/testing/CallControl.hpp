@@ -20,16 +20,17 @@ namespace storage::cloudprovider::test {
 /// One call of a client's operation, as its caller made it. What an operation does not take is empty or 0.
 struct Call {
     std::string operation{};        ///< "getObject", ...
-    std::string key{};              ///< key, name or prefix
-    std::string detail{};           ///< upload id, continuation token or last tag
+    std::string key{};              ///< key, name or prefix; of copyObject the source's key
+    std::string detail{};           ///< upload id, continuation token, last tag, or the key of copyObject's destination
     PartInfo part{};                ///< of uploadPart, copyPart and copyRange
-    std::vector<PartInfo> parts{};  ///< of completeMultipartUpload and completeUploadOver
+    std::vector<PartInfo> parts{};  ///< of completeMultipartUpload, completeUploadOver and copyRun
     ListOptions options{};          ///< of listObjects
     std::uint64_t first = 0;        ///< of getObject and getRange: position of the first byte
     std::uint64_t last = 0;         ///< of getObject and getRange: position of the last byte
     std::uint64_t size = 0;         ///< of putObject and putObjectOver, in bytes
-    std::string version{};          ///< of getRange and copyRange
-    std::string expected{};         ///< of putObjectOver and completeUploadOver: "anything", "absent" or a version
+    std::string version{};          ///< of getRange, copyRange, copyRun, copyObject and removeObject
+    /// Of putObjectOver, completeUploadOver and copyObject: "anything", "absent" or a version.
+    std::string expected{};
 };
 
 /// Holds the threads that reach it until the test lets them go, once and for all. Threads: any.

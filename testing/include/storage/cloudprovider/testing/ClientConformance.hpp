@@ -35,6 +35,8 @@ struct ClientUnderTest {
     bool refusesReplacedParts = false;
     /// The client is an ExtendedCloudClient that tells versions; the tests of those are skipped for others.
     bool tellsVersions = false;
+    /// copyObject copies inside the store; else it answers false and does nothing. Of a client that tells versions.
+    bool copiesInStore = false;
 };
 
 /// Write its name, for GoogleTest's messages.

@@ -37,7 +37,9 @@ public:
         std::size_t transferChunkSize = 97;  ///< most bytes handed to a sink at once, not 0
         /// Called with what getObject or getRange is about to deliver, to shorten or lengthen it, or to throw. It runs
         /// on the caller's thread, so on several at once if calls are.
-        std::function<void(std::string& bytes)> onDownload;
+        std::function<void(std::string& bytes)> onDownload{};
+        bool copiesInStore = true;  ///< copyObject copies; else it answers false
+        StoreLimits limits{};       ///< what limits answers
     };
 
     /// An empty store.
@@ -95,12 +97,22 @@ public:
     /// As ExtendedCloudClient::copyRange. With a version, part.Tag does not count.
     std::string copyRange(const std::string& key, const std::string& uploadId, const PartInfo& part,
                           const std::string& version);
+    /// As ExtendedCloudClient::copyRun, all parts or none; a record for each part.
+    std::vector<PartInfo> copyRun(const std::string& key, const std::string& uploadId, const std::vector<PartInfo>& run,
+                                  const std::string& version);
     /// As ExtendedCloudClient::putObjectOver.
     std::string putObjectOver(const std::string& key, std::istream& data, std::uint64_t size,
                               const ExpectedObject& expected);
     /// As ExtendedCloudClient::completeUploadOver.
     std::string completeUploadOver(const std::string& key, const std::string& uploadId,
                                    const std::vector<PartInfo>& parts, const ExpectedObject& expected);
+    /// As ExtendedCloudClient::copyObject; the copy has the object's parts.
+    bool copyObject(const std::string& from, const std::string& fromVersion, const std::string& to,
+                    const ExpectedObject& expected);
+    /// As ExtendedCloudClient::removeObject.
+    void removeObject(const std::string& key, const std::string& version);
+    /// As ExtendedCloudClient::limits; no call of the store.
+    StoreLimits limits() const { return m_options.limits; }
 
 private:
     struct Object {
@@ -130,12 +142,13 @@ private:
     void requireKey(const std::string& key) const;
     std::optional<std::string> findVersion(const std::string& key) const;
     void requireExpected(const std::string& key, const ExpectedObject& expected) const;
+    const Object& findObject(const std::string& key, const std::string& version) const;
     void deliver(std::string bytes, std::ostream& sink) const;
     std::string receive(std::istream& data, std::uint64_t size) const;
     Upload& findUpload(const std::string& key, const std::string& uploadId);
     std::string addPart(const std::string& key, const std::string& uploadId, const PartInfo& part, std::string bytes);
-    std::string addCopiedPart(const std::string& key, const std::string& uploadId, const PartInfo& part,
-                              const std::string& version);
+    std::vector<PartInfo> addCopiedParts(const std::string& key, const std::string& uploadId,
+                                         std::vector<PartInfo> parts, const std::string& version);
     void checkParts(const Upload& upload, const std::vector<PartInfo>& parts) const;
     std::string put(const std::string& key, std::string bytes, std::vector<PartInfo> parts);
     std::string putExpected(const std::string& key, std::istream& data, std::uint64_t size,

@@ -45,10 +45,16 @@ public:
                   std::ostream& sink) override;
     std::string copyRange(const std::string& key, const std::string& uploadId, const PartInfo& part,
                           const std::string& version) override;
+    std::vector<PartInfo> copyRun(const std::string& key, const std::string& uploadId, const std::vector<PartInfo>& run,
+                                  const std::string& version) override;
     std::string putObjectOver(const std::string& key, std::istream& data, std::uint64_t size,
                               const ExpectedObject& expected) override;
     std::string completeUploadOver(const std::string& key, const std::string& uploadId,
                                    const std::vector<PartInfo>& parts, const ExpectedObject& expected) override;
+    bool copyObject(const std::string& from, const std::string& fromVersion, const std::string& to,
+                    const ExpectedObject& expected) override;
+    void removeObject(const std::string& key, const std::string& version) override;
+    StoreLimits limits() const override;
 
 private:
     const std::shared_ptr<FakeCloudClient> m_store;

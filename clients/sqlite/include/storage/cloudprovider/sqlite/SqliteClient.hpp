@@ -23,15 +23,17 @@ struct SqliteOptions {
 ///
 /// Content   replaced as a whole in one transaction, durable when the call returns; whoever reads meanwhile
 ///           has the object as it was when the read began. Bytes are held in chunks of at most 1 MiB, so an
-///           object may be as large as the file system takes. copyPart shares the stored chunks instead of
-///           copying them; a chunk's room is used again when nothing refers to any of its bytes, so a small range that
-///           was copied keeps its whole chunk. The file does not shrink.
+///           object may be as large as the file system takes. copyPart and copyObject share the stored chunks instead
+///           of copying them, copyObject the parts and their tags, too; a chunk's room is used again when nothing
+///           refers to any of its bytes, so a small range that was copied keeps its whole chunk. The file does not
+///           shrink.
 /// Listings  at most 1,000 entries a page. With a delimiter the cost follows what is returned, not what lies
 ///           below. A common prefix has the time of its marker object, not_a_date_time without one.
 /// Parts     getObjectParts answers the parts as uploaded; an object put whole has parts of 8 MiB. copyPart
 ///           takes only a stored part that has the given tag, any range when the tag is empty.
-/// Versions  each stored object has one of its own, also when its bytes are those of the former. copyRange takes any
-///           range of it, whatever the tag. What is expected is compared in the transaction that reads or writes.
+/// Versions  each stored object has one of its own, also when its bytes are those of the former, or of another object.
+///           copyRange takes any range of it, whatever the tag. What is expected is compared in the transaction that
+///           reads or writes; copyRun is one, and takes all parts or none.
 /// Uploads   an upload without activity for a day is dropped when a client begins an upload, or opens the
 ///           store while nobody else is writing.
 /// Errors    CloudException, the text with SQLite's own words; damage is told as far as SQLite notices it, and
@@ -42,7 +44,8 @@ struct SqliteOptions {
 ///           ResourceInUseException says "meanwhile" when the object is not the one expected; else the store was busy
 ///           for too long.
 /// Threads   any; several clients and processes may use one file at once, on a local file system. Writers
-///           take turns, readers wait for nobody. A client must not be used on both sides of a fork.
+///           take turns, so that one upload at a time is what limits calls useful; readers wait for nobody. A client
+///           must not be used on both sides of a fork.
 class CLOUDPROVIDER_SQLITE_EXPORT SqliteClient final : public ExtendedCloudClient {
 public:
     /// Open the store in a file, or make one when the file is missing or empty.
@@ -76,10 +79,16 @@ public:
                   std::ostream& sink) override;
     std::string copyRange(const std::string& key, const std::string& uploadId, const PartInfo& part,
                           const std::string& version) override;
+    std::vector<PartInfo> copyRun(const std::string& key, const std::string& uploadId, const std::vector<PartInfo>& run,
+                                  const std::string& version) override;
     std::string putObjectOver(const std::string& key, std::istream& data, std::uint64_t size,
                               const ExpectedObject& expected) override;
     std::string completeUploadOver(const std::string& key, const std::string& uploadId,
                                    const std::vector<PartInfo>& parts, const ExpectedObject& expected) override;
+    bool copyObject(const std::string& from, const std::string& fromVersion, const std::string& to,
+                    const ExpectedObject& expected) override;
+    void removeObject(const std::string& key, const std::string& version) override;
+    StoreLimits limits() const override;
 
 private:
     class Implementation;
