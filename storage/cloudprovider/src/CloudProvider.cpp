@@ -12,6 +12,7 @@
 #include "listingPages.hpp"
 #include "translateException.hpp"
 
+#include <foundation/services/Text.hpp>
 #include <storage/cloudprovider/CloudException.hpp>
 #include <storage/cloudprovider/utils.hpp>
 
@@ -27,6 +28,7 @@ using foundation::storage::provider::ByteStreamReadFailure;
 using foundation::storage::provider::ByteStreamWriteFailure;
 using foundation::storage::provider::ErrorCode;
 using foundation::storage::provider::Exception;
+using foundation::storage::provider::ExceptionContext;
 using foundation::storage::provider::Feature;
 using foundation::storage::provider::FileAttributes;
 using foundation::storage::provider::FolderAttributes;
@@ -64,6 +66,19 @@ void namingFile(const StorageIRI& iri, Step step) {
     } catch (const ByteStreamFailure& failure) {
         throw Exception(failure.getErrorCode(), iri, failure.getContext());
     }
+}
+
+// Copy every byte and store the destination. A failure names the file that it is about.
+void finish(FileTransfer& transfer, const StorageIRI& source, const StorageIRI& destination) {
+    try {
+        transfer.copyAllBytes();
+    } catch (const ByteStreamReadFailure& failure) {
+        throw Exception(failure.getErrorCode(), source, failure.getContext());
+    } catch (const ByteStreamWriteFailure& failure) {
+        throw Exception(failure.getErrorCode(), destination, failure.getContext());
+    }
+    namingFile(source, [&] { transfer.closeSource(); });
+    namingFile(destination, [&] { transfer.closeBoth(); });
 }
 
 // What a copy may be stored over. That there is no destination was looked at before, but it may come meanwhile.
@@ -154,8 +169,8 @@ void CloudProvider::doRemoveFile(const StorageIRI& iri) const {
     });
 }
 
-// The source is removed before the destination is closed, which is what stores it: a failure of that comes when the
-// source has gone.
+// Unless the options say otherwise, the source is removed before the destination is closed, which is what stores it: a
+// failure of that comes when the source has gone.
 void CloudProvider::doMoveFile(const StorageIRI& source, const StorageIRI& destination,
                                const ReplacementPolicy& policy) const {
     CLOUDPROVIDER_TRACE_FUNCTION();
@@ -175,7 +190,12 @@ void CloudProvider::doMoveFile(const StorageIRI& source, const StorageIRI& desti
     if (isSameFile(from, to)) {
         return;
     }
-    auto transfer = openTransfer(from, to, replacedUnder(policy == ReplacementPolicy::Replace));
+    const auto replaced = replacedUnder(policy == ReplacementPolicy::Replace);
+    if (m_engine.options.moveOrder == MoveOrder::StoreDestinationFirst) {
+        removeMoved(from, copyVersion(from, to, replaced));
+        return;
+    }
+    auto transfer = openTransfer(from, to, replaced);
     ScopeGuard guard([&transfer] { transfer.closeBoth(); });
     try {
         transfer.copyAllBytes();
@@ -321,16 +341,10 @@ void CloudProvider::doCopyFile(const StorageIRI& source, const StorageIRI& desti
         if (isSameFile(source, destination)) {
             return;
         }
-        auto transfer = openTransfer(source, destination, replacedUnder(replaces));
-        try {
-            transfer.copyAllBytes();
-        } catch (const ByteStreamReadFailure& failure) {
-            throw Exception(failure.getErrorCode(), source, failure.getContext());
-        } catch (const ByteStreamWriteFailure& failure) {
-            throw Exception(failure.getErrorCode(), destination, failure.getContext());
+        if (!copyInsideStore(source, destination, replacedUnder(replaces))) {
+            auto transfer = openTransfer(source, destination, replacedUnder(replaces));
+            finish(transfer, source, destination);
         }
-        namingFile(source, [&] { transfer.closeSource(); });
-        namingFile(destination, [&] { transfer.closeBoth(); });
     });
 }
 
@@ -399,20 +413,105 @@ void CloudProvider::failIfOpen(const StorageIRI& resolved) const {
     }
 }
 
-// The source first: a missing one leaves the destination as it was. A destination that is open elsewhere would share
-// its content with the stream opened here instead of being replaced.
+// The source first: a missing one leaves the destination as it was.
 FileTransfer CloudProvider::openTransfer(const StorageIRI& source, const StorageIRI& destination,
                                          const ExpectedObject& replaced) const {
-    if (OpenFileManager::instance().isOpen(resolvedForHost(destination), m_client)) {
-        throw Exception(ErrorCode::InUse, destination);
-    }
-    auto sourceStream = doOpenReadOnlyStream(source);
+    failIfDestinationOpen(destination);
+    return openTransfer(doOpenReadOnlyStream(source), destination, replaced);
+}
+
+FileTransfer CloudProvider::openTransfer(std::unique_ptr<ByteStream> source, const StorageIRI& destination,
+                                         const ExpectedObject& replaced) const {
     auto destinationStream = translatingErrors(destination, [&] {
         const auto resolved = getResolvedIRI(destination);
         failIfRoot(resolved);
         return OpenFileManager::instance().openReplacement(resolved, m_client, replaced, m_engine);
     });
-    return {std::move(sourceStream), FileTransfer::Destination(destinationStream.release())};
+    return {std::move(source), FileTransfer::Destination(destinationStream.release())};
+}
+
+// A destination that is open elsewhere would share its content with the stream opened here instead of being replaced.
+void CloudProvider::failIfDestinationOpen(const StorageIRI& destination) const {
+    if (OpenFileManager::instance().isOpen(resolvedForHost(destination), m_client)) {
+        throw Exception(ErrorCode::InUse, destination);
+    }
+}
+
+// An open source is not what is stored.
+std::optional<std::string> CloudProvider::copyInsideStore(const StorageIRI& source, const StorageIRI& destination,
+                                                          const ExpectedObject& replaced) const {
+    auto& openFiles = OpenFileManager::instance();
+    const auto from = resolvedForHost(source);
+    const auto to = resolvedForHost(destination);
+    const bool mayCopy = m_engine.options.copyInStore && mayTellVersions(*m_client);  // a plain client does not copy
+    if (!mayCopy || openFiles.isOpen(from, m_client)) {
+        return std::nullopt;
+    }
+    const auto held =
+        translatingErrors(destination, [&] { return OpenFileManager::ExclusiveHold(openFiles, to, m_client); });
+    const auto key = utils::iriToKey(from);
+    auto version = translatingErrors(source, [&] {
+        failIfRoot(from);
+        auto description = m_client->describeObject(key);
+        if (!description) {
+            throw ResourceNotFoundException();
+        }
+        throwIfInterrupted();
+        return std::move(description->Version);
+    });
+    const bool isCopied = translatingErrors(destination, [&] {
+        failIfRoot(to);
+        m_client->checkObjectName(foundation::toUtf8(to.getName()));
+        try {
+            return m_client->copyObject(key, version, utils::iriToKey(to), replaced);
+        } catch (const ResourceNotFoundException&) {
+            translateException(source);
+        } catch (const ResourceInUseException&) {
+            translateException(isReplaced(key, version) ? source : destination);
+        }
+    });
+    return isCopied ? std::optional(std::move(version)) : std::nullopt;
+}
+
+bool CloudProvider::isReplaced(const std::string& key, const std::string& version) const {
+    try {
+        const auto description = m_client->describeObject(key);
+        return !description || description->Version != version;
+    } catch (...) {
+        traceCaughtException();
+        return false;
+    }
+}
+
+std::string CloudProvider::copyVersion(const StorageIRI& source, const StorageIRI& destination,
+                                       const ExpectedObject& replaced) const {
+    return translatingErrors(source, [&] {
+        if (auto version = copyInsideStore(source, destination, replaced)) {
+            return *std::move(version);
+        }
+        failIfDestinationOpen(destination);
+        const auto resolved = getResolvedIRI(source);
+        failIfRoot(resolved);
+        auto [stream, version] = OpenFileManager::instance().openVersion(resolved, m_client, m_engine);
+        auto transfer = openTransfer(std::move(stream), destination, replaced);
+        finish(transfer, source, destination);
+        return std::move(version);
+    });
+}
+
+// Nobody opens the source meanwhile: what somebody edits here is not removed under him.
+void CloudProvider::removeMoved(const StorageIRI& resolved, const std::string& version) const {
+    translatingErrors(resolved, [&] {
+        try {
+            const OpenFileManager::ExclusiveHold held(OpenFileManager::instance(), resolved, m_client);
+            m_client->removeObject(utils::iriToKey(resolved), version);
+        } catch (const CloudException& failure) {
+            throw Exception(
+                failure.getErrorCode(), resolved,
+                ExceptionContext(std::string("the destination is stored, but removing the source failed: ") +
+                                 failure.what()));
+        }
+    });
 }
 
 bool CloudProvider::isSameFile(const StorageIRI& source, const StorageIRI& destination) const {

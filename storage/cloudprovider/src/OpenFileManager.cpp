@@ -64,6 +64,18 @@ private:
     const OpenPartManager* m_identity = nullptr;  // set when there is a manager
 };
 
+OpenFileManager::ExclusiveHold::ExclusiveHold(OpenFileManager& files, const StorageIRI& iri,
+                                              const std::shared_ptr<CloudClient>& client) {
+    const Object object(withoutAuthority(iri), originalOf(client));
+    const std::lock_guard lock(files.m_mutex);
+    if (files.isOpenLocked(object)) {
+        throw ResourceInUseException();
+    }
+    m_mark = std::make_unique<Initialisation>(files, object);
+}
+
+OpenFileManager::ExclusiveHold::~ExclusiveHold() = default;
+
 OpenFileManager& OpenFileManager::instance() {
     // Never destroyed: streams that static objects hold may close later than any destructor here would run.
     static auto* const instance = new OpenFileManager;
@@ -75,12 +87,30 @@ std::unique_ptr<ByteStream> OpenFileManager::openReadOnly(const StorageIRI& iri,
                                                           const Engine& engine) {
     CLOUDPROVIDER_TRACE_FUNCTION();
     CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri);
+    return openToRead(iri, false, client, engine).stream;
+}
+
+OpenFileManager::VersionStream OpenFileManager::openVersion(const StorageIRI& iri,
+                                                            const std::shared_ptr<CloudClient>& client,
+                                                            const Engine& engine) {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri);
+    return openToRead(iri, true, client, engine);
+}
+
+OpenFileManager::VersionStream OpenFileManager::openToRead(const StorageIRI& iri, bool mustBeFirst,
+                                                           const std::shared_ptr<CloudClient>& client,
+                                                           const Engine& engine) {
     auto stream = std::make_unique<OpenFileByteStream>(ByteStreamOpenOptions::WriteMode::Positioned);
     auto& inner = *stream;
     auto readOnly = std::make_unique<ReadOnlyByteStream>(std::move(stream));
-    open(inner, iri, {.existingContent = ExistingContent::Preserve, .presence = Presence::Required, .engine = engine},
-         client);
-    return readOnly;
+    auto version = open(inner, iri,
+                        {.existingContent = ExistingContent::Preserve,
+                         .presence = Presence::Required,
+                         .mustBeFirst = mustBeFirst,
+                         .engine = engine},
+                        client);
+    return {std::move(readOnly), std::move(version)};
 }
 
 std::unique_ptr<ByteStream> OpenFileManager::openReadWrite(const StorageIRI& iri, const ByteStreamOpenOptions& options,
@@ -115,11 +145,12 @@ std::unique_ptr<ByteStream> OpenFileManager::openReplacement(const StorageIRI& i
 }
 
 // The last step of opening: what comes to be counted is whole, and is handed to the caller.
-void OpenFileManager::open(OpenFileByteStream& stream, const StorageIRI& iri, const Opening& opening,
-                           const std::shared_ptr<CloudClient>& client) {
-    auto [manager, isFirst] = acquirePartManager(iri, opening, client);
+std::string OpenFileManager::open(OpenFileByteStream& stream, const StorageIRI& iri, const Opening& opening,
+                                  const std::shared_ptr<CloudClient>& client) {
+    auto [manager, isFirst, version] = acquirePartManager(iri, opening, client);
     const bool hasDiscarded = isFirst && opening.existingContent != ExistingContent::Preserve;
     stream.attach(std::move(manager), hasDiscarded ? std::optional<ChangePoint>(0) : std::nullopt);
+    return std::move(version);
 }
 
 OpenFileManager::Acquired OpenFileManager::acquirePartManager(const StorageIRI& iri, const Opening& opening,
@@ -151,16 +182,16 @@ OpenFileManager::Acquired OpenFileManager::acquirePartManager(const StorageIRI& 
         }
         lock.unlock();
 
-        auto manager = makePartManager(iri, opening, client);
-        manager->onRetired([this, object, identity = manager.get()] { forget(object, identity); });
-        manager->registerByteStream();
-        initialisation.succeedWith(manager);
-        return {std::move(manager), true};
+        auto made = makePartManager(iri, opening, client);
+        made.manager->onRetired([this, object, identity = made.manager.get()] { forget(object, identity); });
+        made.manager->registerByteStream();
+        initialisation.succeedWith(made.manager);
+        return made;
     }
 }
 
-std::shared_ptr<OpenPartManager> OpenFileManager::makePartManager(const StorageIRI& iri, const Opening& opening,
-                                                                  const std::shared_ptr<CloudClient>& client) {
+OpenFileManager::Acquired OpenFileManager::makePartManager(const StorageIRI& iri, const Opening& opening,
+                                                           const std::shared_ptr<CloudClient>& client) {
     const auto& engine = opening.engine;
     const auto context =
         std::make_shared<OpenFileContext>(iri, client, std::make_unique<DiskBackedBufferFactory>(), engine.options);
@@ -178,7 +209,7 @@ std::shared_ptr<OpenPartManager> OpenFileManager::makePartManager(const StorageI
     if (!isKnownToExist) {
         context->client->checkObjectName(foundation::toUtf8(iri.getName()));
     }
-    return manager;
+    return {std::move(manager), true, context->version.get()};
 }
 
 void OpenFileManager::forget(const Object& object, const OpenPartManager* manager) noexcept {
@@ -192,8 +223,13 @@ void OpenFileManager::forget(const Object& object, const OpenPartManager* manage
 bool OpenFileManager::isOpen(const StorageIRI& iri, const std::shared_ptr<CloudClient>& client) const {
     CLOUDPROVIDER_TRACE_FUNCTION();
     CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri);
+    const Object object(withoutAuthority(iri), originalOf(client));
     const std::lock_guard lock(m_mutex);
-    const auto entry = m_table.find(Object(withoutAuthority(iri), originalOf(client)));
+    return isOpenLocked(object);
+}
+
+bool OpenFileManager::isOpenLocked(const Object& object) const {
+    const auto entry = m_table.find(object);
     return entry != m_table.end() && (entry->second.isInitialising || !entry->second.manager.expired());
 }
 

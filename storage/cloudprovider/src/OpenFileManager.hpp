@@ -13,6 +13,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <utility>
 
 namespace storage::cloudprovider {
@@ -24,10 +25,31 @@ namespace storage::cloudprovider {
 /// Identifiers given to its operations are resolved ones. An engine says how a file is kept and transferred, unless it
 /// is open already. Errors   what the client and the buffers throw. Threads  any.
 class OpenFileManager {
+    class Initialisation;
+
 public:
     using StorageIRI = foundation::storage::provider::StorageIRI;
     using ByteStream = foundation::storage::provider::ByteStream;
     using ByteStreamOpenOptions = foundation::storage::provider::ByteStreamOpenOptions;
+
+    /// Has an object for its owner alone, as one that is being opened: who opens it waits until this has gone.
+    class ExclusiveHold {
+    public:
+        /// ResourceInUseException when the object is open or being opened.
+        ExclusiveHold(OpenFileManager& files, const StorageIRI& iri, const std::shared_ptr<CloudClient>& client);
+        ExclusiveHold(const ExclusiveHold&) = delete;
+        ExclusiveHold& operator=(const ExclusiveHold&) = delete;
+        ~ExclusiveHold();
+
+    private:
+        std::unique_ptr<Initialisation> m_mark;
+    };
+
+    /// A stream and the version of the object that it was opened on; empty: the store cannot tell.
+    struct VersionStream {
+        std::unique_ptr<ByteStream> stream;
+        std::string version;
+    };
 
     /// The one instance; it lives until the process ends.
     static OpenFileManager& instance();
@@ -38,6 +60,11 @@ public:
     /// ResourceNotFoundException when there is no such object.
     std::unique_ptr<ByteStream> openReadOnly(const StorageIRI& iri, const std::shared_ptr<CloudClient>& client,
                                              const Engine& engine = {});
+
+    /// The same, but ResourceInUseException when the object is open: what is read is of one known version, unless
+    /// somebody opens it later and changes it.
+    VersionStream openVersion(const StorageIRI& iri, const std::shared_ptr<CloudClient>& client,
+                              const Engine& engine = {});
 
     /// While the object is open, its content and presence are those of the open streams, whatever the options say.
     std::unique_ptr<ByteStream> openReadWrite(const StorageIRI& iri, const ByteStreamOpenOptions& options,
@@ -67,22 +94,25 @@ private:
         bool mustBeFirst = false;
         Engine engine{};
     };
-    /// A manager that has counted a stream, and whether that is the first one.
+    /// A manager that has counted a stream, and whether that is the first one; then with the version that it found.
     struct Acquired {
         std::shared_ptr<OpenPartManager> manager;
         bool isFirst;
+        std::string version{};
     };
-    class Initialisation;
 
     OpenFileManager() = default;
 
     /// Find or make the object's part manager, and count a stream with it. Waits while another thread makes it.
     Acquired acquirePartManager(const StorageIRI& iri, const Opening& opening,
                                 const std::shared_ptr<CloudClient>& client);
-    std::shared_ptr<OpenPartManager> makePartManager(const StorageIRI& iri, const Opening& opening,
-                                                     const std::shared_ptr<CloudClient>& client);
-    void open(OpenFileByteStream& stream, const StorageIRI& iri, const Opening& opening,
-              const std::shared_ptr<CloudClient>& client);
+    Acquired makePartManager(const StorageIRI& iri, const Opening& opening, const std::shared_ptr<CloudClient>& client);
+    VersionStream openToRead(const StorageIRI& iri, bool mustBeFirst, const std::shared_ptr<CloudClient>& client,
+                             const Engine& engine);
+    /// Result   the version, as of Acquired.
+    std::string open(OpenFileByteStream& stream, const StorageIRI& iri, const Opening& opening,
+                     const std::shared_ptr<CloudClient>& client);
+    bool isOpenLocked(const Object& object) const;
     void forget(const Object& object, const OpenPartManager* manager) noexcept;
 
     // Guards the table; a leaf in the lock order. Never own a manager under it: letting go of the last owner

@@ -3,6 +3,7 @@
 
 #include <foundation/services/Text.hpp>
 #include <storage/cloudprovider/buildCloudProvider.hpp>
+#include <storage/cloudprovider/testing/VersionedFakeClient.hpp>
 
 #include <algorithm>
 #include <cstdlib>
@@ -148,10 +149,17 @@ protected:
         FakeCloudClient::Options options;
         options.pageSize = pick(1, 3);
         options.emptyPages = pick(0, 1) == 1;
+        options.copiesInStore = pick(0, 3) != 0;
         m_client = std::make_shared<FakeCloudClient>(options);
+        m_providersClient = m_client;
+        const auto modes = transferModes();
+        const auto& mode = modes.at(pick(0, modes.size() - 1));
+        if (mode.tellsVersions) {
+            m_providersClient = std::make_shared<VersionedFakeClient>(m_client);
+        }
         const auto policy = static_cast<FolderPolicy>(pick(0, 1));
         const bool checkFolderOnCopy = pick(0, 1) == 1;
-        m_provider = buildCloudProvider(m_client, policy, checkFolderOnCopy);
+        m_provider = buildCloudProvider(m_providersClient, policy, checkFolderOnCopy, mode.options);
         m_plain.emplace(policy, checkFolderOnCopy);
     }
 

@@ -1,15 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "EngineTest.hpp"
-#include "OpenFileManager.hpp"
 #include "ScopedMainContext.hpp"
+#include "TraceGate.hpp"
 
 #include <foundation/services/InterruptState.hpp>
 #include <storage/cloudprovider/CloudException.hpp>
 #include <storage/cloudprovider/buildCloudProvider.hpp>
+#include <storage/cloudprovider/testing/VersionedFakeClient.hpp>
 
 #include <boost/numeric/conversion/cast.hpp>
 
 #include <functional>
+#include <optional>
+#include <set>
 #include <thread>
 
 namespace storage::cloudprovider::test {
@@ -22,10 +25,7 @@ using When = CallControl::When;
 
 class NamespaceTest : public EngineTest {
 protected:
-    bool isAnythingOpen() const {
-        auto& files = OpenFileManager::instance();
-        return files.isOpen(m_file, m_client) || files.isOpen(m_other, m_client);
-    }
+    bool isAnythingOpen() const { return isOpen(m_file) || isOpen(m_other); }
 
     void expectError(ErrorCode code, const IRI& iri, const std::function<void()>& action) {
         try {
@@ -34,6 +34,16 @@ protected:
         } catch (const Exception& failure) {
             EXPECT_EQ(failure.getErrorCode(), code) << failure.what();
             EXPECT_EQ(failure.getIRI(), iri) << failure.what();
+        }
+    }
+
+    // Whether it succeeded.
+    bool transfer(bool isMove) const {
+        try {
+            isMove ? move() : m_provider->copyFile(m_file, m_other, ReplacementPolicy::Replace);
+            return true;
+        } catch (const std::exception&) {
+            return false;
         }
     }
 
@@ -83,23 +93,32 @@ TEST_F(NamespaceTest, TwoMayCreateOnePathAtOnce) {
 }
 
 TEST_F(NamespaceTest, OpenFilesAreNeitherRemovedNorMovedNorReplaced) {
-    m_client->store(m_key, m_content);
-    m_client->store(m_otherKey, "kept");
-    auto stream = openForReading();
-    std::thread([&] {
-        expectError(ErrorCode::InUse, m_file, [&] { m_provider->removeFile(m_file); });
-        expectError(ErrorCode::InUse, m_file, [&] { move(); });
-        expectError(ErrorCode::InUse, m_file,
-                    [&] { m_provider->moveFile(m_other, m_file, ReplacementPolicy::Replace); });
-        expectError(ErrorCode::InUse, m_file,
-                    [&] { m_provider->copyFile(m_other, m_file, ReplacementPolicy::Replace); });
-    }).join();
-    EXPECT_EQ(m_client->count("deleteObject"), 0U);
-    m_provider->copyFile(m_file, m_other, ReplacementPolicy::Replace);  // an open source may be copied
-    EXPECT_EQ(m_client->content(m_otherKey), m_content);
-    stream.reset();
-    move();
-    EXPECT_EQ(m_client->keys(), std::vector<std::string>{m_otherKey});
+    for (const auto& mode : transferModes()) {
+        SCOPED_TRACE(mode.name);
+        startAnew(mode);
+        m_client->store(m_key, m_content);
+        m_client->store(m_otherKey, "kept");
+        auto stream = openFile(update());
+        write(stream, "More");
+        std::thread([&] {
+            expectError(ErrorCode::InUse, m_file, [&] { m_provider->removeFile(m_file); });
+            expectError(ErrorCode::InUse, m_file, [&] { move(); });
+            expectError(ErrorCode::InUse, m_file,
+                        [&] { m_provider->moveFile(m_other, m_file, ReplacementPolicy::Replace); });
+            expectError(ErrorCode::InUse, m_file,
+                        [&] { m_provider->moveFile(IRI(u"/missing"), m_file, ReplacementPolicy::Replace); });
+            expectError(ErrorCode::InUse, m_file,
+                        [&] { m_provider->copyFile(m_other, m_file, ReplacementPolicy::Replace); });
+        }).join();
+        EXPECT_EQ(m_client->keys().size(), 2U);
+        EXPECT_EQ(m_client->content(m_otherKey), "kept");
+        m_provider->copyFile(m_file, m_other, ReplacementPolicy::Replace);  // an open source may be copied, as it is
+        EXPECT_EQ(m_client->content(m_otherKey), "More" + m_content.substr(4));
+        stream.reset();
+        move();
+        EXPECT_EQ(m_client->keys(), std::vector<std::string>{m_otherKey});
+        EXPECT_EQ(m_client->count("copyObject"), mode.options.copyInStore ? 1U : 0U);
+    }
 }
 
 TEST_F(NamespaceTest, FilesOpenBelowAFolderDoNotKeepItFromRecursiveRemoval) {
@@ -126,9 +145,12 @@ TEST_F(NamespaceTest, AnInterruptedTransferLeavesBothFilesAsTheyWere) {
     FakeCloudClient::Options options;
     options.onDownload = [](std::string&) { foundation::utInterruptState::RequestInterrupt(); };
     m_client = std::make_shared<FakeCloudClient>(options);
-    m_provider = buildCloudProvider(m_client, FolderPolicy::MarkerObjects, false);
-    for (const bool isMove : {true, false}) {
-        SCOPED_TRACE(isMove ? "move" : "copy");
+    m_providersClient = m_client;
+    for (const unsigned row : {0U, 1U, 2U, 3U}) {
+        const bool isMove = row % 2 != 0;
+        SCOPED_TRACE(row);
+        m_provider =
+            buildCloudProvider(m_client, FolderPolicy::MarkerObjects, false, transferModes().at(row / 2).options);
         const ScopedMainContext context;
         m_client->storeParts(m_key, m_content, {8, 8, 8, 6});
         m_client->store(m_otherKey, "kept");
@@ -145,22 +167,18 @@ TEST_F(NamespaceTest, AnInterruptedTransferLeavesBothFilesAsTheyWere) {
 TEST_F(NamespaceTest, FaultsNeverLoseBothEndsOfATransfer) {
     allowViolations();
     const std::string oldContent = "old content of the destination, of several parts";
-    for (const bool isMove : {true, false}) {
-        for (const When when : {When::Before, When::After}) {
+    for (const auto& mode : transferModes()) {
+        for (const unsigned row : {0U, 1U, 2U, 3U}) {
+            const bool isMove = row / 2 == 0;
+            const When when = row % 2 == 0 ? When::Before : When::After;
             for (std::size_t nth = 1;; ++nth) {
-                SCOPED_TRACE(std::string(isMove ? "move" : "copy") + (when == When::Before ? ", before" : ", after") +
-                             " call " + std::to_string(nth));
-                m_client = std::make_shared<FakeCloudClient>();
-                m_provider = buildCloudProvider(m_client, FolderPolicy::MarkerObjects, false);
+                SCOPED_TRACE(std::string(mode.name) + (isMove ? ", move" : ", copy") +
+                             (when == When::Before ? ", before" : ", after") + " call " + std::to_string(nth));
+                startAnew(mode);
                 m_client->storeParts(m_key, m_content, {8, 8, 8, 6});
                 m_client->store(m_otherKey, oldContent);
                 m_client->failCall(nth, when);
-                bool isOk = true;
-                try {
-                    isMove ? move() : m_provider->copyFile(m_file, m_other, ReplacementPolicy::Replace);
-                } catch (const std::exception&) {
-                    isOk = false;
-                }
+                const bool isOk = transfer(isMove);
                 const auto source = m_client->content(m_key);
                 const auto destination = m_client->content(m_otherKey);
                 const auto failed = m_client->faultCount() == 0 ? Call{} : m_client->calls()[nth - 1];
@@ -170,10 +188,12 @@ TEST_F(NamespaceTest, FaultsNeverLoseBothEndsOfATransfer) {
                 } else if (source != m_content) {
                     // Removed before the destination was stored: only storing it may have failed.
                     EXPECT_TRUE(isMove);
-                    EXPECT_TRUE(destination == m_content || failed.operation == "completeMultipartUpload" ||
-                                failed.operation == "uploadPart" || failed.operation == "startMultipartUpload")
+                    EXPECT_TRUE(destination == m_content ||
+                                (!mode.storesFirst() &&
+                                 (failed.operation == "completeMultipartUpload" || failed.operation == "uploadPart" ||
+                                  failed.operation == "startMultipartUpload")))
                         << failed.operation;
-                } else if (!isMove) {
+                } else if (!isMove || mode.storesFirst()) {
                     EXPECT_TRUE(destination == oldContent || destination == m_content) << *destination;
                 }
                 EXPECT_FALSE(isAnythingOpen());
@@ -187,7 +207,177 @@ TEST_F(NamespaceTest, FaultsNeverLoseBothEndsOfATransfer) {
             }
         }
     }
-    m_client = std::make_shared<FakeCloudClient>();
+    startAnew();  // uploads that could not even be aborted went with the others
+}
+
+// At each kind of call of a move, somebody else stores the source, in this process or in another one.
+TEST_F(NamespaceTest, WhatSomebodyElseStoresIsNotRemovedByAMove) {
+    const std::string theirs(m_content.size(), 't');
+    for (const unsigned row : {0U, 1U, 2U, 3U}) {
+        const auto mode = transferModes().at(2 + row / 2);
+        const bool isHere = row % 2 != 0;
+        std::set<std::pair<std::string, std::string>> seen;  // operations with their keys
+        for (auto held = seen.emplace().first; held != seen.end(); ++held) {
+            const auto& [operation, key] = *held;
+            SCOPED_TRACE(std::string(mode.name) + (isHere ? ", here, " : ", elsewhere, ") + operation + ' ' + key);
+            startAnew(mode);
+            m_client->storeParts(m_key, m_content, {8, 8, 8, 6});
+            auto& gate = m_client->gate(operation, key);
+            bool isOk = false;
+            std::thread mover([&] { isOk = transfer(true); });
+            const bool isHeld = !operation.empty();
+            // Who opens the source here while it is asked for waits for the answer, too.
+            const bool sharesStream = isHere && (key != m_key || operation == "copyObject");
+            if (isHeld) {
+                ASSERT_TRUE(gate.waitForArrivals());
+                if (sharesStream) {
+                    const auto stream = openFile(update());
+                    write(stream, theirs);
+                    stream->close();
+                } else {
+                    m_client->store(m_key, theirs);
+                }
+            }
+            gate.open();
+            mover.join();
+            const auto source = m_client->content(m_key);
+            const auto destination = m_client->content(m_otherKey);
+            EXPECT_EQ(source, isOk ? std::nullopt : std::optional(theirs));
+            EXPECT_TRUE(!isOk || destination == (isHeld ? theirs : m_content));
+            // What is edited here while it is copied is copied as it is at the time.
+            EXPECT_TRUE(!destination || destination == theirs || destination == m_content || sharesStream);
+            EXPECT_FALSE(isAnythingOpen());
+            ASSERT_FALSE(HasFailure());
+            for (const auto& call : isHeld ? std::vector<Call>() : m_client->calls()) {
+                seen.emplace(call.operation, call.key);
+            }
+        }
+        EXPECT_EQ(seen.count({"copyObject", m_key}), mode.options.copyInStore ? 1U : 0U);
+        EXPECT_EQ(seen.count({"removeObject", m_key}), 1U);
+    }
+}
+
+TEST_F(NamespaceTest, AMoveWhoseSourceIsInUseWhenItIsCopiedSaysThatBothStand) {
+    struct Row {
+        std::size_t mode;
+        const char* operation;
+        bool isOpened;  // by somebody here, who writes to it; else replaced by somebody elsewhere
+    };
+    for (const auto& row : {Row{2, "completeUploadOver", true},
+                            {3, "copyObject", true},
+                            {2, "removeObject", false},
+                            {3, "removeObject", false}}) {
+        SCOPED_TRACE(std::to_string(row.mode) + row.operation);
+        startAnew(transferModes().at(row.mode));
+        m_client->store(m_key, m_content);
+        auto& gate = m_client->gate(row.operation);
+        std::thread mover([&] {
+            try {
+                move();
+                ADD_FAILURE() << "it succeeded";
+            } catch (const Exception& failure) {
+                EXPECT_EQ(failure.getErrorCode(), ErrorCode::InUse);
+                EXPECT_EQ(failure.getIRI(), m_file);
+                EXPECT_PRED_FORMAT2(testing::IsSubstring, "the destination is stored", failure.what());
+            }
+        });
+        ASSERT_TRUE(gate.waitForArrivals());
+        auto stream = row.isOpened ? openFile(update()) : nullptr;
+        if (stream) {
+            write(stream, "More");
+        } else {
+            m_client->store(m_key, "theirs");
+        }
+        gate.open();
+        mover.join();
+        stream.reset();
+        EXPECT_EQ(m_client->content(m_key), row.isOpened ? "More" + m_content.substr(4) : "theirs");
+        EXPECT_EQ(m_client->content(m_otherKey), m_content);
+    }
+}
+
+TEST_F(NamespaceTest, AnOpenerOfTheDestinationWaitsForACopyInsideTheStore) {
+    for (const bool isMove : {true, false}) {
+        startAnew(transferModes().back());
+        m_client->storeParts(m_key, m_content, {8, 8, 8, 6});
+        m_client->store(m_otherKey, "old");
+        auto& gate = m_client->gate("copyObject");
+        std::thread copier([&] { EXPECT_TRUE(transfer(isMove)); });
+        ASSERT_TRUE(gate.waitForArrivals());
+        m_client->clearCalls();
+        expectError(ErrorCode::InUse, m_other, [&] { m_provider->removeFile(m_other); });
+        TraceGate opening("OpenFileManager::acquirePartManager(");
+        std::thread opener([&] { EXPECT_EQ(readAll(m_provider->openReadOnlyStream(m_other)), m_content); });
+        ASSERT_TRUE(opening.waitForArrival());
+        opening.open();
+        EXPECT_EQ(m_client->count("describeObject"), 0U);
+        gate.open();
+        copier.join();
+        opener.join();
+        EXPECT_FALSE(isAnythingOpen());
+    }
+}
+
+// The errors of a copy inside the store are those of one through streams, and so is what becomes of the files.
+TEST_F(NamespaceTest, CopiesInsideTheStoreFailLikeOthers) {
+    const std::function<void(FakeCloudClient&)> missing = [](FakeCloudClient&) {};
+    const std::function<void(FakeCloudClient&)> replaced = [this](FakeCloudClient& store) {
+        store.store(m_key, "theirs");
+    };
+    const std::function<void(FakeCloudClient&)> removed = [this](FakeCloudClient& store) { store.deleteObject(m_key); };
+    const std::function<void(FakeCloudClient&)> created = [this](FakeCloudClient& store) {
+        store.store(m_otherKey, "theirs");
+    };
+    struct Row {
+        const char* name;
+        bool isThere;
+        ReplacementPolicy policy;
+        std::function<void(FakeCloudClient&)> meanwhile;
+        ErrorCode code;
+        IRI iri;
+    };
+    const Row rows[] = {
+        {"missing", false, ReplacementPolicy::Replace, missing, ErrorCode::NotFound, m_file},
+        {"replaced", true, ReplacementPolicy::Replace, replaced, ErrorCode::InUse, m_file},
+        {"removed", true, ReplacementPolicy::Replace, removed, ErrorCode::InUse, m_file},
+        {"created", true, ReplacementPolicy::Fail, created, ErrorCode::InUse, m_other},
+    };
+    for (const bool inStore : {true, false}) {
+        for (const auto& row : rows) {
+            SCOPED_TRACE(std::string(row.name) + (inStore ? ", inside" : ", through streams"));
+            startAnew(transferModes().at(inStore ? 3 : 2));
+            if (row.isThere) {
+                m_client->storeParts(m_key, m_content, {8, 8, 8, 6});
+            }
+            auto& gate = m_client->gate(inStore ? "copyObject" : "getRange");
+            std::thread copier(
+                [&] { expectError(row.code, row.iri, [&] { m_provider->copyFile(m_file, m_other, row.policy); }); });
+            if (row.isThere) {
+                ASSERT_TRUE(gate.waitForArrivals());
+                row.meanwhile(*m_client);
+            }
+            const auto other = m_client->content(m_otherKey);
+            gate.open();
+            copier.join();
+            EXPECT_EQ(m_client->content(m_otherKey), other);
+            EXPECT_FALSE(isAnythingOpen());
+        }
+    }
+}
+
+TEST_F(NamespaceTest, BytesTravelWhereTheStoreDoesNotCopy) {
+    startAnew(transferModes().back());
+    FakeCloudClient::Options options;
+    options.copiesInStore = false;
+    m_client = std::make_shared<FakeCloudClient>(options);
+    m_provider = buildCloudProvider(std::make_shared<VersionedFakeClient>(m_client), FolderPolicy::MarkerObjects, false,
+                                    transferModes().back().options);
+    m_client->storeParts(m_key, m_content, {8, 8, 8, 6});
+    m_provider->copyFile(m_file, m_other, ReplacementPolicy::Fail);
+    EXPECT_EQ(m_client->content(m_otherKey), m_content);
+    move();
+    EXPECT_EQ(m_client->count("copyObject"), 2U);
+    EXPECT_EQ(m_client->keys(), std::vector<std::string>{m_otherKey});
 }
 
 TEST_F(NamespaceTest, AMoveWhoseDestinationIsNotStoredHasLostTheSource) {
@@ -201,18 +391,18 @@ TEST_F(NamespaceTest, AMoveWhoseDestinationIsNotStoredHasLostTheSource) {
 
 // A reader that opens the destination shares it, and would be the one to store it.
 TEST_F(NamespaceTest, ATransferIsStoredWhenItReturnsWhoeverHasTheDestinationOpen) {
-    for (const bool isMove : {true, false}) {
-        startAnew();
+    for (const unsigned row : {0U, 1U, 2U, 3U}) {
+        startAnew(transferModes().at(row / 2));
         m_client->storeParts(m_key, m_content, {8, 8, 8, 6});
         auto& gate = m_client->gate("getObject");
-        std::thread transfer([&] {
-            isMove ? move() : m_provider->copyFile(m_file, m_other, ReplacementPolicy::Replace);
+        std::thread copier([&] {
+            EXPECT_TRUE(transfer(row % 2 != 0));
             EXPECT_EQ(m_client->content(m_otherKey), m_content);
         });
         ASSERT_TRUE(gate.waitForArrivals());
         const auto reader = m_provider->openReadOnlyStream(m_other);
         gate.open();
-        transfer.join();
+        copier.join();
         EXPECT_EQ(readAll(reader), m_content);
     }
 }

@@ -50,7 +50,23 @@ std::size_t ScopedTemporaryFolder::fileCount() const {
 EngineTest::EngineTest() : m_provider(buildCloudProvider(m_client, FolderPolicy::MarkerObjects, false)) {}
 
 std::shared_ptr<foundation::storage::provider::IProvider> EngineTest::anotherProcess() const {
-    return buildCloudProvider(std::make_shared<VersionedFakeClient>(m_client), FolderPolicy::MarkerObjects, false, m_options);
+    return buildCloudProvider(std::make_shared<VersionedFakeClient>(m_client), FolderPolicy::MarkerObjects, false,
+                              m_options);
+}
+
+std::vector<EngineTest::TransferMode> EngineTest::transferModes() {
+    TransferMode first{"the source is removed first"};
+    TransferMode plain{"the destination is stored first"};
+    plain.options.moveOrder = MoveOrder::StoreDestinationFirst;
+    TransferMode versions{"the destination is stored first, versions", plain.options, true};
+    TransferMode inStore{"inside the store", plain.options, true};
+    inStore.options.copyInStore = true;
+    return {first, plain, versions, inStore};
+}
+
+void EngineTest::startAnew(bool tellsVersions, const ProviderOptions& options) {
+    m_options = options;
+    startAnew(tellsVersions);
 }
 
 void EngineTest::startAnew(bool tellsVersions) {
@@ -62,8 +78,8 @@ void EngineTest::startAnew(bool tellsVersions) {
     m_provider = buildCloudProvider(m_providersClient, FolderPolicy::MarkerObjects, false, m_options);
 }
 
-bool EngineTest::isOpen() const {
-    return OpenFileManager::instance().isOpen(m_file, m_providersClient);
+bool EngineTest::isOpen(const IRI& iri) const {
+    return OpenFileManager::instance().isOpen(iri, m_providersClient);
 }
 
 void EngineTest::TearDown() {

@@ -58,6 +58,16 @@ protected:
     EngineTest();
     void TearDown() override;
 
+    /// A way of copying and moving files. Each is good for every store, but only one that tells versions copies inside.
+    struct TransferMode {
+        const char* name;
+        ProviderOptions options{};
+        bool tellsVersions = false;
+
+        bool storesFirst() const { return options.moveOrder == MoveOrder::StoreDestinationFirst; }
+    };
+    static std::vector<TransferMode> transferModes();
+
     static Options update(Options::WriteMode mode = Options::WriteMode::Positioned);
     static Options replace();
     static void write(const Stream& stream, const std::string& bytes);
@@ -71,7 +81,10 @@ protected:
     std::shared_ptr<foundation::storage::provider::IProvider> anotherProcess() const;
     /// Start again with an empty store, and a client that tells versions or not.
     void startAnew(bool tellsVersions = false);
-    bool isOpen() const;
+    void startAnew(bool tellsVersions, const ProviderOptions& options);
+    void startAnew(const TransferMode& mode) { startAnew(mode.tellsVersions, mode.options); }
+    bool isOpen() const { return isOpen(m_file); }
+    bool isOpen(const IRI& iri) const;
 
     ScopedTemporaryFolder m_folder;
     ScopedVariable m_partSize{"VX_CLOUD_PART_SIZE_OVERRIDE", std::to_string(kPartSize)};

@@ -83,6 +83,9 @@ public:
     /// storage::cloudprovider copies the bytes, removes the source, and only then closes the destination, which is what
     /// stores it. When that fails, the source is gone and the bytes are lost; destination is what it was, unless only
     /// the store's answer got lost. What fails before leaves the source, and destination with what had been copied.
+    /// A provider built to store the destination first (MoveOrder::StoreDestinationFirst) removes the source when the
+    /// destination is stored: what fails leaves one of them whole, or both. InUse then, too, with both left, when
+    /// somebody replaced or opened the source meanwhile.
     ///
     /// Errors   Exception; from storage::cloudprovider also, without an identifier, ByteStreamReadFailure and
     ///          ByteStreamWriteFailure while the bytes are copied, and ByteStreamCloseFailure, as a rule because
