@@ -52,7 +52,13 @@ std::shared_ptr<ExtendedCloudClient> Session::openClient(MissingStore missing) c
 
 std::shared_ptr<IProvider> Session::providerFor(std::shared_ptr<CloudClient> client) const {
     constexpr bool kCheckFolderOnCopy = true;
-    return storage::cloudprovider::buildCloudProvider(std::move(client), folderPolicy, kCheckFolderOnCopy);
+    storage::cloudprovider::ProviderOptions options;
+    options.transferThreads = 8;
+    options.readAheadParts = 8;
+    options.lightBuffers = true;
+    options.copyInStore = true;
+    options.moveOrder = storage::cloudprovider::MoveOrder::StoreDestinationFirst;
+    return storage::cloudprovider::buildCloudProvider(std::move(client), folderPolicy, kCheckFolderOnCopy, options);
 }
 
 std::shared_ptr<IProvider> Session::open(MissingStore missing) const {

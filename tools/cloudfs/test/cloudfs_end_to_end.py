@@ -763,7 +763,7 @@ class Progress(Case):
         self.assertRegex(text, r"\d:\d\d left")
         self.assertTrue(text.endswith("\r\x1b[K"), repr(text[-80:]))
 
-    def test_cp_and_mv_show_a_bar_too(self):
+    def test_cp_and_mv_show_no_bar_where_no_byte_travels(self):
         self.environment["VX_CLOUD_PART_SIZE_OVERRIDE"] = str(1 << 21)
         self.ok("put", "-", "/f", data=bytes(1 << 22))
         for command in [["cp", "/f", "/g"], ["mv", "/g", "/h"]]:
@@ -772,8 +772,13 @@ class Progress(Case):
                 process = self.start(*command, stderr=slave)
                 os.close(slave)
                 self.assertEqual(process.wait(DEADLINE_SECONDS), DONE)
-                self.assertRegex(os.read(master, 10000).decode(), r"\[#+ *\] [24]\.0 MiB of 4\.0 MiB, .*storing")
+                try:
+                    drawn = os.read(master, 10000)
+                except OSError:
+                    drawn = b""  # the other end is closed
                 os.close(master)
+                self.assertEqual(drawn, b"")
+        self.assertEqual(self.ok("cat", "/h"), bytes(1 << 22))
 
 
 class Completion(Case):
