@@ -84,7 +84,7 @@ std::string judge(const Goal& goal, double value) {
 void printLine(const std::string& what, const std::string& measured, const std::string& floor, const std::string& share,
                const std::string& goal, const std::string& verdict) {
     std::cout << std::left << std::setw(50) << what << std::right << std::setw(19) << measured << std::setw(13) << floor
-              << "  " << std::left << std::setw(22) << share << std::setw(14) << goal << verdict << '\n';
+              << "  " << std::left << std::setw(22) << share << std::setw(16) << goal << verdict << '\n';
 }
 
 void printRow(const Row& row) {
@@ -100,7 +100,9 @@ void printRow(const Row& row) {
     }
     const auto range = std::minmax_element(shares.begin(), shares.end());
     const auto share = median(shares);
-    const auto shownShare = show(share, 1) + " % (" + show(*range.first, 1) + ".." + show(*range.second, 1) + ')';
+    const int digits = share < 100 ? 1 : 0;
+    const auto shownShare =
+        show(share, digits) + " % (" + show(*range.first, digits) + ".." + show(*range.second, digits) + ')';
     printLine(row.what, measured, show(median(row.floors)), shownShare, showGoal(row.goal, "%"),
               judge(row.goal, share));
 }
@@ -151,9 +153,9 @@ void printHeading() {
     printLine("what", "measured", "floor", "share of the floor", "goal", "");
 }
 
-double now() {
+double now(clockid_t clock) {
     struct timespec time = {};
-    ::clock_gettime(g_clock, &time);
+    ::clock_gettime(clock, &time);
     return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
 }
 
@@ -165,6 +167,13 @@ void settleTemporaryFolder() {
         ::syncfs(descriptor);
         ::close(descriptor);
     }
+}
+
+double measure(clockid_t clock, const std::function<void()>& call) {
+    settleTemporaryFolder();
+    const auto start = now(clock);
+    call();
+    return now(clock) - start;
 }
 
 // The figures go to the table above; Google Benchmark chooses and repeats.
@@ -187,10 +196,11 @@ void noteComparison(const std::string& what, const std::string& unit, double spe
 }
 
 double measureSeconds(const std::function<void()>& call) {
-    settleTemporaryFolder();
-    const auto start = now();
-    call();
-    return now() - start;
+    return measure(g_clock, call);
+}
+
+double measureElapsedSeconds(const std::function<void()>& call) {
+    return measure(CLOCK_MONOTONIC, call);
 }
 
 Seconds measureBoth(const std::function<void()>& floor, const std::function<void()>& workload) {

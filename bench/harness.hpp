@@ -36,6 +36,9 @@ void noteComparison(const std::string& what, const std::string& unit, double spe
 /// Seconds that a call takes, by the clock unless the command line says otherwise.
 double measureSeconds(const std::function<void()>& call);
 
+/// Seconds that a call takes by the clock whatever the command line says: for work that waits rather than computes.
+double measureElapsedSeconds(const std::function<void()>& call);
+
 /// Seconds that two calls take, done one after the other; which of them is the first alternates.
 struct Seconds {
     double floor;

@@ -10,16 +10,15 @@
 // before the listing; the counting itself is in the times.
 
 #include "HeapMeter.hpp"
+#include "ScratchFolder.hpp"
 #include "harness.hpp"
 #include "workload.hpp"
 
-#include <foundation/services/Files.hpp>
 #include <storage/cloudprovider/sqlite/SqliteClient.hpp>
 
 #include <SQLiteCpp/Database.h>
 #include <SQLiteCpp/Transaction.h>
 #include <benchmark/benchmark.h>
-#include <boost/filesystem/operations.hpp>
 
 #include <memory>
 #include <string>
@@ -30,25 +29,6 @@ namespace {
 namespace provider = foundation::storage::provider;
 
 constexpr std::uint64_t kFolderCount = 100;  // one of them with the counted children
-
-// A folder for the store's files, removed at the end.
-class StoreFolder {
-public:
-    StoreFolder() : m_path(foundation::temporaryFolder() / boost::filesystem::unique_path("bench-%%%%%%%%")) {
-        boost::filesystem::create_directory(m_path);
-    }
-    StoreFolder(const StoreFolder&) = delete;
-    StoreFolder& operator=(const StoreFolder&) = delete;
-    ~StoreFolder() {
-        boost::system::error_code ignored;
-        boost::filesystem::remove_all(m_path, ignored);
-    }
-
-    std::string file(const std::string& name) const { return (m_path / name).native(); }
-
-private:
-    const boost::filesystem::path m_path;
-};
 
 // Put in one by one, a million objects would take a million durable transactions; so they are written in one,
 // as rows that describe empty objects.
@@ -139,7 +119,7 @@ private:
 
 int main(int argc, char** argv) {
     bench::Program program(argc, argv);
-    const StoreFolder folder;
+    const bench::ScratchFolder folder;
     const std::uint64_t childCount = program.pick(1000, 100);
     for (const std::uint64_t fullCount : {10'000, 100'000, 1'000'000}) {
         const auto objectCount = program.pick(fullCount, fullCount / 100 + childCount);

@@ -17,16 +17,6 @@ namespace {
 
 using Options = foundation::storage::provider::ByteStreamOpenOptions;
 
-void writeOneByte(const foundation::storage::provider::IProvider& provider, Options::WriteMode mode,
-                  std::uint64_t offset) {
-    const auto stream = provider.openStream(
-        foundation::storage::provider::StorageIRI::fromUtf8("/file"),
-        {Options::Access::WriteOnly, Options::ExistingContent::Preserve, Options::Presence::Required, mode});
-    stream->seek(static_cast<std::int64_t>(offset), std::ios_base::beg);
-    bench::require(stream->write("x", 1) == 1, "the byte was not taken");
-    stream->close();
-}
-
 void noteCounts(const std::string& what, const bench::MemoryClient::Counts& counts, std::uint64_t partCount) {
     const bench::Goal atMostOne{bench::Goal::Kind::AtMost, 1};
     const auto note = [&](const char* name, const char* unit, std::uint64_t count, bench::Goal goal) {
@@ -56,7 +46,7 @@ int main(int argc, char** argv) {
                              std::uint64_t sizeAfter) {
         client->makeObject("file", size);
         client->takeCounts();
-        const auto seconds = bench::measureSeconds([&] { writeOneByte(*provider, mode, offset); });
+        const auto seconds = bench::measureSeconds([&] { bench::writeOneByte(*provider, "/file", mode, offset); });
         bench::require(client->getObjectInfo("file")->Size == sizeAfter, "the object has a wrong size");
         const auto what = name + " 1 byte, " + bench::showSize(size);
         noteCounts(what, client->takeCounts(), partCount);

@@ -16,7 +16,7 @@ reads=${2:-100000}
 program=$build_dir/bench/bench_traced_reads
 source_dir=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 what="trace code of 1 KiB reads from a cached part"
-row='%-50s%19s%13s  %-22s%-14s%s\n'
+row='%-50s%19s%13s  %-22s%-16s%s\n'
 
 if ! command -v valgrind >/dev/null || ! command -v addr2line >/dev/null; then
     printf "$row" "$what" "skipped" "" "needs valgrind, addr2line" "<= 5 %" ""
