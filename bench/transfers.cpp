@@ -77,9 +77,9 @@ void compareThreads(const std::string& what, std::uint64_t size, const Measure& 
     const auto mebibytes = static_cast<double>(size) / bench::kMiB;
     const auto floor = mebibytes / measure(0);
     for (std::uint32_t threads = 1; threads <= kMostThreads; threads *= 2) {
-        bench::noteComparison(
-            what + ' ' + bench::showSize(size) + ", threads: " + std::to_string(threads) + ", floor: 0", "MiB/s",
-            mebibytes / measure(threads), floor, threads == kMostThreads ? Goal{Goal::Kind::AtLeast, 600} : Goal{});
+        const auto text = what + ' ' + bench::showSize(size) + ", " + std::to_string(threads) + " threads; floor: none";
+        bench::noteComparison(text, "MiB/s", mebibytes / measure(threads), floor,
+                              threads == kMostThreads ? Goal{Goal::Kind::AtLeast, 600} : Goal{});
     }
 }
 
