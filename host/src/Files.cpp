@@ -58,7 +58,7 @@ boost::filesystem::path createTemporaryFile(std::string_view prefix) {
     }
 }
 
-void reserveBlocks(const boost::filesystem::path& path, std::uint64_t size) {
+void reserveBlocks(const boost::filesystem::path& path, std::uint64_t offset, std::uint64_t size) {
     if (size == 0) {
         return;
     }
@@ -66,9 +66,9 @@ void reserveBlocks(const boost::filesystem::path& path, std::uint64_t size) {
     if (file.get() < 0) {
         throwSystemError(errno, "cannot open " + path.native());
     }
-    int error = size > kMaxFileSize ? EFBIG : EINTR;
+    int error = size > kMaxFileSize || offset > kMaxFileSize ? EFBIG : EINTR;
     while (error == EINTR) {
-        error = ::posix_fallocate(file.get(), 0, static_cast<off_t>(size));
+        error = ::posix_fallocate(file.get(), static_cast<off_t>(offset), static_cast<off_t>(size));
     }
     if (error != 0 && error != EOPNOTSUPP && error != EINVAL) {
         throwSystemError(error, "cannot reserve " + std::to_string(size) + " bytes for " + path.native());

@@ -41,13 +41,13 @@ TEST_F(ServicesTest, TemporaryFilesAreFreshAndTheirOwnersOnly) {
     EXPECT_EQ(first.filename().native().rfind("part", 0), 0U);
     EXPECT_EQ(fs::status(first).permissions(), fs::owner_read | fs::owner_write);
     EXPECT_EQ(fs::file_size(first), 0U);
-    reserveBlocks(first, 10'000);
+    reserveBlocks(first, 0, 10'000);
     EXPECT_GE(fs::file_size(first), 10'000U);
-    EXPECT_THROW(reserveBlocks(first, UINT64_MAX), std::system_error);
+    EXPECT_THROW(reserveBlocks(first, 0, UINT64_MAX), std::system_error);
     removeFile(first);
     EXPECT_FALSE(fs::exists(first));
     EXPECT_THROW(removeFile(first), fs::filesystem_error);
-    EXPECT_THROW(reserveBlocks(first, 1), std::system_error);
+    EXPECT_THROW(reserveBlocks(first, 0, 1), std::system_error);
 }
 
 TEST_F(ServicesTest, TheTemporaryFolderFollowsTheEnvironment) {

@@ -25,6 +25,11 @@ public:
     virtual char* data() = 0;
     virtual const char* data() const = 0;
 
+    /// Make room for the first size bytes, at most size(): only those may be touched. What is mapped stays where it is,
+    /// and bytes that have room already may be used meanwhile. Where there is no room for more, UnknownErrorException,
+    /// and nothing has changed.
+    virtual void reserve(std::uint64_t size) = 0;
+
     /// Take the mapping away; the bytes stay.
     virtual void close() = 0;
 
@@ -38,7 +43,7 @@ public:
     BufferFactory(const BufferFactory&) = delete;
     BufferFactory& operator=(const BufferFactory&) = delete;
 
-    /// Make an unmapped buffer of size bytes, all of them zero.
+    /// Make an unmapped buffer of size bytes, all of them zero. Room has to be made for them before they are touched.
     virtual std::unique_ptr<Buffer> build(std::uint64_t size) = 0;
 
     virtual ~BufferFactory() = default;

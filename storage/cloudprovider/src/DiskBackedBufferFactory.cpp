@@ -10,6 +10,7 @@
 #include <boost/filesystem/operations.hpp>
 
 #include <algorithm>
+#include <cassert>
 #include <new>
 
 namespace storage::cloudprovider {
@@ -18,8 +19,13 @@ using foundation::storage::provider::ExceptionContext;
 
 namespace {
 
-// The smallest file that can be mapped.
+// The smallest length that can be mapped.
 constexpr std::uint64_t kMinFileSize = 1;
+
+// A file that grows at least doubles, so that filling it takes few steps, and takes no more than so much ahead of need.
+// The least is the usual block of a file system.
+constexpr std::uint64_t kLeastStep = 4096;
+constexpr std::uint64_t kLargestStep = std::uint64_t{4} << 20;
 
 [[noreturn]] void throwCurrentAsUnknownError() {
     throw UnknownErrorException(ExceptionContext("no temporary file: " + describeCurrentException()));
@@ -39,33 +45,9 @@ boost::filesystem::path createFile() {
 
 namespace detail {
 
-DiskFile::DiskFile(std::uint64_t sizeInBytes) : m_path(createFile()) {
-    try {
-        updateFileSize(sizeInBytes);
-    } catch (...) {
-        remove();
-        throw;
-    }
-}
+DiskFile::DiskFile() : m_path(createFile()) {}
 
 DiskFile::~DiskFile() {
-    remove();
-}
-
-void DiskFile::updateFileSize(std::uint64_t newSizeInBytes) {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    CLOUDPROVIDER_TRACE_ARGUMENTS(" newSizeInBytes=", newSizeInBytes);
-    try {
-        const auto size = std::max(newSizeInBytes, kMinFileSize);
-        boost::filesystem::resize_file(m_path, size);
-        // A sparse file would meet a full disk as a signal, on the first touch of a mapped page.
-        foundation::reserveBlocks(m_path, size);
-    } catch (...) {
-        throwCurrentAsUnknownError();
-    }
-}
-
-void DiskFile::remove() noexcept {
     try {
         foundation::removeFile(m_path);
     } catch (...) {
@@ -74,10 +56,30 @@ void DiskFile::remove() noexcept {
     }
 }
 
+void DiskFile::updateFileSize(std::uint64_t formerSizeInBytes, std::uint64_t newSizeInBytes) {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    CLOUDPROVIDER_TRACE_ARGUMENTS(" newSizeInBytes=", newSizeInBytes);
+    try {
+        boost::filesystem::resize_file(m_path, newSizeInBytes);
+        // A sparse file would meet a full disk as a signal, on the first touch of a mapped page.
+        foundation::reserveBlocks(m_path, formerSizeInBytes, newSizeInBytes - formerSizeInBytes);
+    } catch (...) {
+        // Some file systems keep what they had reserved before the disk was full.
+        boost::system::error_code ignored;
+        boost::filesystem::resize_file(m_path, formerSizeInBytes, ignored);
+        throwCurrentAsUnknownError();
+    }
+}
+
 }  // namespace detail
 
-DiskBackedBuffer::DiskBackedBuffer(std::uint64_t size)
-    : m_size(size), m_diskFile(std::make_unique<detail::DiskFile>(size)) {}
+DiskBackedBuffer::DiskBackedBuffer(std::uint64_t size, Room room)
+    : m_size(size), m_diskFile(std::make_unique<detail::DiskFile>()) {
+    if (room == Room::AtOnce) {
+        m_diskFile->updateFileSize(0, std::max(m_size, kMinFileSize));
+        m_reserved = m_size;
+    }
+}
 
 DiskBackedBuffer::~DiskBackedBuffer() {
     try {
@@ -97,7 +99,8 @@ void DiskBackedBuffer::open() {
     CLOUDPROVIDER_TRACE_FUNCTION();
     boost::iostreams::mapped_file_params params(m_diskFile->path().native());
     params.flags = boost::iostreams::mapped_file::readwrite;
-    params.length = std::max(m_size, kMinFileSize);
+    params.length =
+        std::max(m_size, kMinFileSize);  // also of a file that is shorter yet: the system maps what will come
     m_file.open(params);
 }
 
@@ -113,6 +116,19 @@ const char* DiskBackedBuffer::data() const {
     return m_file.is_open() ? m_file.const_data() : nullptr;
 }
 
+void DiskBackedBuffer::reserve(std::uint64_t size) {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    CLOUDPROVIDER_TRACE_ARGUMENTS(" size=", size);
+    assert(size <= m_size && "a buffer never grows");
+    if (size > m_reserved) {
+        const auto step = std::clamp(m_reserved, kLeastStep, kLargestStep);
+        const auto wholeSteps = (std::max(size, m_reserved + step) + kLeastStep - 1) / kLeastStep * kLeastStep;
+        const auto reserved = std::min(wholeSteps, m_size);
+        m_diskFile->updateFileSize(m_reserved, reserved);
+        m_reserved = reserved;
+    }
+}
+
 void DiskBackedBuffer::close() {
     CLOUDPROVIDER_TRACE_FUNCTION();
     m_file.close();
@@ -121,7 +137,7 @@ void DiskBackedBuffer::close() {
 std::unique_ptr<Buffer> DiskBackedBufferFactory::build(std::uint64_t size) {
     CLOUDPROVIDER_TRACE_FUNCTION();
     CLOUDPROVIDER_TRACE_ARGUMENTS(" size=", size);
-    return std::make_unique<DiskBackedBuffer>(size);
+    return std::make_unique<DiskBackedBuffer>(size, m_room);
 }
 
 }  // namespace storage::cloudprovider

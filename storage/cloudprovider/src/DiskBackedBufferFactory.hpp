@@ -16,31 +16,36 @@ namespace detail {
 /// Owns a temporary file: made by the constructor, deleted by the destructor.
 class DiskFile {
 public:
-    /// Make a file of that size whose blocks are reserved; a size of 0 makes a file of one byte, because an
-    /// empty file cannot be mapped. Throws UnknownErrorException, or std::bad_alloc, and leaves no file behind when
-    /// that fails.
-    explicit DiskFile(std::uint64_t sizeInBytes);
+    /// Make an empty file. Throws UnknownErrorException, or std::bad_alloc, and leaves no file behind when that fails.
+    DiskFile();
     DiskFile(const DiskFile&) = delete;
     DiskFile& operator=(const DiskFile&) = delete;
     ~DiskFile();
 
     const boost::filesystem::path& path() const noexcept { return m_path; }
 
-private:
-    void updateFileSize(std::uint64_t newSizeInBytes);
-    void remove() noexcept;
+    /// Make the file that long and reserve the blocks of the bytes that come to it. Throws UnknownErrorException, and
+    /// gives back what it got until then.
+    void updateFileSize(std::uint64_t formerSizeInBytes, std::uint64_t newSizeInBytes);
 
+private:
     boost::filesystem::path m_path;
 };
 
 }  // namespace detail
 
+/// When a buffer takes the room on the disk that its bytes need.
+enum class Room : std::uint8_t {
+    AtOnce,  ///< when it is made, for all of them
+    InSteps  ///< as it is reserved; the steps become larger
+};
+
 /// A buffer whose bytes lie in a temporary file, so that many large ones can be held without filling the
-/// heap. One thread at a time.
+/// heap. Its whole size is mapped, however much of it has room. One thread at a time, but for the bytes.
 class DiskBackedBuffer : public Buffer {
 public:
     /// Throws UnknownErrorException when the file cannot be made, for want of room too.
-    explicit DiskBackedBuffer(std::uint64_t size);
+    DiskBackedBuffer(std::uint64_t size, Room room);
     ~DiskBackedBuffer() override;
 
     std::uint64_t size() const override;
@@ -50,20 +55,27 @@ public:
     bool isOpen() const override;
     char* data() override;
     const char* data() const override;
+    void reserve(std::uint64_t size) override;
     void close() override;
 
 private:
     boost::iostreams::mapped_file m_file;
     const std::uint64_t m_size;
+    std::uint64_t m_reserved = 0;  // leading bytes that lie in the file, with their blocks
     const std::unique_ptr<detail::DiskFile> m_diskFile;
 };
 
-/// Makes DiskBackedBuffers. Holds nothing: any thread may call it.
+/// Makes DiskBackedBuffers. Never changes: any thread may call it.
 class DiskBackedBufferFactory : public BufferFactory {
 public:
+    explicit DiskBackedBufferFactory(Room room = Room::AtOnce) : m_room(room) {}
+
     /// Throws UnknownErrorException, naming the reason, when there is no room or no right to make a file, and
     /// std::bad_alloc when there is no memory.
     std::unique_ptr<Buffer> build(std::uint64_t size) override;
+
+private:
+    const Room m_room;
 };
 
 }  // namespace storage::cloudprovider

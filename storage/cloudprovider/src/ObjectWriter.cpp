@@ -178,6 +178,7 @@ void ObjectWriter::keepUnsettled(Attempt attempt) noexcept {
 void ObjectWriter::copyBytes(Attempt& attempt) const {
     auto copy = m_context->bufferFactory->build(attempt.size);
     copy->open();
+    copy->reserve(attempt.size);
     std::memcpy(copy->data(), attempt.data, attempt.size);
     attempt.data = copy->data();
     attempt.copy = std::move(copy);

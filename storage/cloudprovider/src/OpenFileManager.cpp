@@ -193,8 +193,9 @@ OpenFileManager::Acquired OpenFileManager::acquirePartManager(const StorageIRI& 
 OpenFileManager::Acquired OpenFileManager::makePartManager(const StorageIRI& iri, const Opening& opening,
                                                            const std::shared_ptr<CloudClient>& client) {
     const auto& engine = opening.engine;
+    const auto room = engine.options.lightBuffers ? Room::InSteps : Room::AtOnce;
     const auto context =
-        std::make_shared<OpenFileContext>(iri, client, std::make_unique<DiskBackedBufferFactory>(), engine.options);
+        std::make_shared<OpenFileContext>(iri, client, std::make_unique<DiskBackedBufferFactory>(room), engine.options);
     auto manager = std::make_shared<OpenPartManager>(context, engine.pool);
     const bool mustExist = opening.presence == Presence::Required;
     bool isKnownToExist = mustExist;

@@ -14,7 +14,6 @@
 
 #include <algorithm>
 #include <cassert>
-#include <cstring>
 #include <ostream>
 #include <utility>
 
@@ -33,7 +32,8 @@ namespace storage::cloudprovider {
 //     bytes, which must be neither fetched nor copied in its place.
 // (4) A CLOUD part has exactly m_storedSize bytes. Any other part has at least as many; those that it holds beyond
 //     them were written here, or are zeros.
-// (5) A tag is kept with the number of bytes that it was given for.
+// (5) A local buffer has room for m_info.Size bytes before m_info.Size says so.
+// (6) A tag is kept with the number of bytes that it was given for.
 
 namespace {
 
@@ -131,6 +131,14 @@ const char* OpenPartBuffer::data() const {
     return m_buffer ? std::as_const(*m_buffer).data() : nullptr;
 }
 
+void OpenPartBuffer::reserve(std::uint64_t size) {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    const std::lock_guard lock(m_mutex);
+    if (m_buffer) {
+        m_buffer->reserve(std::min(size, m_capacity));
+    }
+}
+
 void OpenPartBuffer::close() {
     CLOUDPROVIDER_TRACE_FUNCTION();
     decrementOpenCount();
@@ -166,6 +174,7 @@ bool OpenPartBuffer::decrementOpenCount() {
 void OpenPartBuffer::setOpenBuffer(std::unique_ptr<Buffer> buffer) {
     CLOUDPROVIDER_TRACE_FUNCTION();
     const std::lock_guard lock(m_mutex);
+    buffer->reserve(m_info.Size);
     m_buffer.swap(buffer);
     m_condition.notify_all();
 }
@@ -177,6 +186,7 @@ void OpenPartBuffer::download() {
     lock.unlock();
 
     auto buffer = buildOpenBuffer();
+    buffer->reserve(range.Size);
     // Mapping a cached part again costs more than copying its bytes out, unless they lie in large pages. Blank parts
     // are left alone: they fill bit by bit, and clearing large pages ahead of that made writing slower.
     foundation::adviseLargePages(buffer->data(), m_capacity);
@@ -186,9 +196,7 @@ void OpenPartBuffer::download() {
 
 void OpenPartBuffer::createBlank() {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    auto buffer = buildOpenBuffer();
-    std::memset(buffer->data(), 0, size());
-    setOpenBuffer(std::move(buffer));
+    setOpenBuffer(buildOpenBuffer());  // a fresh file has zeros
 }
 
 bool OpenPartBuffer::openIfModified() {
@@ -377,10 +385,14 @@ void OpenPartBuffer::setIsOnlyPart(bool isOnlyPart) {
 
 // The stored object ends where the part ended before: unless the part is sent anew, the write-back would copy, or
 // complete the upload with, bytes that the store does not have. Hence NEW at once, before the bytes are there; who
-// writes them marks the part again. Call with the mutex held.
+// writes them marks the part again. Call with the mutex held: where the buffer needs room first, that is a system call
+// under it, as mapping is, so that nobody sees a size that has none.
 std::uint64_t OpenPartBuffer::growTo(std::uint64_t size) {
     const auto former = m_info.Size;
     if (const auto grown = std::min(size, m_capacity); grown > former) {
+        if (m_buffer) {
+            m_buffer->reserve(grown);
+        }
         m_info.Size = grown;
         m_localDataVersion = LocalDataVersion::NEW;
     }

@@ -46,6 +46,10 @@ public:
     bool isOpen() const override;
     char* data() override;
     const char* data() const override;
+
+    /// Make room for more than the part has, so that growing to that size needs none. Does nothing while the bytes are
+    /// not local.
+    void reserve(std::uint64_t size) override;
     void close() override;
 
     /// Count an opener. False tells the first one that it has to load the bytes.
@@ -54,7 +58,8 @@ public:
     /// Take an opener back; tells whether it was the last.
     bool decrementOpenCount();
 
-    /// Hand the loaded, mapped bytes over to all openers.
+    /// Hand the loaded, mapped bytes over to all openers, with room for what the part has grown to meanwhile. Throws
+    /// what the buffer throws when there is none, and keeps what it had.
     void setOpenBuffer(std::unique_ptr<Buffer> buffer);
 
     /// Fetch the stored bytes into a new buffer; zeros follow them.
@@ -97,7 +102,8 @@ public:
     std::optional<PartInfo> uploadedRecord() const;
 
     /// Grow by amount bytes, at most to the capacity. Answers the size before, where appended bytes begin. A part that
-    /// really grew is NEW, here and below, in the same step.
+    /// really grew is NEW, here and below, in the same step. Throws what the buffer throws when it has no room, and has
+    /// changed nothing; a part that is not local needs its room when it is loaded.
     std::uint64_t increaseSize(std::uint64_t amount);
 
     /// Grow so that amount bytes at offset lie inside, at most to the capacity. Answers the size before.
@@ -135,7 +141,8 @@ private:
     std::uint64_t growTo(std::uint64_t size);
     std::unique_ptr<Buffer> buildOpenBuffer() const;
 
-    // Guards every field below; taken last, never two parts' at once. Buffers are mapped and unmapped under it.
+    // Guards every field below; taken last, never two parts' at once. Buffers are mapped, unmapped and given room under
+    // it.
     mutable std::mutex m_mutex;
     std::condition_variable m_condition;  // signalled when m_openCount or m_buffer changes
 

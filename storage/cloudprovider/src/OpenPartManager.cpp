@@ -412,14 +412,19 @@ std::unique_ptr<OpenPartDevice> OpenPartManager::openNewPart(std::uint64_t partI
         addNewPartTo(newParts, newParts.empty() ? last : newParts.back());
     }
     auto device = openDevice(newParts.back(), fileOffset);
+    device->part().reserve(device->position + 1);
 
     lock.lock();
     if (m_parts.size() != formerCount) {
         return nullptr;
     }
-    m_parts.insert(m_parts.end(), newParts.begin(), newParts.end());  // all or, for want of memory, none
-    m_parts.front()->setIsOnlyPart(false);
+    // What may fail comes first. Twice the room: filling a vector by exact sizes would copy it each time.
+    if (const auto count = formerCount + newParts.size(); count > m_parts.capacity()) {
+        m_parts.reserve(std::max(count, 2 * formerCount));
+    }
     last->increaseSizeToMax();
+    m_parts.insert(m_parts.end(), newParts.begin(), newParts.end());
+    m_parts.front()->setIsOnlyPart(false);
     for (const auto& part : newParts) {
         CLOUDPROVIDER_TRACE_ARGUMENTS("Adding new part with index ", part->index());
     }

@@ -6,10 +6,14 @@
 #include "OpenPartBuffer.hpp"
 
 #include <storage/cloudprovider/CloudException.hpp>
+#include <storage/cloudprovider/buildCloudProvider.hpp>
+#include <storage/cloudprovider/storeStream.hpp>
 
 #include <boost/filesystem/operations.hpp>
 
 #include <sys/mount.h>
+#include <sys/stat.h>
+#include <algorithm>
 #include <cstring>
 #include <new>
 #include <sstream>
@@ -17,11 +21,37 @@
 
 namespace storage::cloudprovider::test {
 
+namespace {
+
+// A small disk at a folder, unless there is no right to make one.
+class SmallDisk {
+public:
+    SmallDisk(const boost::filesystem::path& folder, const char* size)
+        : m_folder(folder.native()), m_isThere(::mount("tmpfs", m_folder.c_str(), "tmpfs", 0, size) == 0) {}
+    SmallDisk(const SmallDisk&) = delete;
+    SmallDisk& operator=(const SmallDisk&) = delete;
+    ~SmallDisk() {
+        if (m_isThere) {
+            ::umount(m_folder.c_str());
+        }
+    }
+
+    bool isThere() const { return m_isThere; }
+
+private:
+    const std::string m_folder;
+    const bool m_isThere;
+};
+
+}  // namespace
+
 class PartBufferTest : public EngineTest {
 protected:
+    using WriteFailure = foundation::storage::provider::ByteStreamWriteFailure;
+
     std::shared_ptr<OpenPartBuffer> makePart(PartInfo info, LocalDataVersion version, bool isLast = true) const {
-        const auto context =
-            std::make_shared<OpenFileContext>(m_file, m_client, std::make_unique<DiskBackedBufferFactory>());
+        const auto context = std::make_shared<OpenFileContext>(
+            m_file, m_client, std::make_unique<DiskBackedBufferFactory>(m_room), m_options);
         return std::make_shared<OpenPartBuffer>(std::move(info), version, isLast, context);
     }
 
@@ -31,69 +61,170 @@ protected:
     }
 
     static std::string bytesOf(const OpenPartBuffer& part) { return {part.data(), part.size()}; }
+
+    // What the temporary files take of the disk, in bytes.
+    std::uint64_t roomTaken() const {
+        std::uint64_t blocks = 0;
+        for (const auto& entry : boost::filesystem::directory_iterator(m_folder.path())) {
+            struct stat status {};
+            EXPECT_EQ(::stat(entry.path().c_str(), &status), 0);
+            blocks += static_cast<std::uint64_t>(status.st_blocks);
+        }
+        return blocks * 512;
+    }
+
+    void buildProvider(std::uint64_t partSize, bool lightBuffers) {
+        m_options.partSize = partSize;
+        m_options.lightBuffers = lightBuffers;
+        m_provider = buildCloudProvider(m_providersClient, FolderPolicy::MarkerObjects, false, m_options);
+    }
+
+    Room m_room = Room::AtOnce;
+    ProviderOptions m_options;
 };
 
 TEST_F(PartBufferTest, DiskBackedBuffersKeepTheirBytesUntilTheyGo) {
-    for (const std::uint64_t size : {0, 1, 4095, 4096, 100'000}) {
-        SCOPED_TRACE(size);
-        auto buffer = DiskBackedBufferFactory().build(size);
-        EXPECT_EQ(buffer->size(), size);
-        EXPECT_EQ(buffer->data(), nullptr);
-        buffer->open();
-        ASSERT_NE(buffer->data(), nullptr);
-        EXPECT_EQ(std::string(buffer->data(), size), std::string(size, '\0'));
-        std::memset(buffer->data(), 'x', size);
-        buffer->close();
-        EXPECT_FALSE(buffer->isOpen());
-        EXPECT_EQ(buffer->data(), nullptr);
-        buffer->open();
-        EXPECT_EQ(std::string(buffer->data(), size), std::string(size, 'x'));
-        EXPECT_EQ(m_folder.fileCount(), 1U);
-        buffer.reset();  // while it is open
-        EXPECT_EQ(m_folder.fileCount(), 0U);
+    for (const Room room : {Room::AtOnce, Room::InSteps}) {
+        for (const std::uint64_t size : {0, 1, 4095, 4096, 100'000, 10'000'000}) {
+            SCOPED_TRACE(std::to_string(size) + (room == Room::AtOnce ? " at once" : " in steps"));
+            auto buffer = DiskBackedBufferFactory(room).build(size);
+            EXPECT_EQ(buffer->size(), size);
+            EXPECT_EQ(buffer->data(), nullptr);
+            buffer->open();
+            auto* const data = buffer->data();
+            ASSERT_NE(data, nullptr);
+            for (std::uint64_t end = 1, begin = 0; begin < size; begin = end, end = std::min(3 * end, size)) {
+                buffer->reserve(end);
+                EXPECT_EQ(std::string(data + begin, end - begin), std::string(end - begin, '\0'));
+                std::memset(data + begin, 'x', end - begin);
+                if (room == Room::InSteps) {
+                    EXPECT_LE(roomTaken(), 2 * end + (5U << 20U)) << "far ahead of need";
+                    EXPECT_LE(roomTaken(), 8 * end + 8192) << "far ahead of need";
+                }
+            }
+            EXPECT_EQ(buffer->data(), data);
+            buffer->close();
+            EXPECT_FALSE(buffer->isOpen());
+            EXPECT_EQ(buffer->data(), nullptr);
+            buffer->open();
+            EXPECT_EQ(std::string(buffer->data(), size), std::string(size, 'x'));
+            EXPECT_EQ(m_folder.fileCount(), 1U);
+            buffer.reset();  // while it is open
+            EXPECT_EQ(m_folder.fileCount(), 0U);
+        }
     }
 }
 
 TEST_F(PartBufferTest, ABufferThatCannotBeAllocatedLeavesNoFile) {
-    for (std::size_t nth = 1;; ++nth) {
-        SCOPED_TRACE("allocation " + std::to_string(nth));
-        std::unique_ptr<Buffer> buffer;
-        AllocationFaults::failNth(nth);
-        try {
-            buffer = DiskBackedBufferFactory().build(100);
-        } catch (const std::bad_alloc&) {
-            EXPECT_TRUE(AllocationFaults::hasFailed());
-        }
-        const bool hasFailed = AllocationFaults::hasFailed();
-        AllocationFaults::reset();
-        EXPECT_EQ(m_folder.fileCount(), buffer ? 1U : 0U);
-        if (!hasFailed) {
-            EXPECT_TRUE(buffer);
-            EXPECT_GT(nth, 3U) << "the buffer, its file and the name of that were allocated";
-            break;
+    for (const Room room : {Room::AtOnce, Room::InSteps}) {
+        bool hasFailed = true;
+        for (std::size_t nth = 1; hasFailed; ++nth) {
+            SCOPED_TRACE("allocation " + std::to_string(nth));
+            std::unique_ptr<Buffer> buffer;
+            bool hasGrown = false;
+            AllocationFaults::failNth(nth);
+            try {
+                buffer = DiskBackedBufferFactory(room).build(100'000);
+                buffer->reserve(1);
+                buffer->reserve(100'000);
+                hasGrown = true;
+            } catch (const std::bad_alloc&) {
+                EXPECT_TRUE(AllocationFaults::hasFailed());
+            }
+            hasFailed = AllocationFaults::hasFailed();
+            AllocationFaults::reset();
+            EXPECT_EQ(m_folder.fileCount(), buffer ? 1U : 0U);
+            EXPECT_TRUE(hasGrown || hasFailed);
+            EXPECT_TRUE(hasFailed || nth > 3) << "the buffer, its file and the name of that were allocated";
         }
     }
 }
 
 TEST_F(PartBufferTest, AFullTemporaryDiskIsAFailureOfThatWriteAlone) {
-    if (::mount("tmpfs", m_folder.path().c_str(), "tmpfs", 0, "size=64k") != 0) {
-        GTEST_SKIP() << "no right to mount a small tmpfs: " << std::strerror(errno);
-    }
-    const std::string content(3 * 32'768, 'x');
-    m_client->store(m_key, "old");
-    {
-        const ScopedVariable partSize("VX_CLOUD_PART_SIZE_OVERRIDE", "32768");
+    struct Row {
+        const char* name;
+        bool lightBuffers;
+        const char* room;
+        std::size_t callSize;
+        std::size_t taken;
+    };
+    const Row rows[] = {{"at once", false, "size=64k", 98'304, 65'536},
+                        {"in steps", true, "size=64k", 98'304, 65'536},
+                        {"in steps, by small calls", true, "size=64k", 1'024, 65'536},
+                        {"in steps, within a part", true, "size=56k", 1'024, 49'152}};
+    const std::string content(98'304, 'x');
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        const SmallDisk disk(m_folder.path(), row.room);
+        if (!disk.isThere()) {
+            GTEST_SKIP() << "no right to mount a small tmpfs";
+        }
+        buildProvider(32'768, row.lightBuffers);
+        m_client->store(m_key, "old");
         const auto stream = openFile(replace());
-        EXPECT_THROW(stream->write(content.data(), static_cast<std::int64_t>(content.size())),
-                     foundation::storage::provider::ByteStreamWriteFailure);
+        const auto count = static_cast<std::int64_t>(row.callSize);
+        const auto writeAll = [&] {
+            for (std::size_t at = 0; at < content.size(); at += row.callSize) {
+                stream->write(content.data() + at, count);
+            }
+        };
+        EXPECT_THROW(writeAll(), WriteFailure);
         EXPECT_THROW(DiskBackedBufferFactory().build(1'000'000), UnknownErrorException);
+        stream->seek(1'000'000, std::ios_base::beg);
+        EXPECT_THROW(stream->write("x", 1), WriteFailure);
         stream->seek(0, std::ios_base::end);
-        EXPECT_EQ(stream->seek(0, std::ios_base::cur), std::streampos(2 * 32'768)) << "grown without room";
+        EXPECT_EQ(stream->seek(0, std::ios_base::cur), std::streampos(row.taken)) << "grown without room";
         stream->close();  // what did fit is stored
+        EXPECT_EQ(m_client->content(m_key), content.substr(0, row.taken));
+        EXPECT_EQ(m_folder.fileCount(), 0U);
+
+        const auto buffer = DiskBackedBufferFactory(Room::InSteps).build(1'000'000);
+        buffer->reserve(1);
+        EXPECT_THROW(buffer->reserve(1'000'000), UnknownErrorException);
+        const boost::filesystem::path file = *boost::filesystem::directory_iterator(m_folder.path());
+        EXPECT_EQ(boost::filesystem::file_size(file), 4'096U) << "does not give back what it cannot use";
     }
-    EXPECT_EQ(m_client->content(m_key), content.substr(0, 2 * 32'768));
-    EXPECT_EQ(m_folder.fileCount(), 0U);
-    ::umount(m_folder.path().c_str());
+}
+
+TEST_F(PartBufferTest, AGapThatHasNoRoomLeavesTheFileAsItWas) {
+    struct Row {
+        const char* name;
+        const char* room;
+        std::size_t size;
+        std::int64_t gapEnd;
+    };
+    const Row rows[] = {{"none for the rest of the first part", "size=20k", 3, 32'768},
+                        {"none for the byte behind the gap", "size=32k", 32'768, 1'000'000}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        const SmallDisk disk(m_folder.path(), row.room);
+        if (!disk.isThere()) {
+            GTEST_SKIP() << "no right to mount a small tmpfs";
+        }
+        buildProvider(32'768, true);
+        const std::string content(row.size, 'x');
+        const auto stream = openFile(replace());
+        write(stream, content);
+        stream->seek(row.gapEnd, std::ios_base::beg);
+        EXPECT_THROW(stream->write("y", 1), WriteFailure);
+        EXPECT_EQ(readAll(stream), content);
+        stream->close();
+        EXPECT_EQ(m_client->content(m_key), content);
+        EXPECT_EQ(m_client->count("startMultipartUpload"), 0U) << "a file of one part is put as a whole";
+    }
+}
+
+TEST_F(PartBufferTest, ASmallFileTakesAsMuchRoomAsItNeeds) {
+    startAnew(true);
+    buildProvider(5U << 20U, true);
+    const auto stream = openFile(replace());
+    write(stream, std::string(100, 'x'));
+    EXPECT_EQ(roomTaken(), 4'096U);
+    storeStream(*stream);  // copies the bytes, which may change
+    stream->close();
+    const auto reader = openForReading();
+    EXPECT_EQ(readAll(reader), std::string(100, 'x'));
+    EXPECT_EQ(roomTaken(), 4'096U);
 }
 
 TEST_F(PartBufferTest, OpenersOfOnePartShareOneDownload) {
@@ -182,6 +313,32 @@ TEST_F(PartBufferTest, GrowingNeverLosesStoredBytes) {
     EXPECT_EQ(blank->increaseSize(1, 2), 8U) << "never shrinks";
     EXPECT_EQ(blank->increaseSize(~std::uint64_t{0}, 7), 8U) << "does not wrap";
     EXPECT_EQ(blank->size(), 8U);
+    blank->close();
+}
+
+// Touching bytes that have no room ends the process.
+TEST_F(PartBufferTest, APartHasRoomForWhatItHasGrownTo) {
+    m_options.partSize = 1'000'000;
+    m_room = Room::InSteps;
+    const auto loaded = storedPart(6);
+    auto& gate = m_client->gate("getObject");
+    std::thread opener([&] { loaded->open(); });
+    ASSERT_TRUE(gate.waitForArrivals());
+    loaded->increaseSizeToMax();
+    gate.open();
+    opener.join();
+    EXPECT_EQ(bytesOf(*loaded), "stored" + std::string(999'994, '\0'));
+    loaded->close();
+
+    const auto blank = makePart({0, 0, 5'000, ""}, LocalDataVersion::NEW);
+    blank->open();
+    EXPECT_EQ(bytesOf(*blank), std::string(5'000, '\0'));
+    blank->close();
+    blank->increaseSize(300'000);  // local, but not mapped
+    blank->open();
+    EXPECT_EQ(bytesOf(*blank), std::string(305'000, '\0'));
+    blank->increaseSizeToMax();
+    EXPECT_EQ(bytesOf(*blank), std::string(1'000'000, '\0'));
     blank->close();
 }
 

@@ -22,12 +22,14 @@ FOUNDATION_HOST_EXPORT boost::filesystem::path temporaryFolder();
 /// Threads  any.
 FOUNDATION_HOST_EXPORT boost::filesystem::path createTemporaryFile(std::string_view prefix);
 
-/// Reserve disk blocks for the first size bytes of a file, so that writing to a mapping of them cannot hit a
-/// full disk. Does nothing where the file system cannot reserve.
+/// Reserve disk blocks for size bytes of a file from offset on, so that writing to a mapping of them cannot hit a full
+/// disk. A file that ends before grows. Does nothing where the file system cannot reserve.
 ///
 /// Errors   std::system_error: no space left, no rights, larger than the file system allows.
-/// Threads  any.
-FOUNDATION_HOST_EXPORT void reserveBlocks(const boost::filesystem::path& path, std::uint64_t size);
+/// Threads  any; nobody may write to these bytes meanwhile, since some systems reserve by writing zeros where they find
+///          zeros. Other bytes of the file may be written.
+FOUNDATION_HOST_EXPORT void reserveBlocks(const boost::filesystem::path& path, std::uint64_t offset,
+                                          std::uint64_t size);
 
 /// Hint that mapped bytes will be filled, and read again, as a whole, so that large pages are worth their making. Where
 /// the system has none, or does not want to, nothing happens.
