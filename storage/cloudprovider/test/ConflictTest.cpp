@@ -128,7 +128,7 @@ TEST_F(ConflictTest, AReaderGetsOneVersionOrAFailureAndANewOpenerTheNewOne) {
 TEST_F(ConflictTest, AStoreThatIsBusyIsNoConflict) {
     storeOld(true);
     m_client->setFault([] { throw ResourceInUseException(); });
-    for (const char* const operation : {"getRange", "copyRange", "completeUploadOver"}) {
+    for (const char* const operation : {"getRange", "copyRun", "completeUploadOver"}) {
         SCOPED_TRACE(operation);
         const auto stream = openFile(update());
         write(stream, "X");
