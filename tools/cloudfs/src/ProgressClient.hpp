@@ -14,7 +14,8 @@ namespace cloudfs {
 class ProgressBar;
 
 /// Shows how far a copy has come whose bytes travel: those that were fetched, then that they are being stored. What the
-/// store copies by itself shows nothing. Everything is done by another client. Nobody else may use the progress bar while operations run.
+/// store copies by itself shows nothing. Everything is done by another client. Nobody else may use the progress bar
+/// while operations run.
 class ProgressClient final : public storage::cloudprovider::ExtendedCloudClient {
 public:
     using ObjectInfo = storage::cloudprovider::ObjectInfo;

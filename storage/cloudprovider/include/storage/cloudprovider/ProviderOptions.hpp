@@ -42,8 +42,9 @@ struct ProviderOptions {
     /// files cost little. Large ones cost some system calls more.
     bool lightBuffers = false;
 
-    /// Let the store copy files by itself where it can, so that no byte travels; moves, too, with StoreDestinationFirst.
-    /// Who opens the destination meanwhile waits. Where the store cannot, a copy costs three calls more.
+    /// Let the store copy files by itself where it can, so that no byte travels; moves, too, with
+    /// StoreDestinationFirst. Who opens the destination meanwhile waits. Where the store cannot, a copy costs three
+    /// calls more.
     bool copyInStore = false;
 
     /// The order of moving. StoreDestinationFirst needs the room of both in the store.
