@@ -90,6 +90,10 @@ for ((round = 1; round <= rounds; ++round)); do
         done
     done
 done >"$work/figures"
+if [[ ! -s $work/figures ]]; then
+    echo "$0: there was nothing to measure" >&2
+    exit 1
+fi
 
 awk -F '\t' '
     function median(values, count,    i, j, value) {

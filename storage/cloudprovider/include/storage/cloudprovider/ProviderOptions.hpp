@@ -32,11 +32,11 @@ struct ProviderOptions {
 
     /// Size in bytes of the parts of files that are written; 0 counts as not set. Not set: VX_CLOUD_PART_SIZE_OVERRIDE,
     /// else 5 MiB. Larger parts mean fewer requests, and more bytes for a small change.
-    std::optional<std::uint64_t> partSize;
+    std::optional<std::uint64_t> partSize = std::nullopt;
 
     /// Bytes of parts kept for each open file after they were read. Not set: VX_CLOUD_DOWNLOADED_PART_CACHE_OVERRIDE,
     /// else 100 MiB.
-    std::optional<std::uint64_t> cacheSize;
+    std::optional<std::uint64_t> cacheSize = std::nullopt;
 
     /// Give a part's temporary file the room that its bytes need, in steps, instead of the whole part's at once: small
     /// files cost little. Large ones cost some system calls more.
