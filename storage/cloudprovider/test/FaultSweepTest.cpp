@@ -220,7 +220,9 @@ TEST_F(FaultSweepTest, WithoutMemoryNothingIsLostByTransfersAndListings) {
     const auto modes = transferModes();
     const Row rows[] = {{What::List, modes[0]}, {What::Copy, modes[0]}, {What::Copy, modes[3]},
                         {What::Move, modes[0]}, {What::Move, modes[2]}, {What::Move, modes[3]}};
-    for (const auto& [what, mode] : rows) {
+    for (const auto& row : rows) {
+        const auto what = row.what;
+        const auto& mode = row.mode;
         for (std::size_t nth = 1;; ++nth) {
             SCOPED_TRACE(std::string(mode.name) + ", " + std::to_string(static_cast<int>(what)) + ", allocation " +
                          std::to_string(nth));
