@@ -168,19 +168,22 @@ std::unique_ptr<OpenPartDevice> OpenPartManager::openPart(std::uint64_t fileOffs
     CLOUDPROVIDER_TRACE_ARGUMENTS(" fileOffset=", fileOffset, " createIfNonExistent=", createIfNonExistent);
     const SharedGate gate(m_streamGate);
     const auto partIndex = findPartIndex(fileOffset);
-    while (true) {
+    std::unique_ptr<OpenPartDevice> device;
+    while (!device) {
         std::unique_lock lock(m_partsMutex);
         if (!createIfNonExistent && fileOffset >= m_parts.back()->end()) {
             return nullptr;
         }
         const Part part = partIndex < m_parts.size() ? m_parts[partIndex] : nullptr;
         lock.unlock();
-        if (auto device = part ? retiringWhenReplaced([&] { return openDevice(part, fileOffset); })
-                               : openNewPart(partIndex, fileOffset)) {
-            m_cache.remove(device->hold.part());
-            return device;
+        if (part) {
+            device = retiringWhenReplaced([&] { return openDevice(part, fileOffset); });
+        } else {
+            device = openNewPart(partIndex, fileOffset);
         }
     }
+    m_cache.remove(device->hold.part());
+    return device;
 }
 
 void OpenPartManager::closePart(std::unique_ptr<OpenPartDevice> device) {
