@@ -370,6 +370,7 @@ TEST_F(ModelTest, ThreadsChangeTheirRegionsOfOneFile) {
         std::vector<std::string> regions(kThreads, std::string(kRegion, '-'));
         m_client->storeParts(m_key, std::string(kThreads * kRegion, '-'), {kRegion, 2 * kRegion, kRegion});
         std::vector<std::thread> threads;
+        threads.reserve(kThreads);
         for (std::size_t thread = 0; thread < kThreads; ++thread) {
             threads.emplace_back([&, thread] {
                 try {

@@ -51,6 +51,7 @@ TEST_F(SharedFileTest, AppendersLoseNothingAndRepeatNothing) {
         m_options.transferThreads = round % 4 == 3 ? 2 : 0;
         startAnew(round % 3 == 1);
         std::vector<std::thread> appenders;
+        appenders.reserve(kThreads);
         for (int thread = 0; thread < kThreads; ++thread) {
             appenders.emplace_back([&, thread] {
                 const auto provider = areProcesses ? anotherProcess() : m_provider;
