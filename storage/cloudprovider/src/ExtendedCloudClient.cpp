@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <storage/cloudprovider/CloudException.hpp>
 #include <storage/cloudprovider/ExtendedCloudClient.hpp>
 
 #include <boost/iostreams/categories.hpp>
@@ -116,6 +117,21 @@ bool ExtendedCloudClient::copyObject(const std::string& /*from*/, const std::str
 
 void ExtendedCloudClient::removeObject(const std::string& key, const std::string& /*version*/) {
     deleteObject(key);
+}
+
+void ExtendedCloudClient::deleteObjects(const std::vector<std::string>& keys) {
+    for (const auto& key : keys) {
+        try {
+            deleteObject(key);
+        } catch (const ResourceNotFoundException&) {
+            continue;  // it is gone, which is what was asked for
+        }
+    }
+}
+
+std::vector<UnfinishedUpload> ExtendedCloudClient::listUploads(const std::string& /*prefix*/, std::string& /*token*/) {
+    throw UnsupportedOperationException(
+        foundation::storage::provider::ExceptionContext("this store does not tell its unfinished uploads"));
 }
 
 StoreLimits ExtendedCloudClient::limits() const {

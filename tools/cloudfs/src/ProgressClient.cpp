@@ -106,6 +106,15 @@ void ProgressClient::removeObject(const std::string& key, const std::string& ver
     m_client->removeObject(key, version);
 }
 
+void ProgressClient::deleteObjects(const std::vector<std::string>& keys) {
+    m_client->deleteObjects(keys);
+}
+
+std::vector<storage::cloudprovider::UnfinishedUpload> ProgressClient::listUploads(const std::string& prefix,
+                                                                                  std::string& token) {
+    return m_client->listUploads(prefix, token);
+}
+
 storage::cloudprovider::StoreLimits ProgressClient::limits() const {
     return m_client->limits();
 }

@@ -57,6 +57,9 @@ public:
     bool copyObject(const std::string& from, const std::string& fromVersion, const std::string& to,
                     const ExpectedObject& expected) override;
     void removeObject(const std::string& key, const std::string& version) override;
+    void deleteObjects(const std::vector<std::string>& keys) override;
+    std::vector<storage::cloudprovider::UnfinishedUpload> listUploads(const std::string& prefix,
+                                                                      std::string& token) override;
     storage::cloudprovider::StoreLimits limits() const override;
 
 private:

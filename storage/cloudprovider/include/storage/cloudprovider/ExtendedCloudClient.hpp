@@ -4,6 +4,8 @@
 #include <storage/cloudprovider/CloudClient.hpp>
 #include <storage/cloudprovider/export.hpp>
 
+#include <boost/date_time/posix_time/ptime.hpp>
+
 #include <cstddef>
 #include <cstdint>
 #include <iosfwd>
@@ -57,13 +59,33 @@ private:
     std::string m_version;
 };
 
-/// How much of something a store takes at once.
+/// What a store takes. The defaults are those of a store without limits.
 struct StoreLimits {
     static constexpr std::size_t kUnlimited = std::numeric_limits<std::size_t>::max();
 
     /// How many transfers at once make a file go faster, in each direction; at least 1. More do no harm.
     std::size_t UsefulUploads = kUnlimited;
     std::size_t UsefulDownloads = kUnlimited;
+
+    /// Sizes in bytes of a part of an upload; its last part may be smaller.
+    std::uint64_t SmallestPart = 0;
+    std::uint64_t LargestPart = std::numeric_limits<std::uint64_t>::max();
+    /// Most parts of an upload; at least 1.
+    std::uint64_t MostParts = std::numeric_limits<std::uint64_t>::max();
+    /// Most bytes that putObject stores in one go.
+    std::uint64_t LargestPut = std::numeric_limits<std::uint64_t>::max();
+    /// Most bytes of a key.
+    std::size_t LongestKey = kUnlimited;
+    /// Most keys that one call of deleteObjects removes in one request; at least 1.
+    std::size_t DeletedAtOnce = 1;
+};
+
+/// A multipart upload that was begun and neither completed nor given up.
+struct UnfinishedUpload {
+    std::string Key;
+    std::string UploadId;
+    boost::posix_time::ptime Started;  ///< UTC; not_a_date_time when unknown
+    std::uint64_t Size = 0;            ///< bytes of the parts that it holds
 };
 
 /// What a store can do beyond the twelve operations. Each operation has a default made of those, which knows no
@@ -144,7 +166,22 @@ public:
     /// Errors   ResourceInUseException when that version is no longer the stored one, which stays as it is.
     virtual void removeObject(const std::string& key, const std::string& version);
 
-    /// What the store takes at once; the same for as long as the client lives. The default knows no limit.
+    /// Remove objects, each as deleteObject does; a missing one is no error. The default calls that for one after the
+    /// other.
+    ///
+    /// Values   keys: at most limits().DeletedAtOnce.
+    /// Errors   whatever kept an object from being removed. The others are removed all the same where the store takes
+    ///          several at once; the text names each that was not, and the type is that of the first.
+    virtual void deleteObjects(const std::vector<std::string>& keys);
+
+    /// List one page of the uploads that somebody left unfinished, or still works on.
+    ///
+    /// Values   prefix: of their keys. token: empty for the first page, then as the previous call left it.
+    /// Result   in the order of the keys; token is empty after the last page.
+    /// Errors   UnsupportedOperationException where the store cannot tell, as by default.
+    virtual std::vector<UnfinishedUpload> listUploads(const std::string& prefix, std::string& token);
+
+    /// What the store takes; the same for as long as the client lives. The default knows no limit.
     virtual StoreLimits limits() const;
 };
 
