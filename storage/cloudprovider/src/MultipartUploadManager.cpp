@@ -36,12 +36,16 @@ public:
 // A task on its way: taken out of the queue, and put back in front unless it was done.
 class MultipartUploadManager::RunningTask {
 public:
+    enum class Runner { Caller, Pool };
+
     // Call with the mutex held.
-    RunningTask(MultipartUploadManager& manager, Tasks::iterator task) : m_manager(manager) {
+    RunningTask(MultipartUploadManager& manager, Tasks::iterator task, Runner runner)
+        : m_manager(manager), m_pooled(runner == Runner::Pool ? 1 : 0) {
         const bool isFirst = m_manager.m_runningParts.insert(task->index).second;
         assert(isFirst && "a part is sent by one task at a time");
         static_cast<void>(isFirst);
         m_task.splice(m_task.begin(), m_manager.m_queue, task);
+        m_manager.m_pooled += m_pooled;
     }
     RunningTask(const RunningTask&) = delete;
     RunningTask& operator=(const RunningTask&) = delete;
@@ -52,6 +56,7 @@ public:
         }
         const std::lock_guard lock(m_manager.m_mutex);
         m_manager.m_runningParts.erase(m_task.front().index);
+        m_manager.m_pooled -= m_pooled;
         // While it ran the part may have been queued again, and that is as good.
         if (!m_isDone && m_manager.findQueued(m_task.front().index) == m_manager.m_queue.end()) {
             m_manager.m_queue.splice(m_manager.m_queue.begin(), m_task);
@@ -89,13 +94,17 @@ private:
     }
 
     MultipartUploadManager& m_manager;
+    const std::size_t m_pooled;  // 1 for a task of the pool
     Tasks m_task;
     bool m_isDone = false;
 };
 
 MultipartUploadManager::MultipartUploadManager(std::shared_ptr<OpenFileContext> context,
                                                const std::shared_ptr<TransferPool>& pool)
-    : m_context(std::move(context)), m_pool(pool), m_poolThreads(pool ? pool->mostThreads() : 0) {}
+    : m_context(std::move(context)),
+      m_pool(pool),
+      m_poolThreads(pool ? pool->mostThreads() : 0),
+      m_mostPooled(std::max<std::size_t>(m_context->client->limits().UsefulUploads, 1)) {}
 
 void MultipartUploadManager::asyncUploadPart(std::uint64_t index, std::unique_ptr<PartTransfer> part) {
     CLOUDPROVIDER_TRACE_FUNCTION();
@@ -107,6 +116,22 @@ void MultipartUploadManager::asyncReusePart(std::uint64_t index, std::unique_ptr
     CLOUDPROVIDER_TRACE_FUNCTION();
     CLOUDPROVIDER_TRACE_ARGUMENTS(" index=", index);
     enqueueAndRun(index, std::move(part));
+}
+
+void MultipartUploadManager::queuePart(std::uint64_t index, std::unique_ptr<PartTransfer> part) {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    CLOUDPROVIDER_TRACE_ARGUMENTS(" index=", index);
+    Tasks added;
+    added.push_back({index, std::move(part), foundation::isMainExecutionContext()});
+    {
+        const std::lock_guard lock(m_mutex);
+        if (const auto queued = findQueued(index); queued != m_queue.end()) {
+            std::swap(*queued, added.front());  // an upload takes the place of a reuse
+        } else {
+            m_queue.splice(m_queue.end(), added);
+        }
+    }
+    requestThreads(1);
 }
 
 std::string MultipartUploadManager::uploadPart(const PartInfo& info, const char* data) {
@@ -191,30 +216,25 @@ void MultipartUploadManager::transferOne() noexcept {
         {
             const std::lock_guard lock(m_mutex);
             const auto task = findRunnable();
-            if (m_hasFailed || task == m_queue.end()) {
+            if (m_hasFailed || m_queue.empty()) {
                 return;
             }
-            running.emplace(*this, task);
+            if (m_pooled == m_mostPooled || task == m_queue.end()) {
+                ++m_declined;
+                return;
+            }
+            running.emplace(*this, task, RunningTask::Runner::Pool);
         }
         const ContextOfTask context(running->isMainContext());
         running->run(ChangedParts::MustNotFail);
     } catch (...) {
         traceCaughtException();  // the task is queued again, for somebody whom its failure can be told
     }
+    requestDeclined();
 }
 
 void MultipartUploadManager::enqueueAndRun(std::uint64_t index, std::unique_ptr<PartTransfer> part) {
-    Tasks added;
-    added.push_back({index, std::move(part), foundation::isMainExecutionContext()});
-    {
-        const std::lock_guard lock(m_mutex);
-        if (const auto queued = findQueued(index); queued != m_queue.end()) {
-            std::swap(*queued, added.front());  // an upload takes the place of a reuse
-        } else {
-            m_queue.splice(m_queue.end(), added);
-        }
-    }
-    requestThreads(1);
+    queuePart(index, std::move(part));
     runQueue(ChangedParts::MustNotFail, m_poolThreads);
 }
 
@@ -231,11 +251,13 @@ void MultipartUploadManager::runQueue(ChangedParts changedParts, std::size_t mos
             if (task == m_queue.end() || (!isCrowded && !m_hasFailed)) {
                 return;
             }
-            running.emplace(*this, task);
+            running.emplace(*this, task, RunningTask::Runner::Caller);
             isAfterFailure = std::exchange(m_hasFailed, false);
             left = m_queue.size();
         }
         running->run(changedParts);
+        running.reset();
+        requestDeclined();
         if (isAfterFailure) {
             requestThreads(left);  // what was asked of the pool before came to nothing
         }
@@ -246,6 +268,16 @@ void MultipartUploadManager::requestThreads(std::size_t count) noexcept {
     if (const auto pool = m_pool.lock(); pool && count != 0) {
         pool->request(shared_from_this(), count);
     }
+}
+
+// A task has ended: what the pool could not run before it may run now.
+void MultipartUploadManager::requestDeclined() noexcept {
+    std::size_t declined = 0;
+    {
+        const std::lock_guard lock(m_mutex);
+        declined = std::exchange(m_declined, 0);
+    }
+    requestThreads(declined);
 }
 
 // Until no task runs, or there is one that can be run.

@@ -26,9 +26,10 @@ namespace storage::cloudprovider {
 /// too: without a pool until the queue is empty. A part is queued at most once; what is sent of it is decided when its
 /// task starts. A task that fails goes back to the front of the queue before its failure leaves, and the pool stops
 /// working on the queue: whoever next adds a task, reruns or joins tries it again, and gets the failure if it lasts.
-/// Tasks of one part never run at once. A task takes no gate, owns no part manager and waits for no other task. Errors
-/// what the client throws, out of whichever operation ran the queue. Threads  any. Waiting for tasks that others run
-/// looks at the host's interrupt.
+/// Tasks of one part never run at once. A task takes no gate, owns no part manager and waits for no other task. Of the
+/// pool's threads no more work at once than the store says are useful.
+/// Errors   what the client throws, out of whichever operation ran the queue.
+/// Threads  any. Waiting for tasks that others run looks at the host's interrupt.
 class MultipartUploadManager : public TransferSource, public std::enable_shared_from_this<MultipartUploadManager> {
 public:
     /// Without a pool, or once it has gone, the callers' threads do it all.
@@ -44,6 +45,9 @@ public:
     /// Queue the reuse of the stored object's bytes, of one part or of neighbours from that index on, and work on the
     /// queue.
     void asyncReusePart(std::uint64_t index, std::unique_ptr<PartTransfer> part);
+
+    /// Queue the sending of a part for the pool's threads, and leave the queue to them, or to whoever works on it next.
+    void queuePart(std::uint64_t index, std::unique_ptr<PartTransfer> part);
 
     /// Send info.Size bytes now; answers the tag.
     std::string uploadPart(const PartInfo& info, const char* data);
@@ -90,6 +94,7 @@ private:
     void enqueueAndRun(std::uint64_t index, std::unique_ptr<PartTransfer> part);
     void runQueue(ChangedParts changedParts, std::size_t mostLeft);
     void requestThreads(std::size_t count) noexcept;
+    void requestDeclined() noexcept;
     void waitForTasks();
 
     std::string acquireUploadId();
@@ -101,6 +106,7 @@ private:
     const std::shared_ptr<OpenFileContext> m_context;
     const std::weak_ptr<TransferPool> m_pool;  // weak: the last owner of this may be one of its threads
     const std::size_t m_poolThreads;
+    const std::size_t m_mostPooled;  // tasks that the pool runs at once
 
     // Guards what follows. Held while the client starts and completes the upload, so that neither happens
     // twice; not while parts are sent or copied. No other mutex is taken under it.
@@ -111,6 +117,8 @@ private:
     std::string m_lastTag;
     Tasks m_queue;                           // one task a part at most
     std::set<std::uint64_t> m_runningParts;  // indices of the parts whose tasks run now
+    std::size_t m_pooled = 0;                // tasks of those that the pool runs
+    std::size_t m_declined = 0;              // threads of the pool that found nothing that could be run yet
     bool m_hasFailed = false;                // a task, which nobody has tried again since
 };
 
