@@ -291,6 +291,8 @@ std::string FakeCloudClient::putObjectOver(const std::string& key, std::istream&
 std::string FakeCloudClient::putExpected(const std::string& key, std::istream& data, std::uint64_t size,
                                          const ExpectedObject& expected) {
     requireKey(key);
+    require(key.size() <= m_options.limits.LongestKey, "too long a key: " + key);
+    require(size <= m_options.limits.LargestPut, "too large an object: " + key);
     require(size == 0 || key.back() != '/', "a folder marker with content: " + key);
     auto bytes = receive(data, size);
     const std::lock_guard lock(m_mutex);
@@ -353,6 +355,8 @@ std::string FakeCloudClient::uploadPart(const std::string& key, const std::strin
         findUpload(key, uploadId);
         lock.unlock();
         require(part.Size > 0, "an empty part of " + key);
+        require(part.Size <= m_options.limits.LargestPart, "too large a part of " + key);
+        require(part.Index < m_options.limits.MostParts, "too many parts of " + key);
         auto bytes = receive(data, part.Size);
         require(data.peek() == std::istream::traits_type::eof(), "the data is longer than its part");
         lock.lock();
@@ -486,6 +490,17 @@ void FakeCloudClient::removeObject(const std::string& key, const std::string& ve
         const std::lock_guard lock(m_mutex);
         findObject(key, version);
         m_objects.erase(key);
+    });
+}
+
+void FakeCloudClient::deleteObjects(const std::vector<std::string>& keys) {
+    perform({.operation = "deleteObjects", .key = keys.empty() ? "" : keys.front(), .size = keys.size()}, [&] {
+        require(!keys.empty() && keys.size() <= m_options.limits.DeletedAtOnce, "too many keys at once, or none");
+        std::for_each(keys.begin(), keys.end(), [this](const std::string& key) { requireKey(key); });
+        const std::lock_guard lock(m_mutex);
+        for (const auto& key : keys) {
+            m_objects.erase(key);
+        }
     });
 }
 

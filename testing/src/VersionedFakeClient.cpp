@@ -99,6 +99,10 @@ void VersionedFakeClient::removeObject(const std::string& key, const std::string
     m_store->removeObject(key, version);
 }
 
+void VersionedFakeClient::deleteObjects(const std::vector<std::string>& keys) {
+    m_store->deleteObjects(keys);
+}
+
 StoreLimits VersionedFakeClient::limits() const {
     return m_store->limits();
 }

@@ -6,6 +6,7 @@
 #include "RecursiveCloudEntryIterator.hpp"
 #include "ScopeGuard.hpp"
 #include "Trace.hpp"
+#include "checkKeyLength.hpp"
 #include "extendClient.hpp"
 #include "getResolvedIRI.hpp"
 #include "interrupt.hpp"
@@ -16,6 +17,7 @@
 #include <storage/cloudprovider/CloudException.hpp>
 #include <storage/cloudprovider/utils.hpp>
 
+#include <algorithm>
 #include <iterator>
 #include <sstream>
 #include <utility>
@@ -107,6 +109,16 @@ CloudProvider::CloudProvider(std::shared_ptr<CloudClient> client, FolderPolicy f
                options.transferThreads == 0 ? nullptr : std::make_shared<TransferPool>(options.transferThreads)} {}
 
 CloudProvider::~CloudProvider() = default;
+
+std::unique_ptr<ByteStream> CloudProvider::openSequentialWriter(const StorageIRI& iri) const {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri);
+    return translatingErrors(iri, [&] {
+        const auto resolved = getResolvedIRI(iri);
+        failIfRoot(resolved);
+        return OpenFileManager::instance().openSequentially(resolved, m_client, ExpectedObject::anything(), m_engine);
+    });
+}
 
 void CloudProvider::doCreateFile(const StorageIRI& iri) const {
     CLOUDPROVIDER_TRACE_FUNCTION();
@@ -233,10 +245,11 @@ void CloudProvider::doRemoveFolderRecursively(const StorageIRI& iri) const {
             throw ResourceNotFoundException();
         }
         failIfNotBelow(folderPrefixOf(iri), items);
-        for (const auto& item : items) {
+        const auto batch = std::max<std::size_t>(m_client->limits().DeletedAtOnce, 1);
+        for (std::size_t first = 0; first < items.size(); first += batch) {
             throwIfInterrupted();
             failIfOpen(resolved);
-            m_client->deleteObject(item.Key);
+            removeObjects(items, first, std::min(batch, items.size() - first));
         }
     });
 }
@@ -394,8 +407,21 @@ std::vector<ObjectInfo> CloudProvider::listAllObjects(const StorageIRI& iri, con
     return items;
 }
 
+void CloudProvider::removeObjects(const std::vector<ObjectInfo>& items, std::size_t first, std::size_t count) const {
+    if (count == 1) {
+        m_client->deleteObject(items[first].Key);
+        return;
+    }
+    std::vector<std::string> keys(count);
+    std::transform(items.begin() + static_cast<std::ptrdiff_t>(first),
+                   items.begin() + static_cast<std::ptrdiff_t>(first + count), keys.begin(),
+                   [](const ObjectInfo& item) { return item.Key; });
+    m_client->deleteObjects(keys);
+}
+
 // Somebody else may have made it since it was looked for.
 void CloudProvider::createEmptyObject(const std::string& key) const {
+    checkKeyLength(*m_client, key);
     std::stringstream nothing;
     try {
         m_client->putObjectOver(key, nothing, 0, ExpectedObject::absent());
@@ -425,7 +451,9 @@ FileTransfer CloudProvider::openTransfer(std::unique_ptr<ByteStream> source, con
     auto destinationStream = translatingErrors(destination, [&] {
         const auto resolved = getResolvedIRI(destination);
         failIfRoot(resolved);
-        return OpenFileManager::instance().openReplacement(resolved, m_client, replaced, m_engine);
+        auto& openFiles = OpenFileManager::instance();
+        return m_engine.pool ? openFiles.openSequentially(resolved, m_client, replaced, m_engine)
+                             : openFiles.openReplacement(resolved, m_client, replaced, m_engine);
     });
     return {std::move(source), FileTransfer::Destination(destinationStream.release())};
 }
@@ -461,6 +489,7 @@ std::optional<std::string> CloudProvider::copyInsideStore(const StorageIRI& sour
     });
     const bool isCopied = translatingErrors(destination, [&] {
         failIfRoot(to);
+        checkKeyLength(*m_client, utils::iriToKey(to));
         m_client->checkObjectName(foundation::toUtf8(to.getName()));
         try {
             return m_client->copyObject(key, version, utils::iriToKey(to), replaced);

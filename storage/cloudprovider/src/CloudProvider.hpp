@@ -8,6 +8,7 @@
 #include <storage/cloudprovider/ExtendedCloudClient.hpp>
 #include <storage/cloudprovider/buildCloudProvider.hpp>
 
+#include <cstddef>
 #include <memory>
 #include <optional>
 #include <string>
@@ -23,6 +24,10 @@ public:
     CloudProvider(std::shared_ptr<CloudClient> client, FolderPolicy folderPolicy, bool checkFolderOnCopy,
                   const ProviderOptions& options);
     ~CloudProvider() override;
+
+    /// See openSequentialWriter.hpp.
+    std::unique_ptr<foundation::storage::provider::ByteStream> openSequentialWriter(
+        const foundation::storage::provider::StorageIRI& iri) const;
 
 private:
     using StorageIRI = foundation::storage::provider::StorageIRI;
@@ -68,6 +73,7 @@ private:
     // Everything at or below a folder's prefix, folded at the delimiter, all pages.
     std::vector<ObjectInfo> listAllObjects(const StorageIRI& iri, const std::string& delimiter) const;
 
+    void removeObjects(const std::vector<ObjectInfo>& items, std::size_t first, std::size_t count) const;
     void createEmptyObject(const std::string& key) const;
     void failIfOpen(const StorageIRI& resolved) const;
     FileTransfer openTransfer(const StorageIRI& source, const StorageIRI& destination,

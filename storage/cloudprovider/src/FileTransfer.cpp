@@ -44,15 +44,25 @@ void FileTransfer::copyAllBytes() {
     try {
         for (auto count = m_source.read(chunk.data(), chunk.size()); count > 0;
              count = m_source.read(chunk.data(), chunk.size())) {
-            if (m_destination.write(chunk.data(), count) != count) {
-                throw ByteStreamWriteFailure(ErrorCode::Unknown,
-                                             ExceptionContext("the destination took fewer bytes than it was given"));
-            }
+            writeAll(chunk.data(), count);
             throwIfInterrupted();
         }
     } catch (const foundation::OperationInterrupted&) {
         giveUp();  // the user wants no file, least of all half of one
         throw;
+    }
+}
+
+// Who takes fewer bytes than given fails with the reason when given the rest.
+void FileTransfer::writeAll(const char* data, std::streamsize count) {
+    while (count > 0) {
+        const auto taken = m_destination.write(data, count);
+        if (taken <= 0) {
+            throw ByteStreamWriteFailure(ErrorCode::Unknown,
+                                         ExceptionContext("the destination took fewer bytes than it was given"));
+        }
+        data += taken;
+        count -= taken;
     }
 }
 

@@ -3,6 +3,7 @@
 
 #include <foundation/storage/provider/ByteStream.hpp>
 
+#include <ios>
 #include <memory>
 
 namespace storage::cloudprovider {
@@ -39,6 +40,8 @@ public:
     void giveUp() noexcept;
 
 private:
+    void writeAll(const char* data, std::streamsize count);
+
     const std::shared_ptr<ByteStream> m_destinationStream;
     foundation::storage::provider::GenericByteStreamDevice m_source;
     foundation::storage::provider::GenericByteStreamDevice m_destination;

@@ -5,7 +5,9 @@
 #include "OpenFileByteStream.hpp"
 #include "OpenFileContext.hpp"
 #include "RestrictedByteStreams.hpp"
+#include "SequentialWriter.hpp"
 #include "Trace.hpp"
+#include "checkKeyLength.hpp"
 #include "extendClient.hpp"
 
 #include <foundation/services/Text.hpp>
@@ -27,6 +29,13 @@ StorageIRI withoutAuthority(const StorageIRI& iri) {
     return StorageIRI().withPath(iri.getPath());
 }
 
+std::shared_ptr<OpenFileContext> makeContext(const StorageIRI& iri, const std::shared_ptr<CloudClient>& client,
+                                             const Engine& engine) {
+    const auto room = engine.options.lightBuffers ? Room::InSteps : Room::AtOnce;
+    return std::make_shared<OpenFileContext>(iri, client, std::make_unique<DiskBackedBufferFactory>(room),
+                                             engine.options);
+}
+
 using ExistingContent = ByteStreamOpenOptions::ExistingContent;
 using Presence = ByteStreamOpenOptions::Presence;
 
@@ -36,8 +45,10 @@ using Presence = ByteStreamOpenOptions::Presence;
 class OpenFileManager::Initialisation {
 public:
     // Call with the mutex held.
-    Initialisation(OpenFileManager& files, const Object& object) : m_files(files), m_object(object) {
-        m_files.m_table[object].isInitialising = true;
+    Initialisation(OpenFileManager& files, const Object& object, Openers openers) : m_files(files), m_object(object) {
+        auto& entry = m_files.m_table[object];
+        entry.isInitialising = true;
+        entry.openers = openers;
     }
     Initialisation(const Initialisation&) = delete;
     Initialisation& operator=(const Initialisation&) = delete;
@@ -47,7 +58,7 @@ public:
         if (m_identity == nullptr) {
             m_files.m_table.erase(entry);
         } else {
-            entry->second = {std::move(m_manager), m_identity, false};
+            entry->second = {std::move(m_manager), m_identity};
         }
         m_files.m_initialised.notify_all();
     }
@@ -65,13 +76,13 @@ private:
 };
 
 OpenFileManager::ExclusiveHold::ExclusiveHold(OpenFileManager& files, const StorageIRI& iri,
-                                              const std::shared_ptr<CloudClient>& client) {
+                                              const std::shared_ptr<CloudClient>& client, Openers openers) {
     const Object object(withoutAuthority(iri), originalOf(client));
     const std::lock_guard lock(files.m_mutex);
     if (files.isOpenLocked(object)) {
         throw ResourceInUseException();
     }
-    m_mark = std::make_unique<Initialisation>(files, object);
+    m_mark = std::make_unique<Initialisation>(files, object, openers);
 }
 
 OpenFileManager::ExclusiveHold::~ExclusiveHold() = default;
@@ -144,6 +155,19 @@ std::unique_ptr<ByteStream> OpenFileManager::openReplacement(const StorageIRI& i
     return writeOnly;
 }
 
+std::unique_ptr<ByteStream> OpenFileManager::openSequentially(const StorageIRI& iri,
+                                                              const std::shared_ptr<CloudClient>& client,
+                                                              const ExpectedObject& expected, const Engine& engine) {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri);
+    auto hold = std::make_unique<ExclusiveHold>(*this, iri, client, Openers::Refused);
+    auto context = makeContext(iri, client, engine);
+    context->version.replace(expected);
+    checkKeyLength(*context->client, context->key);
+    context->client->checkObjectName(foundation::toUtf8(iri.getName()));
+    return std::make_unique<SequentialWriter>(std::move(context), engine.pool, std::move(hold));
+}
+
 // The last step of opening: what comes to be counted is whole, and is handed to the caller.
 std::string OpenFileManager::open(OpenFileByteStream& stream, const StorageIRI& iri, const Opening& opening,
                                   const std::shared_ptr<CloudClient>& client) {
@@ -162,6 +186,9 @@ OpenFileManager::Acquired OpenFileManager::acquirePartManager(const StorageIRI& 
         // Looked up again after each wait: the entry may have gone, and come back, meanwhile.
         auto known = m_table.find(object);
         while (known != m_table.end() && known->second.isInitialising) {
+            if (known->second.openers == Openers::Refused) {
+                throw ResourceInUseException();
+            }
             m_initialised.wait(lock);
             known = m_table.find(object);
         }
@@ -175,7 +202,7 @@ OpenFileManager::Acquired OpenFileManager::acquirePartManager(const StorageIRI& 
             }
             continue;  // it has retired, and is no longer in the table
         }
-        Initialisation initialisation(*this, object);
+        Initialisation initialisation(*this, object, Openers::Wait);
         for (auto entry = m_table.begin(); entry != m_table.end();) {
             const bool isDead = !entry->second.isInitialising && entry->second.manager.expired();
             entry = isDead ? m_table.erase(entry) : std::next(entry);
@@ -192,11 +219,8 @@ OpenFileManager::Acquired OpenFileManager::acquirePartManager(const StorageIRI& 
 
 OpenFileManager::Acquired OpenFileManager::makePartManager(const StorageIRI& iri, const Opening& opening,
                                                            const std::shared_ptr<CloudClient>& client) {
-    const auto& engine = opening.engine;
-    const auto room = engine.options.lightBuffers ? Room::InSteps : Room::AtOnce;
-    const auto context =
-        std::make_shared<OpenFileContext>(iri, client, std::make_unique<DiskBackedBufferFactory>(room), engine.options);
-    auto manager = std::make_shared<OpenPartManager>(context, engine.pool);
+    const auto context = makeContext(iri, client, opening.engine);
+    auto manager = std::make_shared<OpenPartManager>(context, opening.engine.pool);
     const bool mustExist = opening.presence == Presence::Required;
     bool isKnownToExist = mustExist;
     if (opening.existingContent == ExistingContent::Preserve) {
@@ -208,6 +232,7 @@ OpenFileManager::Acquired OpenFileManager::makePartManager(const StorageIRI& iri
         }
     }
     if (!isKnownToExist) {
+        checkKeyLength(*context->client, context->key);
         context->client->checkObjectName(foundation::toUtf8(iri.getName()));
     }
     return {std::move(manager), true, context->version.get()};

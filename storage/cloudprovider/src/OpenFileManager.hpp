@@ -10,6 +10,7 @@
 #include <storage/cloudprovider/ExtendedCloudClient.hpp>
 
 #include <condition_variable>
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -32,11 +33,18 @@ public:
     using ByteStream = foundation::storage::provider::ByteStream;
     using ByteStreamOpenOptions = foundation::storage::provider::ByteStreamOpenOptions;
 
-    /// Has an object for its owner alone, as one that is being opened: who opens it waits until this has gone.
+    /// What becomes of who opens an object that somebody has for himself.
+    enum class Openers : std::uint8_t {
+        Wait,    ///< until that has gone
+        Refused  ///< ResourceInUseException
+    };
+
+    /// Has an object for its owner alone, as one that is being opened.
     class ExclusiveHold {
     public:
         /// ResourceInUseException when the object is open or being opened.
-        ExclusiveHold(OpenFileManager& files, const StorageIRI& iri, const std::shared_ptr<CloudClient>& client);
+        ExclusiveHold(OpenFileManager& files, const StorageIRI& iri, const std::shared_ptr<CloudClient>& client,
+                      Openers openers = Openers::Wait);
         ExclusiveHold(const ExclusiveHold&) = delete;
         ExclusiveHold& operator=(const ExclusiveHold&) = delete;
         ~ExclusiveHold();
@@ -75,6 +83,11 @@ public:
     std::unique_ptr<ByteStream> openReplacement(const StorageIRI& iri, const std::shared_ptr<CloudClient>& client,
                                                 const ExpectedObject& expected, const Engine& engine = {});
 
+    /// Open the object to be written anew from its beginning to its end, over what is expected: nobody else opens it
+    /// meanwhile. ResourceInUseException when it is open.
+    std::unique_ptr<ByteStream> openSequentially(const StorageIRI& iri, const std::shared_ptr<CloudClient>& client,
+                                                 const ExpectedObject& expected, const Engine& engine);
+
     /// Whether the object is open or being opened. Streams that the object was replaced under do not count: their file
     /// is no longer the object's.
     bool isOpen(const StorageIRI& iri, const std::shared_ptr<CloudClient>& client) const;
@@ -85,6 +98,7 @@ private:
         std::weak_ptr<OpenPartManager> manager;
         const OpenPartManager* identity = nullptr;  // only to be compared
         bool isInitialising = false;
+        Openers openers = Openers::Wait;  // while it is being initialised
     };
     /// How the first stream of an object opens it.
     struct Opening {

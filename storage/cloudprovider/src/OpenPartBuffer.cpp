@@ -83,12 +83,11 @@ void fetch(const OpenFileContext& context, const ObjectRange& range, char* data)
 
 }  // namespace
 
-OpenPartBuffer::OpenPartBuffer(PartInfo info, LocalDataVersion version, bool isLastPart,
+OpenPartBuffer::OpenPartBuffer(PartInfo info, LocalDataVersion version, std::uint64_t capacity,
                                std::shared_ptr<OpenFileContext> context)
     : m_info(std::move(info)),
       m_localDataVersion(version),
-      m_capacity(isLastPart ? std::max(m_info.Size, std::min(context->partSize, remainingAfter(m_info.Offset)))
-                            : m_info.Size),
+      m_capacity(capacity),
       m_storedSize(version == LocalDataVersion::CLOUD ? m_info.Size : 0),
       m_scheduledSize(m_storedSize),
       m_context(std::move(context)) {

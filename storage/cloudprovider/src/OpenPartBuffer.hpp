@@ -30,9 +30,10 @@ public:
         LocalDataVersion version;
     };
 
-    /// A part whose stored bytes are info's, if version is CLOUD; else one that holds nothing stored. Only
-    /// the last part of a file can grow, to the context's part size.
-    OpenPartBuffer(PartInfo info, LocalDataVersion version, bool isLastPart, std::shared_ptr<OpenFileContext> context);
+    /// A part whose stored bytes are info's, if version is CLOUD; else one that holds nothing stored. capacity: what it
+    /// may grow to, in bytes; at least what it has.
+    OpenPartBuffer(PartInfo info, LocalDataVersion version, std::uint64_t capacity,
+                   std::shared_ptr<OpenFileContext> context);
     ~OpenPartBuffer() override;
 
     std::uint64_t size() const override;

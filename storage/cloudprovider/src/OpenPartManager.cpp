@@ -5,8 +5,8 @@
 #include "PartTransfers.hpp"
 #include "Trace.hpp"
 #include "checkedLayout.hpp"
+#include "saturatingAdd.hpp"
 #include "translateException.hpp"
-#include "tuning.hpp"
 
 #include <storage/cloudprovider/CloudException.hpp>
 
@@ -66,6 +66,7 @@ OpenPartManager::OpenPartManager(std::shared_ptr<OpenFileContext> context, std::
       m_pool(std::move(pool)),
       m_uploadManager(std::make_shared<MultipartUploadManager>(m_context, m_pool)),
       m_cache(m_context->downloadedPartCacheSize),
+      m_newParts(m_context->partSize, m_context->client->limits()),
       m_objectWriter(m_context) {
     CLOUDPROVIDER_TRACE_FUNCTION();
     addNewPartTo(m_parts, nullptr);
@@ -97,8 +98,12 @@ bool OpenPartManager::initPreserveExisting(bool requirePresent) {
     parts.reserve(layout.size());
     for (auto& info : layout) {
         const bool isLast = parts.size() + 1 == layout.size();
-        parts.push_back(std::make_shared<OpenPartBuffer>(std::move(info), LocalDataVersion::CLOUD, isLast, m_context));
+        const auto growsTo = isLast ? std::min(m_newParts.firstSize(), remainingAfter(info.Offset)) : 0;
+        const auto capacity = std::max(info.Size, growsTo);
+        parts.push_back(
+            std::make_shared<OpenPartBuffer>(std::move(info), LocalDataVersion::CLOUD, capacity, m_context));
     }
+    m_newParts = PartSizes(m_context->partSize, m_context->client->limits(), parts.size());
     parts.front()->setIsOnlyPart(parts.size() == 1);
     const std::lock_guard lock(m_partsMutex);
     m_parts = std::move(parts);
@@ -155,7 +160,7 @@ std::uint64_t OpenPartManager::findPartIndex(std::uint64_t fileOffset) const {
                          [](std::uint64_t offset, const Part& candidate) { return offset < candidate->capacityEnd(); });
     std::uint64_t partIndex = static_cast<std::uint64_t>(part - m_parts.begin());
     if (part == m_parts.end()) {
-        partIndex += (fileOffset - m_parts.back()->capacityEnd()) / m_context->partSize;
+        partIndex = m_newParts.indexBehind(partIndex, fileOffset - m_parts.back()->capacityEnd());
     }
     lock.unlock();
     CLOUDPROVIDER_TRACE_ARGUMENTS("partIndex", '=', partIndex);
@@ -395,11 +400,7 @@ std::unique_ptr<OpenPartDevice> OpenPartManager::openDevice(const Part& part, st
 // when another thread made the file grow meanwhile.
 std::unique_ptr<OpenPartDevice> OpenPartManager::openNewPart(std::uint64_t partIndex, std::uint64_t fileOffset) {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    if (partIndex >= kMaxPartCount) {
-        throw UnsupportedOperationException(ExceptionContext(m_context->key + " would need more than " +
-                                                             std::to_string(kMaxPartCount) + " parts of " +
-                                                             std::to_string(m_context->partSize) + " bytes"));
-    }
+    m_newParts.capacityOf(partIndex, fileOffset, m_context->key);  // before the many parts of a long gap are made
     std::unique_lock lock(m_partsMutex);
     const auto formerCount = m_parts.size();
     const Part last = m_parts.back();
@@ -438,7 +439,8 @@ std::unique_ptr<OpenPartDevice> OpenPartManager::openNewPart(std::uint64_t partI
 void OpenPartManager::addNewPartTo(std::vector<Part>& parts, const Part& previous) const {
     CLOUDPROVIDER_TRACE_FUNCTION();
     const PartInfo info{previous ? previous->index() + 1 : 0, previous ? previous->capacityEnd() : 0, 0, {}};
-    parts.push_back(std::make_shared<OpenPartBuffer>(info, LocalDataVersion::NEW, true, m_context));
+    const auto capacity = m_newParts.capacityOf(info.Index, info.Offset, m_context->key);
+    parts.push_back(std::make_shared<OpenPartBuffer>(info, LocalDataVersion::NEW, capacity, m_context));
 }
 
 }  // namespace storage::cloudprovider

@@ -7,6 +7,7 @@
 #include "OpenFileContext.hpp"
 #include "OpenPartBuffer.hpp"
 #include "OpenPartDevice.hpp"
+#include "PartSizes.hpp"
 #include "PartTransfers.hpp"
 #include "ReadAhead.hpp"
 #include "StreamRegister.hpp"
@@ -79,8 +80,8 @@ public:
     std::uint64_t findPartIndex(std::uint64_t fileOffset) const;
 
     /// Open the part that holds an offset. With createIfNonExistent the file grows as far as that needs, or not at all:
-    /// a file of more than kMaxPartCount parts is refused (UnsupportedOperationException), and so is a new part without
-    /// room for its bytes. Without it the answer is empty at and behind the end.
+    /// a file of more parts or bytes than the store takes is refused (UnsupportedOperationException), and so is a new
+    /// part without room for its bytes. Without it the answer is empty at and behind the end.
     std::unique_ptr<OpenPartDevice> openPart(std::uint64_t fileOffset, bool createIfNonExistent);
 
     /// Give a device back. The last one of a part decides its fate: a changed part is sent if the file has
@@ -123,6 +124,7 @@ private:
     const std::shared_ptr<MultipartUploadManager> m_uploadManager;
     DownloadedPartCache m_cache;
     StreamRegister m_streams;
+    PartSizes m_newParts;  // changes before the first stream only
 
     // The stream gate: shared while a part is opened, closed or sent, exclusive for the write-back, which does I/O
     // under it on purpose. First in the lock order.

@@ -2,6 +2,8 @@
 #include "AllocationFaults.hpp"
 #include "EngineTest.hpp"
 
+#include <storage/cloudprovider/openSequentialWriter.hpp>
+
 #include <algorithm>
 #include <optional>
 #include <string>
@@ -70,6 +72,7 @@ protected:
         std::uint64_t writeAt;
         std::string written;
         bool discards = false;
+        bool isSequential = false;
     };
 
     static std::string expectedContent(const Scenario& scenario, std::string content) {
@@ -84,12 +87,23 @@ protected:
     // the file could not even be opened.
     std::optional<bool> writeAndClose(const Scenario& scenario) {
         Stream stream;
-        if (!attempt([&] { stream = openFile(scenario.discards ? replace() : update()); })) {
+        const bool isOpened = attempt([&] {
+            stream = scenario.isSequential ? openSequentialWriter(*m_provider, m_file)
+                                           : openFile(scenario.discards ? replace() : update());
+        });
+        if (!isOpened) {
             return std::nullopt;
         }
+        std::size_t taken = 0;  // of a sequential writer, which cannot be told anything twice
         const auto writeAll = [&] {
-            stream->seek(static_cast<std::int64_t>(scenario.writeAt), std::ios_base::beg);
-            write(stream, scenario.written);
+            if (!scenario.isSequential) {
+                stream->seek(static_cast<std::int64_t>(scenario.writeAt), std::ios_base::beg);
+                write(stream, scenario.written);
+            }
+            while (scenario.isSequential && taken < scenario.written.size()) {
+                const auto left = scenario.written.substr(taken);
+                taken += static_cast<std::size_t>(stream->write(left.data(), static_cast<std::int64_t>(left.size())));
+            }
         };
         const bool isWritten = attempt(writeAll) || attempt(writeAll);
         return attempt([&] { stream->close(); }) && isWritten;
@@ -137,6 +151,8 @@ TEST_F(FaultSweepTest, AWriteEitherSucceedsOrFailsAsAWhole) {
         {"the last part grows", {8, 8, 8, 3}, 27, "0123456789"},
         {"a gap behind the end", {8, 3}, 30, "end"},
         {"discarded", {8, 8, 3}, 0, "0123456789", true},
+        {"one part, sequentially", {8, 8, 3}, 0, "01234567", true, true},
+        {"several parts, sequentially", {8, 8, 3}, 0, "0123456789abcdefghijklmnopqrstuvw", true, true},
     };
     const std::pair<bool, std::uint32_t> kinds[] = {{false, 0}, {true, 0}, {false, 1}, {true, 4}};
     for (const auto& [tellsVersions, threads] : kinds) {

@@ -52,7 +52,8 @@ protected:
     std::shared_ptr<OpenPartBuffer> makePart(PartInfo info, LocalDataVersion version, bool isLast = true) const {
         const auto context = std::make_shared<OpenFileContext>(
             m_file, m_client, std::make_unique<DiskBackedBufferFactory>(m_room), m_options);
-        return std::make_shared<OpenPartBuffer>(std::move(info), version, isLast, context);
+        const auto capacity = isLast ? std::max(info.Size, context->partSize) : info.Size;
+        return std::make_shared<OpenPartBuffer>(std::move(info), version, capacity, context);
     }
 
     std::shared_ptr<OpenPartBuffer> storedPart(std::uint64_t size) const {

@@ -6,6 +6,7 @@
 
 #include <foundation/services/InterruptState.hpp>
 #include <storage/cloudprovider/abandonStream.hpp>
+#include <storage/cloudprovider/openSequentialWriter.hpp>
 
 #include <utility>
 #include <vector>
@@ -80,6 +81,9 @@ StorePath placeFor(const IProvider& provider, const StorePath& path, const std::
     failIfFolder(provider, place);
     return place;
 }
+
+StoreFileWriter::StoreFileWriter(const IProvider& provider, StorePath path)
+    : m_path(std::move(path)), m_stream(storage::cloudprovider::openSequentialWriter(provider, m_path.iri())) {}
 
 StoreFileWriter::StoreFileWriter(const IProvider& provider, StorePath path, const ByteStreamOpenOptions& options)
     : m_path(std::move(path)), m_stream(provider.openStream(m_path.iri(), options)) {}

@@ -40,7 +40,10 @@ StorePath placeFor(const IProvider& provider, const StorePath& path, const std::
 /// or is interrupted leaves the file as it was.
 class StoreFileWriter {
 public:
-    /// Errors   Exception.
+    /// Write the file anew, from its beginning to its end. Errors: Exception.
+    StoreFileWriter(const IProvider& provider, StorePath path);
+
+    /// Write into the file. Errors: Exception.
     StoreFileWriter(const IProvider& provider, StorePath path, const ByteStreamOpenOptions& options);
     StoreFileWriter(const StoreFileWriter&) = delete;
     StoreFileWriter& operator=(const StoreFileWriter&) = delete;

@@ -21,15 +21,13 @@ namespace {
 
 using Options = ByteStreamOpenOptions;
 
-constexpr Options kReplaceFile{Options::Access::WriteOnly, Options::ExistingContent::Discard,
-                               Options::Presence::Optional, Options::WriteMode::Append};
 constexpr Options kAppend{Options::Access::WriteOnly, Options::ExistingContent::Preserve, Options::Presence::Optional,
                           Options::WriteMode::Append};
 constexpr Options kOverwrite{Options::Access::WriteOnly, Options::ExistingContent::Preserve,
                              Options::Presence::Required, Options::WriteMode::Positioned};
 
 void putFile(const IProvider& provider, LocalSource& source, const StorePath& path, ProgressBar& progress) {
-    StoreFileWriter writer(provider, path, kReplaceFile);
+    StoreFileWriter writer(provider, path);
     writer.writeAll(source, progress);
     writer.store(progress);
 }

@@ -72,6 +72,8 @@ struct StoreLimits {
     std::uint64_t LargestPart = std::numeric_limits<std::uint64_t>::max();
     /// Most parts of an upload; at least 1.
     std::uint64_t MostParts = std::numeric_limits<std::uint64_t>::max();
+    /// Most bytes of an object.
+    std::uint64_t LargestObject = std::numeric_limits<std::uint64_t>::max();
     /// Most bytes that putObject stores in one go.
     std::uint64_t LargestPut = std::numeric_limits<std::uint64_t>::max();
     /// Most bytes of a key.

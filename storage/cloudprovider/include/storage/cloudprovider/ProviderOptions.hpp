@@ -22,7 +22,8 @@ enum class MoveOrder : std::uint32_t {
 struct ProviderOptions {
     /// Most threads that transfer for the provider's files; they are started as they are needed and end with the
     /// provider and its last open stream. 0: the calling thread does it all, none is started. Each costs a stack, and a
-    /// connection of the client. Threads do not survive a fork: see docs/semantics.md.
+    /// connection of the client. With any, copies and moves whose bytes travel write their destination sequentially, as
+    /// openSequentialWriter does. Threads do not survive a fork: see docs/semantics.md.
     std::uint32_t transferThreads = 0;
 
     /// How many parts are fetched ahead of a stream that reads from part to part. Nothing is without transferThreads.

@@ -27,7 +27,7 @@ struct Call {
     ListOptions options{};          ///< of listObjects
     std::uint64_t first = 0;        ///< of getObject and getRange: position of the first byte
     std::uint64_t last = 0;         ///< of getObject and getRange: position of the last byte
-    std::uint64_t size = 0;         ///< of putObject and putObjectOver, in bytes
+    std::uint64_t size = 0;         ///< of putObject and putObjectOver, in bytes; of deleteObjects the number of keys
     std::string version{};          ///< of getRange, copyRange, copyRun, copyObject and removeObject
     /// Of putObjectOver, completeUploadOver and copyObject: "anything", "absent" or a version.
     std::string expected{};

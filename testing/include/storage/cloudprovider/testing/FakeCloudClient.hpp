@@ -111,6 +111,8 @@ public:
                     const ExpectedObject& expected);
     /// As ExtendedCloudClient::removeObject.
     void removeObject(const std::string& key, const std::string& version);
+    /// As ExtendedCloudClient::deleteObjects: one call, with the first key.
+    void deleteObjects(const std::vector<std::string>& keys);
     /// As ExtendedCloudClient::limits; no call of the store.
     StoreLimits limits() const { return m_options.limits; }
 

@@ -54,6 +54,7 @@ public:
     bool copyObject(const std::string& from, const std::string& fromVersion, const std::string& to,
                     const ExpectedObject& expected) override;
     void removeObject(const std::string& key, const std::string& version) override;
+    void deleteObjects(const std::vector<std::string>& keys) override;
     StoreLimits limits() const override;
 
 private:
