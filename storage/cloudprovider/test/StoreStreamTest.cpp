@@ -65,6 +65,17 @@ TEST_F(StoreStreamTest, WhatCannotStoreSaysSo) {
     EXPECT_EQ(errorCodeOf([&] { storeStream(foreign); }), ErrorCode::Unsupported);
 }
 
+// The store has to be told from what may change: with room for the bytes, also where files have no more than they need.
+TEST_F(StoreStreamTest, AFileOfOnePartIsStoredFromACopy) {
+    m_options.lightBuffers = true;
+    startAnew(true);
+    m_client->store(m_key, "old");
+    const auto stream = openFile(update());
+    write(stream, "longer");
+    storeStream(*stream);
+    EXPECT_EQ(m_client->content(m_key), "longer");
+}
+
 TEST_F(StoreStreamTest, ADiscardedFileIsStoredEmpty) {
     m_client->store(m_key, "old");
     const auto stream = openFile(replace());

@@ -12,6 +12,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
 #include <future>
 #include <thread>
 
@@ -23,10 +24,7 @@ using When = CallControl::When;
 // Transfers that a pool of threads makes.
 class TransferTest : public EngineTest {
 protected:
-    static std::size_t threadCount() {
-        return static_cast<std::size_t>(std::distance(boost::filesystem::directory_iterator("/proc/self/task"),
-                                                      boost::filesystem::directory_iterator()));
-    }
+    static std::size_t threadCount() { return countEntries("/proc/self/task"); }
 
     // Waits until there are so many; a joined thread leaves the list only a moment later.
     static bool threadsBecome(std::size_t count) {
@@ -193,6 +191,81 @@ TEST_F(TransferTest, AnInterruptReachesThoseWhoWaitForATransfer) {
     gate.open();
     stream->close();
     EXPECT_EQ(m_client->content(m_key), "x" + bytesOf(2).substr(1));
+}
+
+TEST_F(TransferTest, AProviderMayGoWhileItsFilesAreStillSent) {
+    startWith(2);
+    auto& gate = m_client->gate("uploadPart");
+    auto stream = openFile(replace());
+    auto writing = std::async(std::launch::async, [&] { write(stream, bytesOf(9)); });
+    ASSERT_TRUE(gate.waitForArrivals(3)) << "both threads and the writer; more are queued";
+    m_provider.reset();
+    m_providersClient.reset();
+    gate.open();
+    writing.get();
+    stream.reset();  // which closes it
+    EXPECT_EQ(m_client->content(m_key), bytesOf(9));
+}
+
+// Objects that are destroyed when the process ends may hold streams; whose they are has gone by then.
+TEST_F(TransferTest, StreamsOfStaticObjectsAreStoredWhenTheProcessEnds) {
+    testing::GTEST_FLAG(death_test_style) = "threadsafe";
+    struct Witness {
+        std::shared_ptr<FakeCloudClient> client;
+        boost::filesystem::path temporaryFolder;
+        Witness() = default;
+        Witness(const Witness&) = delete;
+        Witness& operator=(const Witness&) = delete;
+        ~Witness() {
+            const bool isClean = boost::filesystem::remove(temporaryFolder);  // only an empty one goes
+            std::_Exit(isClean && client->content("folder/file") == bytesOf(6) ? 0 : 1);
+        }
+    };
+    const auto endTheProcess = [this] {
+        m_options.readAheadParts = 2;
+        startWith(2);
+        static Witness witness;
+        static Stream stream;
+        witness.client = m_client;
+        witness.temporaryFolder = m_folder.path();
+        stream = openFile(replace());
+        write(stream, bytesOf(6));
+        m_provider.reset();
+        m_providersClient.reset();
+        std::exit(2);
+    };
+    EXPECT_EXIT(endTheProcess(), testing::ExitedWithCode(0), "");
+}
+
+TEST_F(TransferTest, OpenersStorersAndAbandonersMayAllBeAtWork) {
+    constexpr int kRounds = 40;
+    m_options.readAheadParts = 3;
+    startWith(2);
+    m_client->storeParts(m_key, bytesOf(6), std::vector<std::uint64_t>(6, kPartSize));
+    const auto isWhole = [](const std::string& bytes) {
+        auto expected = bytesOf(6);
+        return bytes.size() == expected.size() && bytes.substr(1) == expected.substr(1);
+    };
+    const auto reader = [&] {
+        for (int round = 0; round < kRounds; ++round) {
+            EXPECT_TRUE(isWhole(readAll(openForReading())));
+        }
+    };
+    const auto writer = [&](char byte, const auto& finish) {
+        for (int round = 0; round < kRounds; ++round) {
+            const auto stream = openFile(update());
+            write(stream, std::string(1, byte));
+            finish(*stream);
+        }
+    };
+    auto opening = std::async(std::launch::async, reader);
+    auto storing = std::async(std::launch::async, [&] { writer('S', storeStream); });
+    auto abandoning = std::async(std::launch::async, [&] { writer('A', abandonStream); });
+    opening.get();
+    storing.get();
+    abandoning.get();
+    EXPECT_TRUE(isWhole(m_client->content(m_key).value()));
+    EXPECT_FALSE(isOpen());
 }
 
 TEST_F(TransferTest, AbandoningWaitsForWhatIsOnItsWayAndLeavesNothing) {

@@ -47,6 +47,11 @@ std::size_t ScopedTemporaryFolder::fileCount() const {
         std::distance(boost::filesystem::directory_iterator(m_path), boost::filesystem::directory_iterator()));
 }
 
+std::size_t EngineTest::countEntries(const boost::filesystem::path& folder) {
+    return static_cast<std::size_t>(
+        std::distance(boost::filesystem::directory_iterator(folder), boost::filesystem::directory_iterator()));
+}
+
 EngineTest::EngineTest() : m_provider(buildCloudProvider(m_client, FolderPolicy::MarkerObjects, false)) {}
 
 std::shared_ptr<foundation::storage::provider::IProvider> EngineTest::anotherProcess() const {
@@ -85,6 +90,7 @@ bool EngineTest::isOpen(const IRI& iri) const {
 void EngineTest::TearDown() {
     m_provider.reset();  // with its threads
     EXPECT_EQ(m_folder.fileCount(), 0U) << "temporary files are left";
+    EXPECT_EQ(countEntries("/proc/self/fd"), m_descriptorsBefore) << "descriptors are left";
     EXPECT_EQ(m_client->openUploads(), 0U) << "uploads are left";
     if (m_expectsNoViolations) {
         EXPECT_EQ(m_client->violations(), std::vector<std::string>());

@@ -45,8 +45,8 @@ private:
     const ScopedVariable m_variable;
 };
 
-/// A provider over a fake store, with small parts. In the end nothing may be left: no temporary file, no
-/// upload, no breach of the store's contract.
+/// A provider over a fake store, with small parts. In the end nothing may be left: no temporary file, no open
+/// descriptor, no upload, no breach of the store's contract.
 class EngineTest : public testing::Test {
 protected:
     using IRI = foundation::storage::provider::StorageIRI;
@@ -86,6 +86,9 @@ protected:
     bool isOpen() const { return isOpen(m_file); }
     bool isOpen(const IRI& iri) const;
 
+    /// Entries of a folder, such as /proc/self/fd, which counts its own descriptor, too.
+    static std::size_t countEntries(const boost::filesystem::path& folder);
+
     ScopedTemporaryFolder m_folder;
     ScopedVariable m_partSize{"VX_CLOUD_PART_SIZE_OVERRIDE", std::to_string(kPartSize)};
     std::shared_ptr<FakeCloudClient> m_client = std::make_shared<FakeCloudClient>();
@@ -97,6 +100,7 @@ protected:
 
 private:
     bool m_expectsNoViolations = true;
+    const std::size_t m_descriptorsBefore = countEntries("/proc/self/fd");
 };
 
 /// The code of the host's exception, or stream failure, that action throws; nothing when it throws none.
