@@ -228,7 +228,9 @@ TEST_P(ClientConformance, AnUploadReplacesTheObjectAtCompletionOnly) {
     m_client->completeMultipartUpload(key, id, parts);
     EXPECT_EQ(get(key), pattern(partSize, 7) + pattern(partSize, 5));
     EXPECT_EQ(m_client->getObjectInfo(key)->Size, 2 * partSize);
-    EXPECT_ANY_THROW(m_client->completeMultipartUpload(key, id, parts)) << "the upload is used up";
+    if (!GetParam().repeatsCompletions) {
+        EXPECT_ANY_THROW(m_client->completeMultipartUpload(key, id, parts)) << "the upload is used up";
+    }
 
     const auto layout = m_client->getObjectParts(key);
     std::uint64_t end = 0;
@@ -346,13 +348,14 @@ TEST_P(ClientConformance, EveryReplacementHasAVersionOfItsOwnThatCoversTheObject
         [&] { storeParts("k"); },
         complete,
         [&] { put("k", pattern(9'000'000, 2)); },
+        [&] { put("k", pattern(9'000'000, 3)); },
     };
     for (const auto& replace : replacements) {
         replace();
         const auto described = client->describeObject("k");
         ASSERT_TRUE(described);
         EXPECT_FALSE(described->Version.empty());
-        EXPECT_TRUE(versions.insert(described->Version).second) << described->Version;
+        EXPECT_TRUE(versions.insert(described->Version).second || GetParam().namesContents) << described->Version;
         EXPECT_EQ(client->describeObject("k")->Version, described->Version);
         ASSERT_FALSE(described->Parts.empty());
         std::uint64_t end = 0;
@@ -394,10 +397,14 @@ TEST_P(ClientConformance, RangesComeFromTheirVersionOrNotAtAll) {
         change();
         EXPECT_THROW(getRange(version, 0, 1), ResourceInUseException);
         EXPECT_THROW(getRange(version, 0, size), ResourceInUseException);
-        EXPECT_THROW(client->copyRange("k", id, parts[0], version), ResourceInUseException);
-        EXPECT_THROW(client->copyRun("k", id, parts, version), ResourceInUseException);
+        if (!GetParam().refusesCopiesLate) {
+            EXPECT_THROW(client->copyRange("k", id, parts[0], version), ResourceInUseException);
+            EXPECT_THROW(client->copyRun("k", id, parts, version), ResourceInUseException);
+        }
     }
     EXPECT_THROW(getRange({}, 0, 1), ResourceNotFoundException);
+    EXPECT_THROW(client->completeUploadOver("k", id, records, ExpectedObject::version(version)),
+                 ResourceInUseException);
     client->completeMultipartUpload("k", id, records);
     EXPECT_EQ(get("k"), bytes.substr(0, parts[0].Size))
         << "what was copied before stays, what was refused adds nothing";
@@ -453,7 +460,7 @@ TEST_P(ClientConformance, CopiesInsideTheStoreAreWholeAndGoTheirOwnWay) {
         EXPECT_EQ(get("to"), bytes);
         const auto copy = client->describeObject("to");
         ASSERT_TRUE(copy);
-        EXPECT_NE(copy->Version, source->Version);
+        EXPECT_TRUE(copy->Version != source->Version || GetParam().namesContents);
         EXPECT_EQ(endOf(copy->Parts), bytes.size());
         EXPECT_EQ(client->describeObject(from)->Version, source->Version);
         if (!bytes.empty()) {
@@ -532,7 +539,7 @@ TEST_P(ClientConformance, WritesReplaceOnlyWhatIsExpected) {
                 continue;
             }
             SCOPED_TRACE(std::string(row.name) + ", write " + std::to_string(mode / 2) + (isStored ? "" : ", removed"));
-            put("k", "old");
+            put("k", GetParam().namesContents ? "older" : "old");
             const auto former = *currentVersion();
             put("k", "old");
             const auto expected = row.expected(former, *currentVersion());
@@ -558,7 +565,8 @@ TEST_P(ClientConformance, WritesReplaceOnlyWhatIsExpected) {
                 EXPECT_EQ(version, currentVersion());
                 EXPECT_NE(version, before);
                 EXPECT_EQ(get("k"), "new");
-                EXPECT_TRUE(!isUpload || client->describeObject("k")->Parts.at(0).Tag == parts[0].Tag);
+                EXPECT_TRUE(!isUpload || !GetParam().describesUploadedParts ||
+                            client->describeObject("k")->Parts.at(0).Tag == parts[0].Tag);
             } else {
                 EXPECT_THROW(write(), ResourceInUseException);
                 EXPECT_EQ(currentVersion(), before);

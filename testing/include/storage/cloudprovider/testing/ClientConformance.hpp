@@ -35,6 +35,15 @@ struct ClientUnderTest {
     bool refusesReplacedParts = false;
     /// The client is an ExtendedCloudClient that tells versions; the tests of those are skipped for others.
     bool tellsVersions = false;
+    /// Versions name contents: the same bytes put again may have the version that they had before.
+    bool namesContents = false;
+    /// describeObject answers the parts that an upload was completed with; else parts of the client's own choice.
+    bool describesUploadedParts = true;
+    /// copyRange and copyRun may take bytes of a newer version than was asked for, and leave it to the completion to
+    /// refuse them.
+    bool refusesCopiesLate = false;
+    /// Completing an upload once more may be a success that changes nothing.
+    bool repeatsCompletions = false;
     /// copyObject copies inside the store; else it answers false and does nothing. Of a client that tells versions.
     bool copiesInStore = false;
 };

@@ -1,0 +1,84 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "ObjectHead.hpp"
+
+#include <storage/cloudprovider/ExtendedCloudClient.hpp>
+
+#include <cstddef>
+#include <deque>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace storage::cloudprovider::s3 {
+
+/// A map that forgets what was put in first when there is too much.
+template <class Value>
+class BoundedMap {
+public:
+    explicit BoundedMap(std::size_t most) : m_most(most) {}
+
+    void put(const std::string& key, Value value) {
+        if (m_values.insert_or_assign(key, std::move(value)).second) {
+            m_order.push_back(key);
+        }
+        while (m_values.size() > m_most || m_order.size() > 2 * m_most) {
+            m_values.erase(m_order.front());
+            m_order.pop_front();
+        }
+    }
+    std::optional<Value> find(const std::string& key) const {
+        const auto found = m_values.find(key);
+        return found == m_values.end() ? std::nullopt : std::optional(found->second);
+    }
+    void erase(const std::string& key) { m_values.erase(key); }
+
+private:
+    std::size_t m_most;
+    std::map<std::string, Value> m_values;
+    std::deque<std::string> m_order;  // may name what was erased
+};
+
+/// What a client remembers of objects, so that it needs not ask for it again. All of it may be forgotten at any time at
+/// the price of a request - but for completions that nobody knows the outcome of, which count as failed then. Threads:
+/// any.
+class ObjectMemory {
+public:
+    /// What was last seen of an object, or stored.
+    struct Seen {
+        std::string Version;
+        ObjectAttributes Attributes;
+        bool IsOurs = false;  ///< stored by this client
+    };
+    /// A completion whose answer is not known yet.
+    struct Completion {
+        std::string WriteId;
+        std::vector<PartInfo> Records;
+    };
+
+    void see(const std::string& key, Seen seen);
+    std::optional<Seen> lastSeen(const std::string& key) const;
+    void forget(const std::string& key);
+
+    /// What an upload was begun as an edit of, by its write id.
+    void beginUpload(const std::string& writeId, ObjectAttributes attributes);
+    std::optional<ObjectAttributes> endUpload(const std::string& writeId);
+
+    void beginCompletion(const std::string& key, Completion completion);
+    void settleCompletion(const std::string& key);
+    std::optional<Completion> unsettledCompletion(const std::string& key) const;
+
+private:
+    static constexpr std::size_t kMost = 1024;
+
+    // Guards what follows.
+    mutable std::mutex m_mutex;
+    BoundedMap<Seen> m_seen{kMost};
+    BoundedMap<ObjectAttributes> m_uploads{kMost};
+    BoundedMap<Completion> m_completions{kMost};
+};
+
+}  // namespace storage::cloudprovider::s3

@@ -1,0 +1,260 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "uploads.hpp"
+
+#include "Download.hpp"
+#include "digests.hpp"
+#include "objects.hpp"
+#include "text.hpp"
+
+#include <algorithm>
+#include <istream>
+#include <sstream>
+#include <utility>
+
+namespace storage::cloudprovider::s3 {
+
+namespace {
+
+// Smaller parts are refused but for the last (AWS S3 user guide, multipart upload limits), and so are ranges of smaller
+// objects (AWS S3 API reference, UploadPartCopy).
+constexpr std::uint64_t kSmallestPart = 5 * 1024 * 1024;
+constexpr const char* kNameMark = "cp1:";
+
+std::string etagOfTag(const std::string& tag) {
+    const auto quote = tag.find('"');
+    return quote == std::string::npos || tag.back() != '"' ? tag : tag.substr(0, quote);
+}
+
+S3Request partRequest(Bucket& bucket, const std::string& key, const UploadName& upload, const PartInfo& part) {
+    auto request = bucket.request("PUT", key);
+    request.Query = {{"partNumber", std::to_string(part.Index + 1)}, {"uploadId", upload.StoreId}};
+    return request;
+}
+
+// Small pieces at an object's start travel: the object may be so small that its ranges cannot be copied.
+std::string fetchAndSend(Bucket& bucket, const std::string& from, const std::string& version, const std::string& key,
+                         const std::string& uploadId, const PartInfo& piece) {
+    std::stringstream bytes;
+    Download(bucket, from, version, bytes).getRange(piece.Offset, piece.Size);
+    return sendPart(bucket, key, uploadId, piece, bytes);
+}
+
+std::string copyPiece(Bucket& bucket, const std::string& from, const std::string& version, const std::string& key,
+                      const std::string& uploadId, const PartInfo& piece) {
+    const auto end = piece.Offset + piece.Size;
+    if (end <= kSmallestPart) {
+        return fetchAndSend(bucket, from, version, key, uploadId, piece);
+    }
+    const auto upload = UploadName::parse(uploadId);
+    auto request = partRequest(bucket, key, upload, piece);
+    request.Headers = {
+        {"x-amz-copy-source", bucket.copySource(from)},
+        {"x-amz-copy-source-if-match", '"' + version + '"'},
+        {"x-amz-copy-source-range", "bytes=" + std::to_string(piece.Offset) + '-' + std::to_string(end - 1)}};
+    request.Expected = S3Request::Answer::Xml;
+    request.IsSlow = true;
+    try {
+        const auto etag = toVersion(readElement(bucket.wire().send(std::move(request)).Http.Body, "ETag"));
+        return makeTag(etag, upload.Base);
+    } catch (const S3Failure& failure) {
+        const bool isOfSource =
+            failure.hasStatus(412) || failure.hasStatus(416) || failure.hasStatus(400) || failure.isAbsence();
+        if (isOfSource) {
+            bucket.requireSource(from, version);
+        }
+        throw;
+    }
+}
+
+// Neighbours together, each piece named by its first part.
+std::vector<PartInfo> joinParts(const std::vector<PartInfo>& run) {
+    std::vector<PartInfo> pieces;
+    for (const auto& part : run) {
+        if (pieces.empty() || pieces.back().Size + part.Size > kLargestPart) {
+            pieces.push_back({part.Index, part.Offset, 0, {}});
+        }
+        pieces.back().Size += part.Size;
+    }
+    return pieces;
+}
+
+// Nothing when the upload has gone meanwhile.
+std::optional<std::uint64_t> sizeOfUpload(Bucket& bucket, const UnfinishedUpload& upload) {
+    std::uint64_t size = 0;
+    std::string marker;
+    do {
+        auto request = bucket.request("GET", upload.Key);
+        request.Query = {{"uploadId", upload.UploadId}};
+        request.Expected = S3Request::Answer::Xml;
+        if (!marker.empty()) {
+            request.Query.emplace_back("part-number-marker", marker);
+        }
+        try {
+            const auto page = readParts(bucket.wire().send(std::move(request)).Http.Body);
+            size += page.Size;
+            marker = page.Marker;
+        } catch (const S3Failure& failure) {
+            if (!failure.hasStatus(404)) {
+                throw;
+            }
+            return std::nullopt;
+        }
+    } while (!marker.empty());
+    return size;
+}
+
+}  // namespace
+
+std::string makeTag(const std::string& partEtag, const std::string& version) {
+    return version.empty() ? partEtag : partEtag + '"' + version + '"';
+}
+
+std::string versionOfTag(const std::string& tag) {
+    const auto quote = tag.find('"');
+    const bool hasVersion = quote != std::string::npos && tag.size() > quote + 1 && tag.back() == '"';
+    return hasVersion ? tag.substr(quote + 1, tag.size() - quote - 2) : std::string();
+}
+
+UploadName UploadName::parse(const std::string& id) {
+    const std::string_view mark = kNameMark;
+    const auto writeEnd = id.find(':', mark.size());
+    const auto baseEnd = writeEnd == std::string::npos ? writeEnd : id.find(':', writeEnd + 1);
+    if (!id.starts_with(mark) || baseEnd == std::string::npos) {
+        return {id, {}, {}};
+    }
+    return {id.substr(baseEnd + 1), id.substr(mark.size(), writeEnd - mark.size()),
+            percentDecode(id.substr(writeEnd + 1, baseEnd - writeEnd - 1))};
+}
+
+std::string UploadName::toString() const {
+    return kNameMark + WriteId + ':' + percentEncode(Base, Slash::Encode) + ':' + StoreId;
+}
+
+std::string startUpload(Bucket& bucket, const std::string& key, const ObjectAttributes& attributes, const Tags& tags,
+                        const std::string& base) {
+    UploadName upload{{}, makeRandomId(), base};
+    auto request = bucket.request("POST", key);
+    request.Query = {{"uploads", ""}};
+    request.Headers = makeStoringHeaders(attributes, tags, upload.WriteId);
+    request.Expected = S3Request::Answer::Xml;
+    upload.StoreId = readElement(bucket.wire().send(std::move(request)).Http.Body, "UploadId");
+    if (upload.StoreId.empty()) {
+        throw std::runtime_error("the answer names no upload");
+    }
+    bucket.memory().beginUpload(upload.WriteId, attributesAfter(attributes, upload.WriteId));
+    return upload.toString();
+}
+
+std::string sendPart(Bucket& bucket, const std::string& key, const std::string& uploadId, const PartInfo& part,
+                     std::istream& data) {
+    const auto upload = UploadName::parse(uploadId);
+    auto request = partRequest(bucket, key, upload, part);
+    request.Data = &data;
+    request.Size = part.Size;
+    const auto etag = toVersion(bucket.wire().send(std::move(request)).Http.header("etag"));
+    if (etag.empty()) {
+        throw std::runtime_error("the answer has no ETag of the part");
+    }
+    return makeTag(etag, upload.Base);
+}
+
+std::vector<PartInfo> copyParts(Bucket& bucket, const std::string& from, const std::string& version,
+                                const std::string& key, const std::string& uploadId, const std::vector<PartInfo>& run) {
+    auto pieces = joinParts(run);
+    for (auto& piece : pieces) {
+        piece.Tag = copyPiece(bucket, from, version, key, uploadId, piece);
+    }
+    return pieces;
+}
+
+std::string completeUpload(Bucket& bucket, const std::string& key, const std::string& uploadId,
+                           std::vector<PartInfo> parts, const ExpectedObject& expected) {
+    const auto upload = UploadName::parse(uploadId);
+    bucket.memory().beginCompletion(key, {upload.WriteId, parts});
+    for (auto& part : parts) {
+        part.Tag = etagOfTag(part.Tag);
+    }
+    const auto send = [&, body = writeCompletion(parts)](const Fields& conditions) {
+        auto request = bucket.request("POST", key);
+        request.Query = {{"uploadId", upload.StoreId}};
+        request.Headers = conditions;
+        request.Headers.emplace_back("Content-Type", "application/xml");
+        request.Body = body;
+        request.Expected = S3Request::Answer::Xml;
+        request.IsSlow = true;
+        return toVersion(readElement(bucket.wire().send(std::move(request)).Http.Body, "ETag"));
+    };
+    const bool looksFirst = !bucket.honoursAllConditions();
+    try {
+        auto version = bucket.replace({key, upload.WriteId, expected, Conditions::Write::Complete, looksFirst, send});
+        const auto attributes = bucket.memory().endUpload(upload.WriteId);
+        if (attributes) {
+            bucket.memory().see(key, {version, *attributes, true});
+        }
+        bucket.memory().settleCompletion(key);
+        return version;
+    } catch (const ObjectChanged&) {
+        bucket.memory().settleCompletion(key);
+        throw;
+    }
+}
+
+void abortUpload(Bucket& bucket, const std::string& key, const std::string& uploadId) {
+    const auto upload = UploadName::parse(uploadId);
+    bucket.memory().endUpload(upload.WriteId);
+    auto request = bucket.request("DELETE", key);
+    request.Query = {{"uploadId", upload.StoreId}};
+    try {
+        bucket.wire().send(std::move(request));
+    } catch (const S3Failure& failure) {
+        if (!failure.hasStatus(404) || failure.hasCode("NoSuchBucket")) {
+            throw;
+        }
+    }
+}
+
+void copyInParts(Bucket& bucket, const std::string& from, const ObjectHead& source, const std::string& to,
+                 const ExpectedObject& expected) {
+    const auto uploadId = startUpload(bucket, to, source.Attributes, bucket.tagsOf(from, source.Attributes), {});
+    try {
+        // As many pieces as there are parts of 5 GiB, the most that each may have.
+        const auto parts =
+            copyParts(bucket, from, source.Version, to, uploadId, uniformParts(source.Size, kLargestPart / 8, {}));
+        if (!bucket.honoursAllConditions()) {
+            bucket.requireSource(from, source.Version);
+        }
+        completeUpload(bucket, to, uploadId, parts, expected);
+    } catch (...) {
+        try {
+            abortUpload(bucket, to, uploadId);
+        } catch (const std::exception&) {  // the first failure counts; the store's rules for old uploads apply
+        }
+        throw;
+    }
+}
+
+std::vector<UnfinishedUpload> listUploads(Bucket& bucket, const std::string& prefix, std::string& token) {
+    auto request = bucket.request("GET", {});
+    request.Query = {{"uploads", ""}, {"prefix", bucket.fullKey(prefix)}, {"encoding-type", "url"}};
+    request.Expected = S3Request::Answer::Xml;
+    if (!token.empty()) {
+        const auto border = token.find('&');
+        request.Query.emplace_back("key-marker", percentDecode(token.substr(0, border)));
+        request.Query.emplace_back("upload-id-marker", percentDecode(token.substr(border + 1)));
+    }
+    const auto page = readUploads(bucket.wire().send(std::move(request)).Http.Body);
+    std::vector<UnfinishedUpload> uploads;
+    for (auto upload : page.Uploads) {
+        upload.Key = bucket.ownKey(upload.Key);
+        if (const auto size = sizeOfUpload(bucket, upload)) {
+            upload.Size = *size;
+            uploads.push_back(std::move(upload));
+        }
+    }
+    const bool isLast = page.KeyMarker.empty() && page.IdMarker.empty();
+    token = isLast ? std::string()
+                   : percentEncode(page.KeyMarker, Slash::Encode) + '&' + percentEncode(page.IdMarker, Slash::Encode);
+    return uploads;
+}
+
+}  // namespace storage::cloudprovider::s3
