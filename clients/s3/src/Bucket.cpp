@@ -90,7 +90,7 @@ void Bucket::requireKeepable(const ObjectAttributes& attributes) const {
 std::string Bucket::replace(const Replacement& replacement) {
     for (bool mayChangeQuotes = true;;) {
         const bool isConditional = !replacement.Expected.isAnything();
-        const bool isConditionSent = isConditional && m_conditions.areKnownTo(replacement.Kind);
+        const bool isConditionSent = isConditional && m_conditions.areKnownTo(replacement.Kind, replacement.Expected);
         if (isConditional && (replacement.LooksFirst || !isConditionSent)) {
             requireExpected(replacement.Key, replacement.Expected);
         }
@@ -103,7 +103,7 @@ std::string Bucket::replace(const Replacement& replacement) {
             return version;
         } catch (const S3Failure& failure) {
             if (isConditionSent && failure.hasStatus(501)) {
-                m_conditions.refuse(replacement.Kind);
+                m_conditions.refuse(replacement.Kind, replacement.Expected);
                 continue;
             }
             const bool isRefusal = failure.hasStatus(409) || failure.hasStatus(412) || failure.hasStatus(404);
@@ -116,8 +116,11 @@ std::string Bucket::replace(const Replacement& replacement) {
             }
             const auto& expected = replacement.Expected;
             const bool isMet = stored && expected.isMetBy(stored->Version);
-            if (isConditionSent && failure.hasStatus(412) && isMet && std::exchange(mayChangeQuotes, false)) {
+            if (isConditionSent && failure.hasStatus(412) && isMet) {
                 m_conditions.setQuoted(!areQuoted);
+                if (!std::exchange(mayChangeQuotes, false)) {
+                    m_conditions.refuse(replacement.Kind, expected);  // neither way, though it is what is there
+                }
                 continue;
             }
             if (isConditional && (failure.hasStatus(412) || (failure.isAbsence() && !stored))) {
@@ -150,6 +153,30 @@ void Bucket::requireSource(const std::string& key, const std::string& version) {
     if (!stored || stored->Version != version) {
         throw ObjectChanged(stored ? "what is copied was replaced meanwhile" : "what is copied was removed meanwhile");
     }
+}
+
+std::string Bucket::copyFrom(const std::string& key, const std::string& version, Copied what,
+                             const std::function<std::string(const Fields& conditions)>& send) {
+    if (m_conditions.areKnownOfSources()) {
+        try {
+            return send({{"x-amz-copy-source-if-match", '"' + version + '"'}});
+        } catch (const S3Failure& failure) {
+            const bool mayBeOfSource =
+                failure.hasStatus(412) || failure.hasStatus(416) || failure.hasStatus(400) || failure.isAbsence();
+            if (mayBeOfSource) {
+                requireSource(key, version);
+            }
+            if (!failure.hasStatus(412) || what == Copied::ConditionalObject) {
+                throw;
+            }
+            m_conditions.refuseOfSources();
+        }
+    }
+    auto etag = send({});
+    if (what == Copied::Part) {
+        requireSource(key, version);
+    }
+    return etag;
 }
 
 std::string describeChange(const ExpectedObject& expected, bool isStored) {

@@ -24,6 +24,7 @@ public:
     const S3Options& options() const noexcept { return m_options; }
     S3Wire& wire() noexcept { return m_wire; }
     ObjectMemory& memory() noexcept { return m_memory; }
+    Conditions& conditions() noexcept { return m_conditions; }
 
     std::string fullKey(const std::string& key) const { return m_options.KeyPrefix + key; }
     /// Throws std::runtime_error when the full key does not have the prefix.
@@ -67,6 +68,15 @@ public:
     void requireExpected(const std::string& key, const ExpectedObject& expected);
     /// Likewise of what is copied, which has to have that version.
     void requireSource(const std::string& key, const std::string& version);
+
+    /// Copy from a version of an object. A store that refuses the version though it is there is not asked again to
+    /// check it: for parts it is looked up after the copy then, which nobody sees before it is completed.
+    ///
+    /// Values   what: ConditionalObject where a refusal may be about something else than the source.
+    ///          send: sends the request with those conditions, and answers the ETag.
+    enum class Copied : std::uint8_t { Part, Object, ConditionalObject };
+    std::string copyFrom(const std::string& key, const std::string& version, Copied what,
+                         const std::function<std::string(const Fields& conditions)>& send);
 
 private:
     std::optional<std::string> findWrite(const std::optional<ObjectHead>& stored, const std::string& writeId) const;

@@ -17,9 +17,15 @@ class Conditions {
 public:
     enum class Write : std::uint8_t { Put, Complete, Copy };
 
-    /// Whether the store has not said yet that it knows no condition there.
-    bool areKnownTo(Write write) const noexcept { return !m_isRefused[toIndex(write)]; }
-    void refuse(Write write) noexcept { m_isRefused[toIndex(write)] = true; }
+    /// Whether it is of use to tell; not once the store refused that kind.
+    bool areKnownTo(Write write, const ExpectedObject& expected) const noexcept {
+        return !m_isRefused[toIndex(write, expected)];
+    }
+    void refuse(Write write, const ExpectedObject& expected) noexcept { m_isRefused[toIndex(write, expected)] = true; }
+
+    /// Likewise for the version of what is copied.
+    bool areKnownOfSources() const noexcept { return !m_isSourceRefused; }
+    void refuseOfSources() noexcept { m_isSourceRefused = true; }
 
     /// The headers that say it.
     Fields toHeaders(const ExpectedObject& expected) const;
@@ -29,9 +35,12 @@ public:
     void setQuoted(bool areQuoted) noexcept { m_isUnquoted = !areQuoted; }
 
 private:
-    static std::size_t toIndex(Write write) noexcept { return static_cast<std::size_t>(write); }
+    static std::size_t toIndex(Write write, const ExpectedObject& expected) noexcept {
+        return 2 * static_cast<std::size_t>(write) + (expected.isAbsent() ? 1 : 0);
+    }
 
-    std::array<std::atomic<bool>, 3> m_isRefused{};
+    std::array<std::atomic<bool>, 6> m_isRefused{};
+    std::atomic<bool> m_isSourceRefused{false};
     std::atomic<bool> m_isUnquoted{false};
 };
 

@@ -7,6 +7,7 @@
 #include "objects.hpp"
 #include "s3Errors.hpp"
 #include "settings.hpp"
+#include "text.hpp"
 #include "uploads.hpp"
 
 #include <storage/cloudprovider/CloudException.hpp>
@@ -68,6 +69,7 @@ public:
         const char* const reason = key.empty()                           ? "a key must not be empty"
                                    : key.size() > longest                ? "the key is too long"
                                    : key.find('\0') != std::string::npos ? "a key must not have a NUL byte"
+                                   : !s3::isUtf8(key)                    ? "a key must be UTF-8"
                                                                          : nullptr;
         if (reason != nullptr) {
             throw InvalidLocationException(ExceptionContext(describe(step, key) + ": " + reason));

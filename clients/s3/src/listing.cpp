@@ -2,6 +2,7 @@
 #include "listing.hpp"
 
 #include "s3Xml.hpp"
+#include "text.hpp"
 
 #include <stdexcept>
 #include <utility>
@@ -10,6 +11,10 @@ namespace storage::cloudprovider::s3 {
 
 std::vector<ObjectInfo> listObjects(Bucket& bucket, const std::string& prefix, std::string& token,
                                     const ListOptions& options) {
+    if (!isUtf8(prefix)) {
+        token.clear();
+        return {};  // keys are UTF-8, and gateways fail at anything else
+    }
     ListingPage page;
     do {
         auto request = bucket.request("GET", {});

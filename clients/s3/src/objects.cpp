@@ -61,22 +61,19 @@ void copyWhole(Bucket& bucket, const std::string& from, const ObjectHead& source
     const auto writeId = makeRandomId();
     const auto headers = makeStoringHeaders(source.Attributes, {}, writeId);  // tags go with the bytes
     const auto send = [&](const Fields& conditions) {
-        auto request = bucket.request("PUT", to);
-        request.Headers = headers;
-        request.Headers.emplace_back("x-amz-metadata-directive", "REPLACE");
-        request.Headers.emplace_back("x-amz-copy-source", bucket.copySource(from));
-        request.Headers.emplace_back("x-amz-copy-source-if-match", '"' + source.Version + '"');
-        request.Headers.insert(request.Headers.end(), conditions.begin(), conditions.end());
-        request.Expected = S3Request::Answer::Xml;
-        request.IsSlow = true;
-        try {
-            return toVersion(readElement(bucket.wire().send(std::move(request)).Http.Body, "ETag"));
-        } catch (const S3Failure& failure) {
-            if (failure.hasStatus(412) || failure.hasStatus(404)) {
-                bucket.requireSource(from, source.Version);
+        const auto what = conditions.empty() ? Bucket::Copied::Object : Bucket::Copied::ConditionalObject;
+        return bucket.copyFrom(from, source.Version, what, [&](const Fields& sourceConditions) {
+            auto request = bucket.request("PUT", to);
+            request.Headers = headers;
+            request.Headers.emplace_back("x-amz-metadata-directive", "REPLACE");
+            request.Headers.emplace_back("x-amz-copy-source", bucket.copySource(from));
+            for (const auto* const more : {&conditions, &sourceConditions}) {
+                request.Headers.insert(request.Headers.end(), more->begin(), more->end());
             }
-            throw;
-        }
+            request.Expected = S3Request::Answer::Xml;
+            request.IsSlow = true;
+            return toVersion(readElement(bucket.wire().send(std::move(request)).Http.Body, "ETag"));
+        });
     };
     const bool looksFirst = !bucket.honoursAllConditions();
     auto version = bucket.replace({to, writeId, expected, Conditions::Write::Copy, looksFirst, send});

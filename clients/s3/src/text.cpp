@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "text.hpp"
 
+#include <foundation/services/Text.hpp>
+
 #include <boost/date_time/posix_time/conversion.hpp>
 #include <boost/date_time/posix_time/posix_time_types.hpp>
 #include <boost/date_time/posix_time/time_parsers.hpp>
@@ -41,6 +43,15 @@ std::string_view trim(std::string_view text) {
         return {};
     }
     return text.substr(first, text.find_last_not_of(" \t\r\n") - first + 1);
+}
+
+bool isUtf8(std::string_view text) {
+    try {
+        foundation::toUtf16(text);
+        return true;
+    } catch (const foundation::InvalidTextError&) {
+        return false;
+    }
 }
 
 std::optional<std::uint64_t> toNumber(std::string_view text) {

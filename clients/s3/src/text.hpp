@@ -16,6 +16,9 @@ std::string toLower(std::string_view text);
 /// Without the blanks and tabs, and line ends, at both ends.
 std::string_view trim(std::string_view text);
 
+/// Whether a text is valid UTF-8.
+bool isUtf8(std::string_view text);
+
 /// A decimal number; nothing when it is none, or too large.
 std::optional<std::uint64_t> toNumber(std::string_view text);
 

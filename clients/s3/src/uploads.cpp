@@ -46,24 +46,17 @@ std::string copyPiece(Bucket& bucket, const std::string& from, const std::string
         return fetchAndSend(bucket, from, version, key, uploadId, piece);
     }
     const auto upload = UploadName::parse(uploadId);
-    auto request = partRequest(bucket, key, upload, piece);
-    request.Headers = {
-        {"x-amz-copy-source", bucket.copySource(from)},
-        {"x-amz-copy-source-if-match", '"' + version + '"'},
-        {"x-amz-copy-source-range", "bytes=" + std::to_string(piece.Offset) + '-' + std::to_string(end - 1)}};
-    request.Expected = S3Request::Answer::Xml;
-    request.IsSlow = true;
-    try {
-        const auto etag = toVersion(readElement(bucket.wire().send(std::move(request)).Http.Body, "ETag"));
-        return makeTag(etag, upload.Base);
-    } catch (const S3Failure& failure) {
-        const bool isOfSource =
-            failure.hasStatus(412) || failure.hasStatus(416) || failure.hasStatus(400) || failure.isAbsence();
-        if (isOfSource) {
-            bucket.requireSource(from, version);
-        }
-        throw;
-    }
+    const auto etag = bucket.copyFrom(from, version, Bucket::Copied::Part, [&](const Fields& conditions) {
+        auto request = partRequest(bucket, key, upload, piece);
+        request.Headers = conditions;
+        request.Headers.emplace_back("x-amz-copy-source", bucket.copySource(from));
+        request.Headers.emplace_back("x-amz-copy-source-range",
+                                     "bytes=" + std::to_string(piece.Offset) + '-' + std::to_string(end - 1));
+        request.Expected = S3Request::Answer::Xml;
+        request.IsSlow = true;
+        return toVersion(readElement(bucket.wire().send(std::move(request)).Http.Body, "ETag"));
+    });
+    return makeTag(etag, upload.Base);
 }
 
 // Neighbours together, each piece named by its first part.
