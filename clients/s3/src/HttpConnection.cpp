@@ -276,7 +276,7 @@ private:
     Clock::time_point m_windowStart = Clock::now();
 };
 
-HttpConnection::HttpConnection(const HttpSettings& settings) : m_settings(settings), m_handle(makeHandle()) {}
+HttpConnection::HttpConnection(HttpSettings settings) : m_settings(std::move(settings)), m_handle(makeHandle()) {}
 
 HttpConnection::~HttpConnection() {
     if (m_handle != nullptr) {

@@ -79,7 +79,7 @@ private:
 /// followed, bodies not decoded. Proxies are those of the environment (HTTPS_PROXY, NO_PROXY). Threads: one at a time.
 class HttpConnection {
 public:
-    explicit HttpConnection(const HttpSettings& settings);
+    explicit HttpConnection(HttpSettings settings);
     HttpConnection(const HttpConnection&) = delete;
     HttpConnection& operator=(const HttpConnection&) = delete;
     ~HttpConnection();

@@ -22,16 +22,16 @@ void ObjectMemory::forget(const std::string& key) {
     m_seen.erase(key);
 }
 
-void ObjectMemory::beginUpload(const std::string& writeId, ObjectAttributes attributes) {
+void ObjectMemory::beginUpload(const std::string& writeId, Upload upload) {
     const std::lock_guard lock(m_mutex);
-    m_uploads.put(writeId, std::move(attributes));
+    m_uploads.put(writeId, std::move(upload));
 }
 
-std::optional<ObjectAttributes> ObjectMemory::endUpload(const std::string& writeId) {
+std::optional<ObjectMemory::Upload> ObjectMemory::endUpload(const std::string& writeId) {
     const std::lock_guard lock(m_mutex);
-    auto attributes = m_uploads.find(writeId);
+    auto upload = m_uploads.find(writeId);
     m_uploads.erase(writeId);
-    return attributes;
+    return upload;
 }
 
 void ObjectMemory::beginCompletion(const std::string& key, Completion completion) {

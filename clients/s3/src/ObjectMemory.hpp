@@ -63,9 +63,13 @@ public:
     std::optional<Seen> lastSeen(const std::string& key) const;
     void forget(const std::string& key);
 
-    /// What an upload was begun as an edit of, by its write id.
-    void beginUpload(const std::string& writeId, ObjectAttributes attributes);
-    std::optional<ObjectAttributes> endUpload(const std::string& writeId);
+    /// What the object will have that an upload makes.
+    struct Upload {
+        ObjectAttributes Attributes;
+        Tags ObjectTags;
+    };
+    void beginUpload(const std::string& writeId, Upload upload);
+    std::optional<Upload> endUpload(const std::string& writeId);
 
     void beginCompletion(const std::string& key, Completion completion);
     void settleCompletion(const std::string& key);
@@ -77,7 +81,7 @@ private:
     // Guards what follows.
     mutable std::mutex m_mutex;
     BoundedMap<Seen> m_seen{kMost};
-    BoundedMap<ObjectAttributes> m_uploads{kMost};
+    BoundedMap<Upload> m_uploads{kMost};
     BoundedMap<Completion> m_completions{kMost};
 };
 

@@ -140,8 +140,6 @@ UploadsPage readUploads(std::string_view xml) {
         page.Uploads.push_back(
             {readKey(node.child_value("Key")), node.child_value("UploadId"), toTime(node.child_value("Initiated")), 0});
     }
-    std::stable_sort(page.Uploads.begin(), page.Uploads.end(),
-                     [](const UnfinishedUpload& left, const UnfinishedUpload& right) { return left.Key < right.Key; });
     if (isTrue(root.child("IsTruncated"))) {
         page.KeyMarker = readKey(root.child_value("NextKeyMarker"));
         page.IdMarker = root.child_value("NextUploadIdMarker");
@@ -202,6 +200,14 @@ std::string writeDeletion(const std::vector<std::string>& keys) {
         xml += "<Object><Key>" + escape(key) + "</Key></Object>";
     }
     return xml + "</Delete>";
+}
+
+std::string writeTags(const Tags& tags) {
+    std::string xml = "<Tagging xmlns=\"http://s3.amazonaws.com/doc/2006-03-01/\"><TagSet>";
+    for (const auto& [name, value] : tags) {
+        xml += "<Tag><Key>" + escape(name) + "</Key><Value>" + escape(value) + "</Value></Tag>";
+    }
+    return xml + "</TagSet></Tagging>";
 }
 
 bool isXmlText(std::string_view text) {

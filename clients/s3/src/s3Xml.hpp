@@ -52,6 +52,8 @@ std::string readElement(std::string_view xml, const char* name);
 std::string writeCompletion(const std::vector<PartInfo>& parts);
 /// The body that deletes keys. Only keys that isXmlText.
 std::string writeDeletion(const std::vector<std::string>& keys);
+/// The body that gives an object tags.
+std::string writeTags(const Tags& tags);
 
 /// Whether XML 1.0 can carry a text: valid UTF-8 without control characters, and without those that a reader would
 /// take for line ends.

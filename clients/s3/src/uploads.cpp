@@ -96,6 +96,33 @@ std::optional<std::uint64_t> sizeOfUpload(Bucket& bucket, const UnfinishedUpload
     return size;
 }
 
+// Ceph's gateway drops the tags that an upload was begun with. Their return is not part of the version.
+void restoreTags(Bucket& bucket, const std::string& key, const std::string& version, const Tags& tags) {
+    const auto stored = tags.empty() ? std::nullopt : bucket.head(key);
+    if (!stored || stored->Version != version || stored->Attributes.TagCount != 0) {
+        return;
+    }
+    auto request = bucket.request("PUT", key);
+    request.Query = {{"tagging", ""}};
+    request.Headers = {{"Content-Type", "application/xml"}};
+    request.Body = writeTags(tags);
+    request.NeedsDigest = true;
+    bucket.wire().send(std::move(request));
+}
+
+// Some gateways encode keys here without saying so: where there is no such upload, the key is decoded.
+std::optional<UnfinishedUpload> measureUpload(Bucket& bucket, const UnfinishedUpload& listed) {
+    auto upload = listed;
+    upload.Key = bucket.ownKey(listed.Key);
+    auto size = sizeOfUpload(bucket, upload);
+    if (const auto decoded = percentDecode(upload.Key); !size && decoded != upload.Key) {
+        upload.Key = decoded;
+        size = sizeOfUpload(bucket, upload);
+    }
+    upload.Size = size.value_or(0);
+    return size ? std::optional(upload) : std::nullopt;
+}
+
 }  // namespace
 
 std::string makeTag(const std::string& partEtag, const std::string& version) {
@@ -134,7 +161,7 @@ std::string startUpload(Bucket& bucket, const std::string& key, const ObjectAttr
     if (upload.StoreId.empty()) {
         throw std::runtime_error("the answer names no upload");
     }
-    bucket.memory().beginUpload(upload.WriteId, attributesAfter(attributes, upload.WriteId));
+    bucket.memory().beginUpload(upload.WriteId, {attributesAfter(attributes, upload.WriteId), tags});
     return upload.toString();
 }
 
@@ -180,9 +207,9 @@ std::string completeUpload(Bucket& bucket, const std::string& key, const std::st
     const bool looksFirst = !bucket.honoursAllConditions();
     try {
         auto version = bucket.replace({key, upload.WriteId, expected, Conditions::Write::Complete, looksFirst, send});
-        const auto attributes = bucket.memory().endUpload(upload.WriteId);
-        if (attributes) {
-            bucket.memory().see(key, {version, *attributes, true});
+        if (const auto made = bucket.memory().endUpload(upload.WriteId)) {
+            restoreTags(bucket, key, version, made->ObjectTags);
+            bucket.memory().see(key, {version, made->Attributes, true});
         }
         bucket.memory().settleCompletion(key);
         return version;
@@ -237,13 +264,13 @@ std::vector<UnfinishedUpload> listUploads(Bucket& bucket, const std::string& pre
     }
     const auto page = readUploads(bucket.wire().send(std::move(request)).Http.Body);
     std::vector<UnfinishedUpload> uploads;
-    for (auto upload : page.Uploads) {
-        upload.Key = bucket.ownKey(upload.Key);
-        if (const auto size = sizeOfUpload(bucket, upload)) {
-            upload.Size = *size;
-            uploads.push_back(std::move(upload));
+    for (const auto& upload : page.Uploads) {
+        if (auto measured = measureUpload(bucket, upload)) {
+            uploads.push_back(*std::move(measured));
         }
     }
+    std::stable_sort(uploads.begin(), uploads.end(),
+                     [](const UnfinishedUpload& left, const UnfinishedUpload& right) { return left.Key < right.Key; });
     const bool isLast = page.KeyMarker.empty() && page.IdMarker.empty();
     token = isLast ? std::string()
                    : percentEncode(page.KeyMarker, Slash::Encode) + '&' + percentEncode(page.IdMarker, Slash::Encode);
