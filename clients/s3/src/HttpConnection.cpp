@@ -142,6 +142,9 @@ public:
         set(handle, CURLOPT_XFERINFOFUNCTION, &Exchange::onProgress);
         set(handle, CURLOPT_XFERINFODATA, this);
         set(handle, CURLOPT_NOPROGRESS, 0L);
+        set(handle, CURLOPT_DEBUGFUNCTION, &Exchange::onDebug);
+        set(handle, CURLOPT_DEBUGDATA, this);
+        set(handle, CURLOPT_VERBOSE, 1L);  // to the function only
     }
 
     // Answers the response of a transfer that ended so, or throws.
@@ -159,7 +162,17 @@ public:
         return std::move(m_response);
     }
 
+    unsigned sends() const noexcept { return m_sends; }
+
 private:
+    static int onDebug(CURL*, curl_infotype kind, char* bytes, std::size_t size, void* self) {
+        auto& exchange = *static_cast<Exchange*>(self);
+        const bool isRequest =
+            kind == CURLINFO_HEADER_OUT && std::string_view(bytes, size).starts_with(exchange.m_request.Method + ' ');
+        exchange.m_sends += isRequest ? 1 : 0;
+        return 0;
+    }
+
     template <class Action>
     bool guard(const Action& action) noexcept {
         try {
@@ -266,6 +279,7 @@ private:
     const std::chrono::milliseconds m_stallTimeout;
 
     HttpResponse m_response;
+    unsigned m_sends = 0;
     std::size_t m_bodyAt = 0;
     bool m_isBodyBegun = false;
     std::exception_ptr m_failure;
@@ -343,6 +357,7 @@ HttpResponse HttpConnection::perform(const HttpRequest& request, BodySink* sink)
     };
     m_traffic.Sent = ask(CURLINFO_REQUEST_SIZE, 0L) + ask(CURLINFO_SIZE_UPLOAD_T, curl_off_t{});
     m_traffic.Received = ask(CURLINFO_HEADER_SIZE, 0L) + ask(CURLINFO_SIZE_DOWNLOAD_T, curl_off_t{});
+    m_sends = exchange.sends();
     ::curl_easy_setopt(handle, CURLOPT_ERRORBUFFER, nullptr);
     return exchange.finish(code, details.data());
 }

@@ -93,6 +93,8 @@ public:
 
     /// What the last request took.
     const HttpTraffic& traffic() const noexcept { return m_traffic; }
+    /// How often the last request was sent. libcurl repeats what got no answer on a connection that had been kept.
+    unsigned sends() const noexcept { return m_sends; }
 
     /// Forget the connection without a word to the server: it is a forked parent's.
     static void disown(std::unique_ptr<HttpConnection> connection) noexcept;
@@ -103,6 +105,7 @@ private:
     const HttpSettings m_settings;
     void* m_handle;  // of libcurl
     HttpTraffic m_traffic;
+    unsigned m_sends = 0;
 };
 
 }  // namespace storage::cloudprovider::s3

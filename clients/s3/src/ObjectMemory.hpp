@@ -5,6 +5,8 @@
 
 #include <storage/cloudprovider/ExtendedCloudClient.hpp>
 
+#include <boost/date_time/posix_time/posix_time_types.hpp>
+
 #include <cstddef>
 #include <deque>
 #include <map>
@@ -67,6 +69,9 @@ public:
     struct Upload {
         ObjectAttributes Attributes;
         Tags ObjectTags;
+        /// When an answer to its beginning was lost, so that there may be another one that nobody knows; by the store's
+        /// clock.
+        std::optional<boost::posix_time::time_period> LostBeginning{};
     };
     void beginUpload(const std::string& writeId, Upload upload);
     std::optional<Upload> endUpload(const std::string& writeId);

@@ -83,9 +83,10 @@ S3Answer S3Wire::send(S3Request request) {
     bool mayHaveHappened = false;
     for (unsigned tries = 1;; ++tries) {
         try {
-            return {tryOnce(connection, request, corrections), mayHaveHappened};
+            auto response = tryOnce(connection, request, corrections);
+            return {std::move(response), mayHaveHappened || connection->sends() > 1};
         } catch (const S3Failure& failure) {
-            mayHaveHappened = mayHaveHappened || failure->MayHaveHappened;
+            mayHaveHappened = mayHaveHappened || failure->MayHaveHappened || connection->sends() > 1;
             auto details = *failure.operator->();
             if (!correct(details, corrections)) {
                 const bool isHopeless = !m_hasAnswered && tries >= kTriesOfUnknownServer;
@@ -189,7 +190,7 @@ HttpResponse S3Wire::perform(ConnectionPool::Lease& connection, const S3Request&
         http.Url += '?' + toQueryString(request.Query);
     }
     const auto count = [&] {
-        ++m_traffic.Requests;
+        m_traffic.Requests += connection->sends();
         m_traffic.Sent += connection->traffic().Sent;
         m_traffic.Received += connection->traffic().Received;
     };

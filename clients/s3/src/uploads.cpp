@@ -6,18 +6,25 @@
 #include "objects.hpp"
 #include "text.hpp"
 
+#include <boost/date_time/posix_time/posix_time_types.hpp>
+
 #include <algorithm>
+#include <chrono>
 #include <istream>
 #include <sstream>
 #include <utility>
 
 namespace storage::cloudprovider::s3 {
 
+using boost::posix_time::milliseconds;
+
 namespace {
 
 // Smaller parts are refused but for the last (AWS S3 user guide, multipart upload limits), and so are ranges of smaller
 // objects (AWS S3 API reference, UploadPartCopy).
 constexpr std::uint64_t kSmallestPart = 5 * 1024 * 1024;
+// Headers tell the time in seconds.
+const boost::posix_time::seconds kClockStep(2);
 constexpr const char* kNameMark = "cp1:";
 
 std::string etagOfTag(const std::string& tag) {
@@ -123,6 +130,38 @@ std::optional<UnfinishedUpload> measureUpload(Bucket& bucket, const UnfinishedUp
     return size ? std::optional(upload) : std::nullopt;
 }
 
+void abortStored(Bucket& bucket, const std::string& key, const std::string& storeId) {
+    auto request = bucket.request("DELETE", key);
+    request.Query = {{"uploadId", storeId}};
+    try {
+        bucket.wire().send(std::move(request));
+    } catch (const S3Failure& failure) {
+        if (!failure.hasStatus(404) || failure.hasCode("NoSuchBucket")) {
+            throw;
+        }
+    }
+}
+
+// End what was begun when an answer was lost: an upload of the key from just then that still has no part. Those of
+// others have got theirs by now.
+void dropLost(Bucket& bucket, const std::string& key, const ObjectMemory::Upload& made) {
+    if (!made.LostBeginning) {
+        return;
+    }
+    try {
+        std::string token;
+        do {
+            for (const auto& upload : listUploads(bucket, key, token)) {
+                if (upload.Key == key && upload.Size == 0 && made.LostBeginning->contains(upload.Started)) {
+                    abortStored(bucket, key, upload.UploadId);
+                }
+            }
+        } while (!token.empty());
+    } catch (const S3Failure&) {  // it stays for the store's rules, or for whoever lists uploads
+    } catch (const std::runtime_error&) {
+    }
+}
+
 }  // namespace
 
 std::string makeTag(const std::string& partEtag, const std::string& version) {
@@ -157,11 +196,20 @@ std::string startUpload(Bucket& bucket, const std::string& key, const ObjectAttr
     request.Query = {{"uploads", ""}};
     request.Headers = makeStoringHeaders(attributes, tags, upload.WriteId);
     request.Expected = S3Request::Answer::Xml;
-    upload.StoreId = readElement(bucket.wire().send(std::move(request)).Http.Body, "UploadId");
+    const auto start = std::chrono::steady_clock::now();
+    const auto answer = bucket.wire().send(std::move(request));
+    upload.StoreId = readElement(answer.Http.Body, "UploadId");
     if (upload.StoreId.empty()) {
         throw std::runtime_error("the answer names no upload");
     }
-    bucket.memory().beginUpload(upload.WriteId, {attributesAfter(attributes, upload.WriteId), tags});
+    ObjectMemory::Upload made{attributesAfter(attributes, upload.WriteId), tags};
+    const auto now = toTime(answer.Http.header("date"));
+    if (answer.MayHaveHappenedBefore && !now.is_special()) {
+        const auto took =
+            std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
+        made.LostBeginning.emplace(now - milliseconds(took.count()) - kClockStep, now + kClockStep);
+    }
+    bucket.memory().beginUpload(upload.WriteId, std::move(made));
     return upload.toString();
 }
 
@@ -209,6 +257,7 @@ std::string completeUpload(Bucket& bucket, const std::string& key, const std::st
         auto version = bucket.replace({key, upload.WriteId, expected, Conditions::Write::Complete, looksFirst, send});
         if (const auto made = bucket.memory().endUpload(upload.WriteId)) {
             restoreTags(bucket, key, version, made->ObjectTags);
+            dropLost(bucket, key, *made);
             bucket.memory().see(key, {version, made->Attributes, true});
         }
         bucket.memory().settleCompletion(key);
@@ -221,15 +270,9 @@ std::string completeUpload(Bucket& bucket, const std::string& key, const std::st
 
 void abortUpload(Bucket& bucket, const std::string& key, const std::string& uploadId) {
     const auto upload = UploadName::parse(uploadId);
-    bucket.memory().endUpload(upload.WriteId);
-    auto request = bucket.request("DELETE", key);
-    request.Query = {{"uploadId", upload.StoreId}};
-    try {
-        bucket.wire().send(std::move(request));
-    } catch (const S3Failure& failure) {
-        if (!failure.hasStatus(404) || failure.hasCode("NoSuchBucket")) {
-            throw;
-        }
+    abortStored(bucket, key, upload.StoreId);
+    if (const auto made = bucket.memory().endUpload(upload.WriteId)) {
+        dropLost(bucket, key, *made);
     }
 }
 

@@ -112,8 +112,7 @@ TEST_F(S3ClientTest, WhatMayPassIsTriedAgain) {
         EXPECT_TRUE(m_client->listObjects("", token, {}).empty()) << reply.Status;
     }
     EXPECT_EQ(m_server.requests().size(), 2 * std::size(passing));
-    // Not counted is what libcurl repeats by itself, because the server had ended a connection that was kept.
-    EXPECT_EQ(m_client->traffic().Requests + 1, m_server.requests().size());
+    EXPECT_EQ(m_client->traffic().Requests, m_server.requests().size());
     EXPECT_GT(m_client->traffic().BytesReceived, 1000U);
     for (int round = 0; round < 4; ++round) {
         m_server.next(error(500, "InternalError"));
@@ -415,6 +414,32 @@ TEST_F(S3ClientTest, ACompletionWithoutAnAnswerIsFoundAgain) {
     EXPECT_EQ(described->Parts[1].Index, 7U);
     EXPECT_EQ(described->Parts[1].Tag, "b");
     EXPECT_EQ(m_server.requests().at(1).Target, "/b/k?uploadId=u");
+}
+
+TEST_F(S3ClientTest, AnUploadWhoseBeginningWasLostIsEnded) {
+    const auto started = [](const std::string& id, const std::string& time) {
+        return "<Upload><Key>k</Key><UploadId>" + id + "</UploadId><Initiated>" + time + "</Initiated></Upload>";
+    };
+    const std::string none = "<ListPartsResult/>";
+    // Once libcurl has a connection to keep it sends again by itself what got no answer there.
+    for (int round = 0; round < 2; ++round) {
+        m_server.next({200, "", {}, End::Drop});
+        m_server.next({200,
+                       "<InitiateMultipartUploadResult><UploadId>u</UploadId></InitiateMultipartUploadResult>",
+                       {"Date: Sun, 06 Nov 1994 08:49:37 GMT"}});
+        const auto id = m_client->startMultipartUpload("k", {});
+        m_server.next({204});
+        m_server.next({200, "<ListMultipartUploadsResult>" + started("lost", "1994-11-06T08:49:36.500Z") +
+                                started("busy", "1994-11-06T08:49:36.500Z") +
+                                started("older", "1994-11-06T08:49:30.000Z") + "</ListMultipartUploadsResult>"});
+        m_server.next({200, none});
+        m_server.next({200, "<ListPartsResult><Part><Size>1</Size></Part></ListPartsResult>"});
+        m_server.next({200, none});
+        m_server.next({204});
+        m_client->abortMultipartUpload("k", id);
+        EXPECT_EQ(log().back(), "DELETE /k?uploadId=lost");
+        EXPECT_EQ(log().size(), 8U * static_cast<unsigned>(round + 1));
+    }
 }
 
 TEST_F(S3ClientTest, ACompletionLooksBeforeUnlessTheStoreIsTrusted) {
