@@ -262,6 +262,12 @@ void SqliteClient::removeObject(const std::string& key, const std::string& versi
                             [&](Connection& connection) { sqlite::removeObject(connection, key, version); });
 }
 
+std::vector<UnfinishedUpload> SqliteClient::listUploads(const std::string& prefix, std::string& token) {
+    return m_implementation->read("list uploads of", prefix, [&](Connection& connection) {
+        return sqlite::listUploads(connection, prefix, token);
+    });
+}
+
 StoreLimits SqliteClient::limits() const {
     return {.UsefulUploads = 1};
 }

@@ -5,6 +5,7 @@
 #include "errors.hpp"
 #include "objects.hpp"
 
+#include <algorithm>
 #include <charconv>
 #include <chrono>
 #include <optional>
@@ -144,6 +145,33 @@ std::int64_t completeUpload(Connection& connection, const std::string& key, cons
     replaceObject(connection, key, content, size);
     dropUpload(connection, upload);
     return content;
+}
+
+// A token is the last upload's id, a blank and its key.
+std::vector<UnfinishedUpload> listUploads(Connection& connection, const std::string& prefix, std::string& token) {
+    constexpr std::size_t kMaxPageSize = 1000;
+    const auto blank = std::min(token.find(' '), token.size());
+    std::int64_t lastId = 0;
+    const auto [rest, error] = std::from_chars(token.data(), token.data() + blank, lastId);
+    if (!token.empty() && (error != std::errc() || blank == token.size())) {
+        throw StoreFailure("the token does not continue a listing of uploads");
+    }
+    const auto lastKey = token.empty() ? std::string() : token.substr(blank + 1);
+    Query rows = connection.query(
+        "SELECT id, key, touched, (SELECT coalesce(sum(size), 0) FROM upload_part WHERE upload = id) FROM upload "
+        "WHERE substr(key, 1, length(?1)) = ?1 AND (key, id) > (?2, ?3) ORDER BY key, id",
+        prefix, lastKey, lastId);
+    std::vector<UnfinishedUpload> uploads;
+    token.clear();
+    while (rows.next()) {
+        if (uploads.size() == kMaxPageSize) {
+            token = uploads.back().UploadId + ' ' + uploads.back().Key;
+            break;
+        }
+        uploads.push_back({std::string(rows.getBytes(1)), std::to_string(rows.getInteger(0)),
+                           toTime(rows.getInteger(2)), toSize(rows.getInteger(3))});
+    }
+    return uploads;
 }
 
 bool hasAbandonedUploads(Connection& connection) {

@@ -35,6 +35,10 @@ void abortUpload(Connection& connection, const std::string& key, const std::stri
 std::int64_t completeUpload(Connection& connection, const std::string& key, const std::string& uploadId,
                             const std::vector<PartInfo>& parts, const ExpectedObject& expected);
 
+/// One page of the uploads of keys that begin with prefix, as ExtendedCloudClient::listUploads. Started is when their
+/// last part came.
+std::vector<UnfinishedUpload> listUploads(Connection& connection, const std::string& prefix, std::string& token);
+
 /// Whether some upload had no activity for a day.
 bool hasAbandonedUploads(Connection& connection);
 

@@ -14,6 +14,8 @@
 #include <algorithm>
 #include <charconv>
 #include <cstdint>
+#include <iostream>
+#include <memory>
 #include <string_view>
 #include <utility>
 
@@ -82,6 +84,7 @@ CommandLine::CommandLine() : m_app("Work with the files of an object store", "cl
     defineCreation();
     defineRemoval();
     defineMoving();
+    defineUploads();
 }
 
 std::optional<int> CommandLine::parse(int argc, const char* const* argv) {
@@ -115,10 +118,14 @@ bool CommandLine::isSurplusOfPut() const {
 
 void CommandLine::run() const {
     const Session session{StoreUrl::parse(m_store),
-                          m_folderPolicy == "implicit" ? FolderPolicy::ImplicitFolders : FolderPolicy::MarkerObjects};
+                          m_folderPolicy == "implicit" ? FolderPolicy::ImplicitFolders : FolderPolicy::MarkerObjects,
+                          m_isVerbose ? std::make_shared<TrafficReport>() : nullptr};
     if (!m_traceMask.empty()) {
         startTrace(m_traceMask == kFlagWithoutValue ? kDefaultTraceMask : parseMask(m_traceMask));
     }
+    // Also when the command fails: what it has cost is worth knowing then, too.
+    const auto report = [](const TrafficReport* traffic) { std::cerr << traffic->text() << '\n'; };
+    const std::unique_ptr<TrafficReport, decltype(report)> reported(session.traffic.get(), report);
     m_action(session, m_arguments);
 }
 
@@ -143,6 +150,7 @@ void CommandLine::defineGlobalOptions() {
                     "Keep folders as marker objects, or see them only in the names of files")
         ->check(CLI::IsMember({"markers", "implicit"}))
         ->capture_default_str();
+    m_app.add_flag("-v,--verbose", m_isVerbose, "Tell the requests and bytes that the command took");
     m_app
         .add_flag("--trace", m_traceMask,
                   "Show the provider's diagnostic records on standard error; the mask, after \"=\", adds up\n"
@@ -254,6 +262,18 @@ void CommandLine::defineMoving() {
                        [](const Session& session, const Arguments& arguments) {
                            copy(session, arguments.path, arguments.destination, toPolicy(arguments.mayReplace));
                        }));
+}
+
+void CommandLine::defineUploads() {
+    auto& uploads =
+        define("uploads", "List uploads that were begun and never finished: size, time and file",
+               "cloudfs uploads --abort --older-than 1d",
+               [](const Session& session, const Arguments& arguments) { showUploads(session, arguments.uploads); });
+    auto& request = m_arguments.uploads;
+    uploads.add_flag("--abort", request.isAborting, "End them; somebody may still be at work on young ones");
+    uploads.add_option("--older-than", request.olderThan, "Only those that are so old; a number and s, m, h or d")
+        ->type_name("AGE");
+    uploads.add_option("PATH", request.path, "Of that file, or of all files below that folder")->capture_default_str();
 }
 
 }  // namespace cloudfs

@@ -3,6 +3,7 @@
 
 #include "Session.hpp"
 #include "listing.hpp"
+#include "uploads.hpp"
 
 #include <CLI/App.hpp>
 
@@ -32,6 +33,7 @@ private:
     // The arguments of all commands; each uses some of them.
     struct Arguments {
         ListRequest listing;
+        UploadsRequest uploads;
         std::string local;
         std::string path;
         std::string destination;
@@ -53,11 +55,13 @@ private:
     void defineCreation();
     void defineRemoval();
     void defineMoving();
+    void defineUploads();
 
     CLI::App m_app;
     std::string m_store = "sqlite:cloudfs.db";
     std::string m_folderPolicy = "markers";
     std::string m_traceMask;
+    bool m_isVerbose = false;
     Arguments m_arguments;
     Action m_action;
 };

@@ -14,6 +14,9 @@ namespace cloudfs {
 /// read them would read what it writes, and one that wrote them would destroy the store.
 class LocalStoreFiles {
 public:
+    /// None.
+    LocalStoreFiles() = default;
+
     /// file: the store's file, which may be missing.
     explicit LocalStoreFiles(const std::string& file);
 

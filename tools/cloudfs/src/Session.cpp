@@ -5,6 +5,9 @@
 
 #include <storage/cloudprovider/CloudException.hpp>
 #include <storage/cloudprovider/sqlite/SqliteClient.hpp>
+#ifdef CLOUDFS_WITH_S3
+#include <storage/cloudprovider/s3/S3Client.hpp>
+#endif
 
 #include <sys/stat.h>
 
@@ -32,6 +35,9 @@ std::string causeOf(const CloudException& failure, const std::string& file) {
 }  // namespace
 
 bool Session::hasStore() const {
+    if (url.isBucket()) {
+        return true;  // whether it is there shows when it is asked
+    }
     struct stat status {};
     if (::stat(url.file.c_str(), &status) != 0) {
         return errno != ENOENT;
@@ -44,9 +50,21 @@ std::shared_ptr<ExtendedCloudClient> Session::openClient(MissingStore missing) c
         throw Failure(ErrorCode::NotFound, url.file, "there is no such store; put, append, touch and mkdir make one");
     }
     try {
+#ifdef CLOUDFS_WITH_S3
+        if (url.isBucket()) {
+            storage::cloudprovider::S3Options options;
+            options.Bucket = url.bucket;
+            options.KeyPrefix = url.prefix;
+            auto client = std::make_shared<storage::cloudprovider::S3Client>(options);
+            if (traffic) {
+                traffic->of(client);
+            }
+            return client;
+        }
+#endif
         return std::make_shared<SqliteClient>(url.file);
     } catch (const CloudException& failure) {
-        throw Failure(failure.getErrorCode(), url.file, causeOf(failure, url.file));
+        throw Failure(failure.getErrorCode(), url.name(), causeOf(failure, url.name()));
     }
 }
 

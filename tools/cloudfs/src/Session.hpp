@@ -3,6 +3,7 @@
 
 #include "LocalStoreFiles.hpp"
 #include "StoreUrl.hpp"
+#include "TrafficReport.hpp"
 
 #include <foundation/storage/provider/IProvider.hpp>
 #include <storage/cloudprovider/ExtendedCloudClient.hpp>
@@ -22,7 +23,10 @@ struct Session {
     StoreUrl url;
     storage::cloudprovider::FolderPolicy folderPolicy = storage::cloudprovider::FolderPolicy::MarkerObjects;
 
-    /// Open the store. Errors: Failure, which names the store's file.
+    /// Told of the client that is opened, to show its traffic; empty where nobody wants to know.
+    std::shared_ptr<TrafficReport> traffic;
+
+    /// Open the store. Errors: Failure, which names the store.
     std::shared_ptr<IProvider> open(MissingStore missing) const;
 
     /// The same in two steps, for who puts something in between. Errors: as open.
@@ -32,7 +36,8 @@ struct Session {
     /// Whether there is a store; an empty file is none yet.
     bool hasStore() const;
 
-    LocalStoreFiles files() const { return LocalStoreFiles(url.file); }
+    /// The local files that the store consists of; a bucket has none.
+    LocalStoreFiles files() const { return url.isBucket() ? LocalStoreFiles() : LocalStoreFiles(url.file); }
 };
 
 }  // namespace cloudfs

@@ -7,13 +7,21 @@ namespace cloudfs {
 
 /// Which store to use, as told on the command line. A plain value.
 struct StoreUrl {
-    /// The file of an embedded store.
+    /// The file of an embedded store; empty for a bucket.
     std::string file;
+    /// The bucket of an S3-compatible store, and what its keys begin with: empty, or with a "/" at the end.
+    std::string bucket;
+    std::string prefix;
 
-    /// Read "sqlite:FILE".
+    /// Read "sqlite:FILE" or "s3://BUCKET[/PREFIX]".
     ///
-    /// Errors   UsageError for any other text, and for "s3://BUCKET[/PREFIX]" in a program built without it.
+    /// Errors   UsageError for any other text, and for a kind of store that the program is built without.
     static StoreUrl parse(const std::string& text);
+
+    bool isBucket() const { return !bucket.empty(); }
+
+    /// How messages name the store: its file, or s3://BUCKET/PREFIX.
+    std::string name() const;
 };
 
 }  // namespace cloudfs

@@ -107,7 +107,8 @@ class Usage(Case):
                           ["write", "--at", "9223372036854775808", "f", "/f"], ["write", "--at", "1k", "f", "/f"],
                           ["--trace=zz", "ls", "/"], ["--trace=0x100000000", "ls", "/"],
                           ["--folder-policy", "none", "ls", "/"], ["--store", "f", "ls", "/"],
-                          ["--store", "sqlite:", "ls", "/"], ["--store", "s3://bucket/prefix", "ls", "/"],
+                          ["--store", "sqlite:", "ls", "/"], ["--store", "s3:///prefix", "ls", "/"],
+                          ["uploads", "--older-than", "1y"], ["uploads", "--older-than", "d"],
                           ["cat", "/f", "/g"], ["put", "-", "/sub/"]]:
             with self.subTest(arguments=arguments):
                 self.misused(*arguments)
@@ -120,7 +121,7 @@ class Usage(Case):
         self.assertIn("\nCommands:\n", overview)
         self.assertNotIn("{", overview.split("--trace")[1])
         for command in ["ls", "stat", "cat", "put", "get", "append", "write", "touch", "mkdir", "rm", "rmdir", "mv",
-                        "cp"]:
+                        "cp", "uploads"]:
             with self.subTest(command=command):
                 self.assertIn(f"\n  {command} ", overview)
                 self.assertRegex(self.ok(command, "--help").decode(), rf"Example: .*cloudfs {command} ")
@@ -143,6 +144,16 @@ class Usage(Case):
         self.assertEqual(self.read_local("store.db"), b"")
         self.ok("put", "f", "/a")
         self.assertEqual(self.names(), ["a"])
+
+    def test_a_bucket_needs_credentials(self):
+        self.environment = {name: value for name, value in self.environment.items() if not name.startswith("AWS_")}
+        self.environment["HOME"] = self.folder
+        self.fails("PermissionDenied", "s3://bucket/prefix/", "--store", "s3://bucket/prefix", "ls", "/",
+                   mentions="credentials")
+
+    def test_verbose_tells_what_was_moved(self):
+        self.ok("touch", "/f")
+        self.assertRegex(self.run_tool("-v", "ls", "/").stderr, rb"^no requests: .*\n$")
 
     def test_the_store_is_chosen_by_option_before_environment_before_default(self):
         self.ok("--store", "sqlite:one.db", "put", "-", "/one", data=b"1")
@@ -559,15 +570,15 @@ class Namespace(Case):
 
 
 class Interrupts(Case):
-    def start_put_through_fifo(self, path):
-        """Start a put that has read 4 parts and waits for more; answer the process and the FIFO's end."""
+    def start_put_through_fifo(self, path, parts=4):
+        """Start a put that has read that many parts and waits for more; answer the process and the FIFO's end."""
         fifo = os.path.join(self.folder, "fifo")
         os.mkfifo(fifo)
         process = self.start("put", "-", path, stdin=os.open(fifo, os.O_RDWR), stderr=subprocess.PIPE)
         writer = os.open(fifo, os.O_WRONLY)
         self.addCleanup(os.close, writer)
         # More than a FIFO holds: the last write returns only when the tool has read the most of it.
-        os.write(writer, bytes(4 * PART + 65536))
+        os.write(writer, bytes(parts * PART + 65536))
         return process, writer
 
     def store_content(self):
@@ -655,7 +666,7 @@ class Interrupts(Case):
             self.ok("put", "-", "/" + name, data=data)
         for path in ["/old", "/new"]:
             with self.subTest(path=path):
-                process, _ = self.start_put_through_fifo(path)
+                process, _ = self.start_put_through_fifo(path, parts=40)  # more than are kept here
                 process.kill()
                 process.wait()
                 self.assertEqual(self.store_content(), contents)
@@ -665,6 +676,17 @@ class Interrupts(Case):
         left = os.listdir(self.temporary)
         self.ok("put", "-", "/after", data=b"after")
         self.assertEqual(sorted(os.listdir(self.temporary)), sorted(left))
+        # Its uploads stay in the store until somebody ends them.
+        self.assertEqual([line.split()[-1] for line in self.names_of_uploads()], ["/new", "/old"])
+        self.assertEqual([line.split()[-1] for line in self.names_of_uploads("/old")], ["/old"])
+        self.assertEqual(self.names_of_uploads("/ol"), [])
+        self.assertEqual(self.names_of_uploads("--abort", "--older-than", "1d"), [])
+        self.assertEqual(len(self.names_of_uploads("--abort")), 2)
+        self.assertEqual(self.names_of_uploads(), [])
+        self.assertEqual(self.store_content(), {**contents, "after": b"after"})
+
+    def names_of_uploads(self, *arguments):
+        return self.ok("uploads", *arguments).decode().splitlines()
 
     def test_input_that_breaks_off_stores_nothing(self):
         self.ok("put", "-", "/f", data=b"whole")

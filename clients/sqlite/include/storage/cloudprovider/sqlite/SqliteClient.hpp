@@ -88,6 +88,8 @@ public:
     bool copyObject(const std::string& from, const std::string& fromVersion, const std::string& to,
                     const ExpectedObject& expected) override;
     void removeObject(const std::string& key, const std::string& version) override;
+    /// Started is when the upload's last part came.
+    std::vector<UnfinishedUpload> listUploads(const std::string& prefix, std::string& token) override;
     StoreLimits limits() const override;
 
 private:
