@@ -45,11 +45,18 @@ function(cloudprovider_add_library name alias)
     install(TARGETS ${name} EXPORT ${ARG_EXPORT_SET}Targets FILE_SET HEADERS)
 endfunction()
 
-# cloudprovider_add_test(NAME SOURCES ... LIBRARIES ...): a GoogleTest program, each test of it known to CTest.
+# cloudprovider_add_test(NAME [NEEDS_SERVER] SOURCES ... LIBRARIES ...)
+#
+# A GoogleTest program, each test of it known to CTest. NEEDS_SERVER: they run against the store that the environment
+# names, see ./dev test-s3; CTest knows them, with the label real-server, if CLOUDPROVIDER_S3_SERVER_TESTS is set.
 function(cloudprovider_add_test name)
-    cmake_parse_arguments(ARG "" "" "SOURCES;LIBRARIES" ${ARGN})
+    cmake_parse_arguments(ARG "NEEDS_SERVER" "" "SOURCES;LIBRARIES" ${ARGN})
     add_executable(${name} ${ARG_SOURCES})
     cloudprovider_compile_privately(${name})
     target_link_libraries(${name} PRIVATE ${ARG_LIBRARIES} GTest::gtest_main)
-    gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 300)
+    if(NOT ARG_NEEDS_SERVER)
+        gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 300)
+    elseif(CLOUDPROVIDER_S3_SERVER_TESTS)
+        gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 600 LABELS real-server)
+    endif()
 endfunction()
