@@ -81,6 +81,9 @@ S3_REGION=$REGION
 S3_BUCKET=${1:-}
 S3_FOLDER=$FOLDER
 END
+    if [[ $KIND == ceph ]]; then
+        printf 'S3_IGNORES_COPY_CONDITIONS=1\n' # copies parts of any version
+    fi
 }
 
 # --- processes ------------------------------------------------------------------------------------------

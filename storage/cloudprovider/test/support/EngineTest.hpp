@@ -4,6 +4,7 @@
 #include <foundation/storage/provider/IProvider.hpp>
 #include <storage/cloudprovider/ProviderOptions.hpp>
 #include <storage/cloudprovider/testing/FakeCloudClient.hpp>
+#include <storage/cloudprovider/testing/stored.hpp>
 
 #include <boost/filesystem/path.hpp>
 
@@ -102,16 +103,5 @@ private:
     bool m_expectsNoViolations = true;
     const std::size_t m_descriptorsBefore = countEntries("/proc/self/fd");
 };
-
-/// The code of the host's exception, or stream failure, that action throws; nothing when it throws none.
-template <typename Action>
-std::optional<foundation::storage::provider::ErrorCode> errorCodeOf(Action action) {
-    try {
-        action();
-    } catch (const foundation::storage::provider::ErrorCoded& failure) {
-        return failure.getErrorCode();
-    }
-    return std::nullopt;
-}
 
 }  // namespace storage::cloudprovider::test
