@@ -42,8 +42,8 @@ std::set<std::string> collect(std::unique_ptr<IFolderEntryIterator> entries) {
 // What a provider makes of a store, told by a plain map of keys.
 class NamespaceModel::Plain {
 public:
-    Plain(FolderPolicy policy, bool checkFolderOnCopy)
-        : m_hasMarkers(policy == FolderPolicy::MarkerObjects), m_checkFolderOnCopy(checkFolderOnCopy) {}
+    explicit Plain(const Traits& traits)
+        : m_traits(traits), m_hasMarkers(traits.policy == FolderPolicy::MarkerObjects) {}
 
     const std::map<std::string, std::string>& objects() const { return m_objects; }
     bool fileExists(const std::string& key) const { return m_objects.count(key) != 0; }
@@ -70,7 +70,7 @@ public:
     }
 
     Error removeFile(const std::string& key) {
-        return m_objects.erase(key) == 0 ? Error(ErrorCode::NotFound) : Error();
+        return m_objects.erase(key) == 0 && m_traits.missesRemoved ? Error(ErrorCode::NotFound) : Error();
     }
 
     Error removeFolder(const std::string& key) {
@@ -99,7 +99,7 @@ public:
     }
 
     Error copy(const std::string& from, const std::string& to, ReplacementPolicy policy) {
-        return transfer(from, to, policy, m_checkFolderOnCopy);
+        return transfer(from, to, policy, m_traits.checkFolderOnCopy);
     }
 
     // Paths relative to the folder, folders with a trailing "/"; empty when there is nothing to list.
@@ -142,17 +142,17 @@ private:
     }
 
     std::map<std::string, std::string> m_objects;
-    bool m_hasMarkers;
-    bool m_checkFolderOnCopy;
+    const Traits m_traits;
+    const bool m_hasMarkers;
 };
 
-NamespaceModel::NamespaceModel(std::uint64_t seed, foundation::storage::provider::IProvider& provider,
-                               CloudClient& store, FolderPolicy policy, bool checkFolderOnCopy, std::uint64_t mostBytes)
+NamespaceModel::NamespaceModel(std::uint64_t seed, const Traits& traits,
+                               foundation::storage::provider::IProvider& provider, CloudClient& store)
     : m_provider(provider),
       m_store(store),
-      m_mostBytes(mostBytes),
+      m_mostBytes(traits.mostBytes),
       m_random(seed),
-      m_plain(std::make_unique<Plain>(policy, checkFolderOnCopy)) {}
+      m_plain(std::make_unique<Plain>(traits)) {}
 
 NamespaceModel::~NamespaceModel() = default;
 

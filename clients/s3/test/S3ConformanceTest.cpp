@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // The conformance suite on a real server: S3_ENDPOINT, S3_ACCESS_KEY, S3_SECRET_KEY, S3_REGION and S3_BUCKET name it;
-// S3_IGNORES_COPY_CONDITIONS is set for one that copies parts of any version. Each test works below a prefix of its
+// S3_LACKS names what it does not do, of: copy-conditions, tags. Each test works below a prefix of its
 // own, and leaves there what it stored.
 #include "Bucket.hpp"
+#include "serverOptions.hpp"
 
 #include <storage/cloudprovider/CloudException.hpp>
 #include <storage/cloudprovider/s3/S3Client.hpp>
@@ -11,9 +12,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <memory>
-#include <random>
 #include <sstream>
-#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -22,31 +21,8 @@ namespace storage::cloudprovider::test {
 
 namespace {
 
-std::string setting(const char* name) {
-    const char* const value = std::getenv(name);
-    if (value == nullptr) {
-        throw std::runtime_error(std::string(name) + " is not set");
-    }
-    return value;
-}
-
-std::string makePrefix() {
-    std::random_device random;
-    return "conformance/" + std::to_string(random()) + std::to_string(random()) + '/';
-}
-
-S3Options makeOptions() {
-    S3Options options;
-    options.Endpoint = setting("S3_ENDPOINT");
-    options.Credentials = S3Credentials{setting("S3_ACCESS_KEY"), setting("S3_SECRET_KEY"), {}, {}};
-    options.Region = setting("S3_REGION");
-    options.Bucket = setting("S3_BUCKET");
-    options.KeyPrefix = makePrefix();
-    return options;
-}
-
 std::shared_ptr<CloudClient> makeClient() {
-    return std::make_shared<S3Client>(makeOptions());
+    return std::make_shared<S3Client>(serverOptions("conformance"));
 }
 
 bool lacks(const std::string& what) {
@@ -84,7 +60,7 @@ std::string get(S3Client& client, const std::string& key) {
 INSTANTIATE_TEST_SUITE_P(S3, ClientConformance, ::testing::Values(kS3Client), clientName);
 
 TEST(S3ServerTest, AnEditByCopiesKeepsWhatAnotherClientStored) {
-    const auto options = makeOptions();
+    const auto options = serverOptions("conformance");
     s3::Bucket other(options);
     auto request = other.request("PUT", "k");
     request.Headers = {{"Content-Type", "text/html"},
@@ -124,7 +100,7 @@ TEST(S3ServerTest, AnEditByCopiesKeepsWhatAnotherClientStored) {
 }
 
 TEST(S3ServerTest, WrongSettingsAreTold) {
-    const auto options = makeOptions();
+    const auto options = serverOptions("conformance");
     auto wrong = options;
     wrong.Credentials->SecretKey = "wrong";
     EXPECT_THROW(S3Client(wrong).getObjectInfo("k"), InvalidCredentialsException);
@@ -142,7 +118,7 @@ TEST(S3ServerTest, WrongSettingsAreTold) {
 }
 
 TEST(S3ServerTest, OddKeysAreStoredListedAndRemovedTogether) {
-    S3Client client(makeOptions());
+    S3Client client(serverOptions("conformance"));
     const auto longest = client.limits().LongestKey;
     std::vector<std::string> keys{"a b", "a+b", "x//y", "%20", "n\nl", "\xF0\x9F\x98\x80", std::string(longest, 'k')};
     std::sort(keys.begin(), keys.end());
@@ -162,7 +138,7 @@ TEST(S3ServerTest, OddKeysAreStoredListedAndRemovedTogether) {
 }
 
 TEST(S3ServerTest, UnfinishedUploadsAreListedAndEnded) {
-    S3Client client(makeOptions());
+    S3Client client(serverOptions("conformance"));
     for (const auto* const key : {"b c", "a"}) {
         const auto id = client.startMultipartUpload(key, {});
         std::istringstream data("bytes");
@@ -185,7 +161,7 @@ TEST(S3ServerTest, WhatManyAppendIsThereOnce) {
     if (lacks("put-conditions")) {
         GTEST_SKIP();
     }
-    const auto options = makeOptions();
+    const auto options = serverOptions("conformance");
     putOver(*std::make_unique<S3Client>(options), "k", "");
     std::vector<std::thread> threads;
     for (char name = 'a'; name < 'i'; ++name) {

@@ -28,10 +28,11 @@ protected:
         if (mode.tellsVersions) {
             m_providersClient = std::make_shared<VersionedFakeClient>(m_client);
         }
-        const auto policy = static_cast<FolderPolicy>(pick(0, 1));
-        const bool checkFolderOnCopy = pick(0, 1) == 1;
-        m_provider = buildCloudProvider(m_providersClient, policy, checkFolderOnCopy, mode.options);
-        m_model.emplace(seed, *m_provider, *m_client, policy, checkFolderOnCopy, 3 * kPartSize);
+        const NamespaceModel::Traits traits{.policy = static_cast<FolderPolicy>(pick(0, 1)),
+                                            .checkFolderOnCopy = pick(0, 1) == 1,
+                                            .mostBytes = 3 * kPartSize};
+        m_provider = buildCloudProvider(m_providersClient, traits.policy, traits.checkFolderOnCopy, mode.options);
+        m_model.emplace(seed, traits, *m_provider, *m_client);
     }
 
     std::optional<NamespaceModel> m_model;

@@ -21,10 +21,17 @@ namespace storage::cloudprovider::test {
 /// the map fails the running test; what the provider throws unexpectedly passes through. One thread.
 class CLOUDPROVIDER_TESTING_EXPORT NamespaceModel {
 public:
-    /// provider: of an empty store, with that policy and that check. store: the same store, on a way that does not
-    /// fail. Both are referred to. mostBytes: of a file.
-    NamespaceModel(std::uint64_t seed, foundation::storage::provider::IProvider& provider, CloudClient& store,
-                   FolderPolicy policy, bool checkFolderOnCopy, std::uint64_t mostBytes);
+    /// What is modelled.
+    struct Traits {
+        FolderPolicy policy = FolderPolicy::MarkerObjects;  ///< the provider's
+        bool checkFolderOnCopy = false;                     ///< the provider's
+        bool missesRemoved = true;                          ///< removing a missing file is an error; else it is none
+        std::uint64_t mostBytes = 0;                        ///< of a file
+    };
+
+    /// provider: of an empty store. store: the same store, on a way that does not fail. Both are referred to.
+    NamespaceModel(std::uint64_t seed, const Traits& traits, foundation::storage::provider::IProvider& provider,
+                   CloudClient& store);
     NamespaceModel(const NamespaceModel&) = delete;
     NamespaceModel& operator=(const NamespaceModel&) = delete;
     ~NamespaceModel();
