@@ -223,7 +223,16 @@ void NamespaceModel::compare() {
 }
 
 void NamespaceModel::check(const char* operation, const std::function<void()>& action, const Error& expected) {
-    EXPECT_EQ(errorCodeOf(action), expected) << operation;
+    std::string text;
+    const auto error = errorCodeOf([&] {
+        try {
+            action();
+        } catch (const std::exception& failure) {
+            text = failure.what();
+            throw;
+        }
+    });
+    EXPECT_EQ(error, expected) << operation << ": " << text;
 }
 
 void NamespaceModel::write(const std::string& key, const std::string& bytes) {

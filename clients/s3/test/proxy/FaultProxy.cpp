@@ -22,6 +22,8 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t kChunk = 64 * 1024;
 constexpr const char* kContinue = "HTTP/1.1 100 Continue\r\n\r\n";
+// Swift's answer to HEAD says chunked, and is followed by this all the same.
+constexpr const char* kEmptyChunk = "0\r\n\r\n";
 constexpr const char* kSlowDown =
     "<?xml version=\"1.0\" encoding=\"UTF-8\"?>"
     "<Error><Code>SlowDown</Code><Message>Please reduce your request rate.</Message></Error>";
@@ -139,13 +141,15 @@ private:
 
     // False when either side has ended the idle connection.
     bool awaitRequest() {
-        if (m_up.from.hasUnread()) {
-            return true;
+        while (!m_up.from.hasUnread()) {
+            std::array<pollfd, 2> sides{{{m_client.descriptor(), POLLIN, 0}, {m_server.descriptor(), POLLIN, 0}}};
+            while (::poll(sides.data(), sides.size(), -1) < 0 && errno == EINTR) {
+            }
+            if ((sides[1].revents != 0 && !m_down.from.fill()) || (sides[0].revents != 0 && !m_up.from.fill())) {
+                return false;
+            }
         }
-        std::array<pollfd, 2> sides{{{m_client.descriptor(), POLLIN, 0}, {m_server.descriptor(), POLLIN, 0}}};
-        while (::poll(sides.data(), sides.size(), -1) < 0 && errno == EINTR) {
-        }
-        return sides[1].revents == 0;
+        return true;
     }
 
     // False when the connection is not to be used again.
@@ -227,7 +231,8 @@ private:
             if (answer.text().empty()) {
                 throw ConnectionEnds();
             }
-            if (answer.word(1).front() != '1') {
+            const bool isFinal = answer.text() != kEmptyChunk && answer.word(1).front() != '1';
+            if (isFinal) {
                 return answer;
             }
         }

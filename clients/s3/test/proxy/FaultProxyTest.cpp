@@ -99,6 +99,11 @@ private:
                     const std::lock_guard lock(m_mutex);
                     m_requests.push_back(head);
                 }
+                if (head.compare(0, 4, "HEAD") == 0) {
+                    // As Swift does, with the end of a body where none may be.
+                    socket.write("HTTP/1.1 404 None\r\nTransfer-Encoding: chunked\r\n\r\n0\r\n\r\n");
+                    continue;
+                }
                 const bool isGet = head.compare(0, 3, "GET") == 0;
                 const auto answer = isGet ? page() : body;
                 const bool isRange = head.find("Range:") != std::string::npos;
@@ -169,6 +174,20 @@ TEST_F(FaultProxyTest, PassesRequestsOnAsTheyAreAndCountsThem) {
     EXPECT_EQ(proxy.counts().requests, requests.size());
     EXPECT_EQ(proxy.counts().bytesFromClient, sent);
     EXPECT_EQ(proxy.counts().bytesToClient, received);
+}
+
+TEST_F(FaultProxyTest, GoesOnAfterAnAnswerToHeadThatIsChunked) {
+    const FaultProxy proxy(options());
+    auto socket = Socket::connectTo("127.0.0.1", proxy.port());
+    SocketReader reader(socket);
+    for (int count = 0; count < 3; ++count) {
+        socket.write("HEAD /object HTTP/1.1\r\n\r\n");
+        EXPECT_NE(reader.head().find(" 404 "), std::string::npos);
+        socket.write(get());
+        const auto answer = readAnswer(reader);
+        ASSERT_TRUE(answer);
+        EXPECT_EQ(answer->body, EchoServer::page());
+    }
 }
 
 TEST_F(FaultProxyTest, FaultsBefallTheRequestsTheyAreMeantFor) {

@@ -17,6 +17,8 @@ namespace storage::cloudprovider::s3::test {
 
 namespace {
 
+constexpr std::size_t kChunk = 16 * 1024;
+
 [[noreturn]] void fail(const char* step) {
     throw std::system_error(errno, std::generic_category(), step);
 }
@@ -134,8 +136,14 @@ std::string SocketReader::some(std::size_t most) {
     return bytes;
 }
 
+bool SocketReader::fill() {
+    std::string bytes(kChunk, '\0');
+    const auto count = m_socket.read(bytes.data(), bytes.size());
+    m_unread.append(bytes, 0, count);
+    return count > 0;
+}
+
 std::string SocketReader::line() {
-    constexpr std::size_t kChunk = 16 * 1024;
     std::string line;
     for (;;) {
         const auto end = m_unread.find('\n');
@@ -145,8 +153,7 @@ std::string SocketReader::line() {
             return line;
         }
         line += std::exchange(m_unread, std::string());
-        m_unread = some(kChunk);
-        if (m_unread.empty()) {
+        if (!fill()) {
             if (line.empty()) {
                 return line;
             }

@@ -63,6 +63,8 @@ public:
     /// Read lines up to an empty one and with it, as in the head of an HTTP message. Otherwise as line().
     std::string head();
 
+    /// Wait for bytes, and keep them for the other operations. False: the peer has ended its side.
+    bool fill();
     bool hasUnread() const { return !m_unread.empty(); }
 
 private:

@@ -45,7 +45,7 @@ int main(int argc, char** argv) {
     app.add_option("--seed", options.seed, "decides what befalls which request");
     app.add_option("--delay", delay, "of each request, in milliseconds");
     app.add_option("--rate", options.bytesPerSecond, "of each connection, each way, in bytes a second");
-    app.add_option("--stall", stall, "how long a stall takes, in milliseconds");
+    app.add_option("--stall-time", stall, "how long a stall takes, in milliseconds");
     for (std::size_t fault = 1; fault < kFaultNames.size(); ++fault) {
         app.add_option(std::string("--") + kFaultNames.at(fault), options.chances[static_cast<Fault>(fault)],
                        "chance of this fault, 0 to 1");
