@@ -79,9 +79,10 @@ S3_REGION=$REGION
 S3_BUCKET=${1:-}
 S3_FOLDER=$FOLDER
 END
-    if [[ $KIND == ceph ]]; then
-        printf 'S3_IGNORES_COPY_CONDITIONS=1\n' # copies parts of any version
-    fi
+    case $KIND in
+        ceph) printf 'S3_LACKS=copy-conditions\n' ;; # copies parts of any version
+        swift) printf 'S3_LACKS=tags\n' ;;
+    esac
 }
 
 # --- processes ------------------------------------------------------------------------------------------
