@@ -325,8 +325,9 @@ HttpResponse HttpConnection::perform(const HttpRequest& request, BodySink* sink)
     set(handle, CURLOPT_HTTP_CONTENT_DECODING, 0L);
     set(handle, CURLOPT_NOSIGNAL, 1L);
     set(handle, CURLOPT_TCP_KEEPALIVE, 1L);
-    set(handle, CURLOPT_BUFFERSIZE, kBufferSize);
-    set(handle, CURLOPT_UPLOAD_BUFFERSIZE, kBufferSize);
+    // After a failure libcurl may still have its buffers, and then refuses another size.
+    ::curl_easy_setopt(handle, CURLOPT_BUFFERSIZE, kBufferSize);
+    ::curl_easy_setopt(handle, CURLOPT_UPLOAD_BUFFERSIZE, kBufferSize);
     set(handle, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(m_settings.ConnectTimeout.count()));
     set(handle, CURLOPT_HTTPHEADER, headers.get());
     if (!m_settings.CaFile.empty()) {

@@ -89,7 +89,7 @@ S3Answer S3Wire::send(S3Request request) {
             mayHaveHappened = mayHaveHappened || failure->MayHaveHappened || connection->sends() > 1;
             auto details = *failure.operator->();
             if (!correct(details, corrections)) {
-                const bool isHopeless = !m_hasAnswered && tries >= kTriesOfUnknownServer;
+                const bool isHopeless = !m_hasAnswered && !mayHaveHappened && tries >= kTriesOfUnknownServer;
                 if (isHopeless || !isPassing(details) || !m_retries.waitAfter(tries)) {
                     details.MayHaveHappened = mayHaveHappened;
                     throw S3Failure(std::move(details));

@@ -320,10 +320,16 @@ TEST_F(S3ClientTest, FailuresSayWhatTheStoreSaidAndNoSecret) {
     EXPECT_THROW(m_client->getObjectInfo("k"), InvalidLocationException);
     S3Options options;
     options.Bucket = "b";
-    options.Endpoint = "http://127.0.0.1:1";
     options.Credentials = S3Credentials{"k", "s", {}, {}};
-    const auto failure = failureOf([&] { S3Client(options).getObjectInfo("k"); });
-    EXPECT_TRUE(failure.starts_with("9 cannot look up \"k\" in s3://b: ")) << failure;
+    options.ConnectTimeout = std::chrono::seconds(1);
+    options.LongestWait = std::chrono::milliseconds(1);
+    for (const auto& [endpoint, words] :
+         {std::pair{"http://127.0.0.1:1", "Failed to connect"}, {"http://no.such.host.invalid", "resolve"}}) {
+        options.Endpoint = endpoint;
+        const auto failure = failureOf([&] { S3Client(options).getObjectInfo("k"); });
+        EXPECT_TRUE(failure.starts_with("9 cannot look up \"k\" in s3://b: ")) << failure;
+        EXPECT_NE(failure.find(words), failure.npos) << failure;
+    }
 }
 
 TEST_F(S3ClientTest, AnEditKeepsWhatTheObjectHas) {
