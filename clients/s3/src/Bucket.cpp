@@ -157,6 +157,9 @@ void Bucket::requireSource(const std::string& key, const std::string& version) {
 
 std::string Bucket::copyFrom(const std::string& key, const std::string& version, Copied what,
                              const std::function<std::string(const Fields& conditions)>& send) {
+    if (version.empty()) {
+        return send({});
+    }
     if (m_conditions.areKnownOfSources()) {
         try {
             return send({{"x-amz-copy-source-if-match", '"' + version + '"'}});

@@ -72,7 +72,8 @@ public:
     /// Copy from a version of an object. A store that refuses the version though it is there is not asked again to
     /// check it: for parts it is looked up after the copy then, which nobody sees before it is completed.
     ///
-    /// Values   what: ConditionalObject where a refusal may be about something else than the source.
+    /// Values   version: empty: whatever is there. what: ConditionalObject where a refusal may be about something else
+    /// than the source.
     ///          send: sends the request with those conditions, and answers the ETag.
     enum class Copied : std::uint8_t { Part, Object, ConditionalObject };
     std::string copyFrom(const std::string& key, const std::string& version, Copied what,

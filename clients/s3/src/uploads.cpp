@@ -283,7 +283,7 @@ void copyInParts(Bucket& bucket, const std::string& from, const ObjectHead& sour
         // As many pieces as there are parts of 5 GiB, the most that each may have.
         const auto parts =
             copyParts(bucket, from, source.Version, to, uploadId, uniformParts(source.Size, kLargestPart / 8, {}));
-        if (!bucket.honoursAllConditions()) {
+        if (!bucket.honoursAllConditions() && !source.Version.empty()) {
             bucket.requireSource(from, source.Version);
         }
         completeUpload(bucket, to, uploadId, parts, expected);

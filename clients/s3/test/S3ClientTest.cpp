@@ -143,7 +143,10 @@ TEST_F(S3ClientTest, WrongRangesAreNotWritten) {
                            range("0123456789", 11),
                            {200, std::string(10, 'x'), {"ETag: \"v\""}},
                            range("01234", 10),
-                           object("other", {"Content-Range: bytes 10-19/20"}, "0123456789")};
+                           object("other", {"Content-Range: bytes 10-19/20"}, "0123456789"),
+                           {206,
+                            "b\r\n0123456789x\r\n0\r\n\r\n",
+                            {"ETag: \"v\"", "Content-Range: bytes 10-19/20", "Transfer-Encoding: chunked"}}};
     for (const auto& reply : wrong) {
         for (int round = 0; round < 4; ++round) {
             m_server.next(reply);
@@ -466,6 +469,51 @@ TEST_F(S3ClientTest, ACompletionLooksBeforeUnlessTheStoreIsTrusted) {
                  ResourceInUseException);
     EXPECT_EQ(log(), (Log{"HEAD /k", "POST /k?uploadId=u \"v\"", "HEAD /k", "POST /k?uploadId=u \"v\"", "HEAD /k",
                           "POST /k?uploadId=u \"v\"", "HEAD /k"}));
+}
+
+TEST_F(S3ClientTest, WhatIsTooLargeForOneCopyIsCopiedInPieces) {
+    const auto size = std::to_string(6ULL << 30U);
+    m_server.next(object("v", {"Content-Length: " + size, "Content-Type: text/html"}));
+    m_server.next({200, "<InitiateMultipartUploadResult><UploadId>u</UploadId></InitiateMultipartUploadResult>"});
+    m_server.next({200, "<CopyPartResult><ETag>a</ETag></CopyPartResult>"});
+    m_server.next({200, "<CopyPartResult><ETag>b</ETag></CopyPartResult>"});
+    m_server.next(object("v"));
+    m_server.next(object("there"));
+    m_server.next({204});
+    EXPECT_THROW(m_client->copyObject("k", "v", "to", ExpectedObject::absent()), ResourceInUseException);
+    EXPECT_EQ(m_server.requests().at(1).header("content-type"), "text/html");
+    EXPECT_EQ(m_server.requests().at(3).header("x-amz-copy-source-range"), "bytes=5368709120-6442450943");
+    EXPECT_EQ(log(), (Log{"HEAD /k", "POST /to?uploads=", "PUT /to?partNumber=1&uploadId=u \"v\"",
+                          "PUT /to?partNumber=9&uploadId=u \"v\"", "HEAD /k", "HEAD /to", "DELETE /to?uploadId=u"}));
+}
+
+TEST_F(S3ClientTest, CredentialsAreAskedForAgainWhenTheyAreOver) {
+    int asked = 0;
+    S3Options options;
+    options.Bucket = "b";
+    options.Endpoint = m_server.url();
+    options.CredentialSource = [&asked] {
+        const auto lifetime = std::chrono::minutes(asked == 0 ? 1 : 60);
+        return S3Credentials{"key" + std::to_string(++asked), "s", {}, std::chrono::system_clock::now() + lifetime};
+    };
+    S3Client client(options);
+    const auto expectKey = [](const std::string& key) {
+        return [key](const ServedRequest& request) {
+            EXPECT_NE(request.header("authorization").find(key + '/'), std::string::npos) << key;
+            return key == "key2" ? error(400, "ExpiredToken") : Reply{204};
+        };
+    };
+    for (const auto* const key : {"key1", "key2", "key3", "key3"}) {
+        m_server.next(expectKey(key));
+    }
+    for (int round = 0; round < 3; ++round) {
+        client.deleteObject("k");
+    }
+    options.Anonymous = true;
+    m_server.next({204});
+    S3Client(options).deleteObject("k");
+    EXPECT_EQ(m_server.requests().back().header("authorization"), "");
+    EXPECT_EQ(asked, 3);
 }
 
 TEST_F(S3ClientTest, RunsAreCopiedInOneGoAndSmallOnesTravel) {

@@ -164,7 +164,7 @@ void ScriptedServer::serveOne(int connection) {
     bool hasLength = reply.Status == 204;
     for (const auto& header : reply.Headers) {
         answer += header + "\r\n";
-        hasLength = hasLength || header.starts_with("Content-Length");
+        hasLength = hasLength || header.starts_with("Content-Length") || header.starts_with("Transfer");
     }
     answer += (hasLength ? "" : "Content-Length: " + std::to_string(reply.Body.size()) + "\r\n") + std::string("\r\n");
     const bool isCut = reply.How == Reply::End::Truncate;
