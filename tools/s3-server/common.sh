@@ -81,7 +81,7 @@ S3_FOLDER=$FOLDER
 END
     case $KIND in
         ceph) printf 'S3_LACKS=copy-conditions\n' ;; # copies parts of any version
-        swift) printf 'S3_LACKS=tags\n' ;;
+        swift) printf 'S3_LACKS=put-conditions,tags\n' ;;
     esac
 }
 

@@ -38,7 +38,6 @@ S3Request partRequest(Bucket& bucket, const std::string& key, const UploadName& 
     return request;
 }
 
-// Small pieces at an object's start travel: the object may be so small that its ranges cannot be copied.
 std::string fetchAndSend(Bucket& bucket, const std::string& from, const std::string& version, const std::string& key,
                          const std::string& uploadId, const PartInfo& piece) {
     std::stringstream bytes;
@@ -46,24 +45,37 @@ std::string fetchAndSend(Bucket& bucket, const std::string& from, const std::str
     return sendPart(bucket, key, uploadId, piece, bytes);
 }
 
-std::string copyPiece(Bucket& bucket, const std::string& from, const std::string& version, const std::string& key,
-                      const std::string& uploadId, const PartInfo& piece) {
-    const auto end = piece.Offset + piece.Size;
-    if (end <= kSmallestPart) {
-        return fetchAndSend(bucket, from, version, key, uploadId, piece);
-    }
+std::string copyInStore(Bucket& bucket, const std::string& from, const std::string& version, const std::string& key,
+                        const std::string& uploadId, const PartInfo& piece) {
     const auto upload = UploadName::parse(uploadId);
     const auto etag = bucket.copyFrom(from, version, Bucket::Copied::Part, [&](const Fields& conditions) {
         auto request = partRequest(bucket, key, upload, piece);
         request.Headers = conditions;
         request.Headers.emplace_back("x-amz-copy-source", bucket.copySource(from));
-        request.Headers.emplace_back("x-amz-copy-source-range",
-                                     "bytes=" + std::to_string(piece.Offset) + '-' + std::to_string(end - 1));
+        request.Headers.emplace_back("x-amz-copy-source-range", "bytes=" + std::to_string(piece.Offset) + '-' +
+                                                                    std::to_string(piece.Offset + piece.Size - 1));
         request.Expected = S3Request::Answer::Xml;
         request.IsSlow = true;
         return toVersion(readElement(bucket.wire().send(std::move(request)).Http.Body, "ETag"));
     });
     return makeTag(etag, upload.Base);
+}
+
+// Small pieces at an object's start travel: the object may be so small that its ranges cannot be copied. Of one that
+// ends right there only the store knows whether there is more behind it.
+std::string copyPiece(Bucket& bucket, const std::string& from, const std::string& version, const std::string& key,
+                      const std::string& uploadId, const PartInfo& piece) {
+    const auto end = piece.Offset + piece.Size;
+    if (end >= kSmallestPart) {
+        try {
+            return copyInStore(bucket, from, version, key, uploadId, piece);
+        } catch (const S3Failure& failure) {
+            if (end > kSmallestPart || !failure.hasStatus(400)) {
+                throw;
+            }
+        }
+    }
+    return fetchAndSend(bucket, from, version, key, uploadId, piece);
 }
 
 // Neighbours together, each piece named by its first part.

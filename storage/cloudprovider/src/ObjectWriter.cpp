@@ -6,6 +6,8 @@
 #include "Trace.hpp"
 #include "translateException.hpp"
 
+#include <storage/cloudprovider/CloudException.hpp>
+
 #include <boost/iostreams/device/array.hpp>
 #include <boost/iostreams/stream.hpp>
 
@@ -77,6 +79,13 @@ void ObjectWriter::put(const char* data, std::uint64_t size, Bytes bytes) {
     try {
         io::stream<io::array_source> stream(attempt.data, static_cast<std::size_t>(size));
         version = m_context->client->putObjectOver(m_context->key, stream, size, expected);
+    } catch (const ResourceInUseException&) {
+        traceCaughtException();
+        attempt.data = nullptr;  // these bytes were refused: equal ones in the store are somebody else's
+        if (!canLook || !wasStored(std::move(attempt))) {
+            throw;
+        }
+        return;
     } catch (...) {
         traceCaughtException();
         if (!canLook || !wasStored(std::move(attempt))) {

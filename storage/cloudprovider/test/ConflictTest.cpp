@@ -125,6 +125,19 @@ TEST_F(ConflictTest, AReaderGetsOneVersionOrAFailureAndANewOpenerTheNewOne) {
 }
 
 // A store may refuse for other reasons than that the object was replaced; then the file goes on.
+// What a refusal finds in the store is the other writer's, even if it looks like ours.
+TEST_F(ConflictTest, TheSameBytesOfAnotherWriterAreNotOurs) {
+    startAnew(true);
+    m_client->store(m_key, "");
+    const auto ours = openFile(update(Options::WriteMode::Append));
+    write(ours, "line\n");
+    const auto theirs = anotherProcess()->openStream(m_file, update(Options::WriteMode::Append));
+    write(theirs, "line\n");
+    theirs->close();
+    EXPECT_EQ(errorCodeOf([&] { ours->close(); }), ErrorCode::InUse);
+    EXPECT_EQ(m_client->content(m_key), "line\n");
+}
+
 TEST_F(ConflictTest, AStoreThatIsBusyIsNoConflict) {
     storeOld(true);
     m_client->setFault([] { throw ResourceInUseException(); });

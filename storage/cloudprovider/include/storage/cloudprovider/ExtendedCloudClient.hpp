@@ -139,12 +139,14 @@ public:
     /// Store an object in one go, as putObject, if what is there is what is expected.
     ///
     /// Result   the version that was stored; empty: this store cannot tell.
-    /// Errors   ResourceInUseException when something else is there, which stays as it is.
+    /// Errors   ResourceInUseException when something else is there, which stays as it is. Never when that is what this
+    ///          very call stored: a client that asks again after a lost answer has to tell.
     virtual std::string putObjectOver(const std::string& key, std::istream& data, std::uint64_t size,
                                       const ExpectedObject& expected);
 
     /// Make the parts the object, as completeMultipartUpload, if what is there is what is expected. An upload that is
-    /// refused stays, for the caller to abort. describeObject answers the parts with the tags that were given here.
+    /// refused stays, for the caller to abort. As long as the caller cannot know whether it was stored, describeObject
+    /// answers the parts with the tags that were given here.
     ///
     /// Result   the version that was stored; empty: this store cannot tell.
     /// Errors   ResourceInUseException when something else is there, which stays as it is.
