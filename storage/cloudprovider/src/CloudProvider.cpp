@@ -13,6 +13,7 @@
 #include "listingPages.hpp"
 #include "translateException.hpp"
 
+#include <foundation/services/ExecutionContext.hpp>
 #include <foundation/services/Text.hpp>
 #include <storage/cloudprovider/CloudException.hpp>
 #include <storage/cloudprovider/utils.hpp>
@@ -83,6 +84,18 @@ void finish(FileTransfer& transfer, const StorageIRI& source, const StorageIRI& 
     namingFile(destination, [&] { transfer.closeBoth(); });
 }
 
+// Has the calling thread meet no interrupt as long as it lives.
+class WithoutInterrupts {
+public:
+    WithoutInterrupts() { foundation::setMainExecutionContext(false); }
+    WithoutInterrupts(const WithoutInterrupts&) = delete;
+    WithoutInterrupts& operator=(const WithoutInterrupts&) = delete;
+    ~WithoutInterrupts() { foundation::setMainExecutionContext(m_wasMain); }
+
+private:
+    const bool m_wasMain = foundation::isMainExecutionContext();
+};
+
 // What a copy may be stored over. That there is no destination was looked at before, but it may come meanwhile.
 ExpectedObject replacedUnder(bool replaces) {
     return replaces ? ExpectedObject::anything() : ExpectedObject::absent();
@@ -125,6 +138,7 @@ void CloudProvider::doCreateFile(const StorageIRI& iri) const {
     CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri);
     translatingErrors(iri, [&] {
         const auto key = keyOf(iri);
+        checkKeyLength(*m_client, key);
         if (key.empty() || m_client->getObjectInfo(key)) {
             throw ResourceAlreadyExistsException();
         }
@@ -216,6 +230,7 @@ void CloudProvider::doMoveFile(const StorageIRI& source, const StorageIRI& desti
         translateException(from);
     }
     doRemoveFile(from);
+    const WithoutInterrupts untilStored;  // there is no way back
     guard.run();
 }
 

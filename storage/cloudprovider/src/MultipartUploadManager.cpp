@@ -209,7 +209,7 @@ bool MultipartUploadManager::isActive() const {
     return m_uploadStarted || !m_queue.empty() || !m_runningParts.empty();
 }
 
-void MultipartUploadManager::transferOne() noexcept {
+std::size_t MultipartUploadManager::transferOne() noexcept {
     CLOUDPROVIDER_TRACE_FUNCTION();
     try {
         std::optional<RunningTask> running;
@@ -217,11 +217,11 @@ void MultipartUploadManager::transferOne() noexcept {
             const std::lock_guard lock(m_mutex);
             const auto task = findRunnable();
             if (m_hasFailed || m_queue.empty()) {
-                return;
+                return 0;
             }
             if (m_pooled == m_mostPooled || task == m_queue.end()) {
                 ++m_declined;
-                return;
+                return 0;
             }
             running.emplace(*this, task, RunningTask::Runner::Pool);
         }
@@ -230,7 +230,7 @@ void MultipartUploadManager::transferOne() noexcept {
     } catch (...) {
         traceCaughtException();  // the task is queued again, for somebody whom its failure can be told
     }
-    requestDeclined();
+    return takeDeclined();
 }
 
 void MultipartUploadManager::enqueueAndRun(std::uint64_t index, std::unique_ptr<PartTransfer> part) {
@@ -257,7 +257,7 @@ void MultipartUploadManager::runQueue(ChangedParts changedParts, std::size_t mos
         }
         running->run(changedParts);
         running.reset();
-        requestDeclined();
+        requestThreads(takeDeclined());
         if (isAfterFailure) {
             requestThreads(left);  // what was asked of the pool before came to nothing
         }
@@ -271,13 +271,9 @@ void MultipartUploadManager::requestThreads(std::size_t count) noexcept {
 }
 
 // A task has ended: what the pool could not run before it may run now.
-void MultipartUploadManager::requestDeclined() noexcept {
-    std::size_t declined = 0;
-    {
-        const std::lock_guard lock(m_mutex);
-        declined = std::exchange(m_declined, 0);
-    }
-    requestThreads(declined);
+std::size_t MultipartUploadManager::takeDeclined() noexcept {
+    const std::lock_guard lock(m_mutex);
+    return std::exchange(m_declined, 0);
 }
 
 // Until no task runs, or there is one that can be run.

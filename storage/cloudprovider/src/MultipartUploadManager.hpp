@@ -77,7 +77,7 @@ public:
     /// Whether an upload was started and has not ended, or a task is queued or runs.
     bool isActive() const;
 
-    void transferOne() noexcept override;
+    std::size_t transferOne() noexcept override;
 
 private:
     struct Task {
@@ -94,7 +94,7 @@ private:
     void enqueueAndRun(std::uint64_t index, std::unique_ptr<PartTransfer> part);
     void runQueue(ChangedParts changedParts, std::size_t mostLeft);
     void requestThreads(std::size_t count) noexcept;
-    void requestDeclined() noexcept;
+    std::size_t takeDeclined() noexcept;
     void waitForTasks();
 
     std::string acquireUploadId();

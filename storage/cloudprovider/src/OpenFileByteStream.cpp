@@ -157,6 +157,7 @@ std::int64_t OpenFileByteStream::doWrite(const char* data, std::int64_t count) {
     const auto wanted = boost::numeric_cast<std::uint64_t>(count);
     requireOpen();
     giveInvalidDeviceBack();
+    m_partManager->checkRoomFor(m_writeMode == WriteMode::Append ? m_partManager->getFileSize() : m_fileOffset, wanted);
     m_partManager->rerunFailedUploads();
 
     PositionGuard position(m_fileOffset);

@@ -222,6 +222,9 @@ OpenFileManager::Acquired OpenFileManager::makePartManager(const StorageIRI& iri
     const auto context = makeContext(iri, client, opening.engine);
     auto manager = std::make_shared<OpenPartManager>(context, opening.engine.pool);
     const bool mustExist = opening.presence == Presence::Required;
+    if (!mustExist) {
+        checkKeyLength(*context->client, context->key);
+    }
     bool isKnownToExist = mustExist;
     if (opening.existingContent == ExistingContent::Preserve) {
         isKnownToExist = manager->initPreserveExisting(mustExist);
@@ -232,7 +235,6 @@ OpenFileManager::Acquired OpenFileManager::makePartManager(const StorageIRI& iri
         }
     }
     if (!isKnownToExist) {
-        checkKeyLength(*context->client, context->key);
         context->client->checkObjectName(foundation::toUtf8(iri.getName()));
     }
     return {std::move(manager), true, context->version.get()};

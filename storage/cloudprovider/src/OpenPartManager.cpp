@@ -98,8 +98,7 @@ bool OpenPartManager::initPreserveExisting(bool requirePresent) {
     parts.reserve(layout.size());
     for (auto& info : layout) {
         const bool isLast = parts.size() + 1 == layout.size();
-        const auto growsTo = isLast ? std::min(m_newParts.firstSize(), remainingAfter(info.Offset)) : 0;
-        const auto capacity = std::max(info.Size, growsTo);
+        const auto capacity = isLast ? m_newParts.grownCapacityOf(info.Size, info.Offset) : info.Size;
         parts.push_back(
             std::make_shared<OpenPartBuffer>(std::move(info), LocalDataVersion::CLOUD, capacity, m_context));
     }
@@ -149,6 +148,10 @@ std::uint64_t OpenPartManager::getFileSize() const {
     CLOUDPROVIDER_TRACE_FUNCTION();
     const std::lock_guard lock(m_partsMutex);
     return m_parts.back()->end();
+}
+
+void OpenPartManager::checkRoomFor(std::uint64_t fileOffset, std::uint64_t count) const {
+    m_newParts.checkFileSize(saturatingAdd(fileOffset, count), m_context->key);
 }
 
 std::uint64_t OpenPartManager::findPartIndex(std::uint64_t fileOffset) const {

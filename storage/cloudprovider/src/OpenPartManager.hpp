@@ -75,6 +75,9 @@ public:
 
     std::uint64_t getFileSize() const;
 
+    /// UnsupportedOperationException when the store takes no object that has so many bytes at that offset.
+    void checkRoomFor(std::uint64_t fileOffset, std::uint64_t count) const;
+
     /// Index of the part that holds an offset. Offsets behind the table belong to parts of the context's part
     /// size that are yet to be made.
     std::uint64_t findPartIndex(std::uint64_t fileOffset) const;

@@ -25,6 +25,11 @@ std::uint64_t choosePartsOfOneSize(const StoreLimits& limits, std::uint64_t firs
     return std::max<std::uint64_t>(left * kPercent / 100, 1);
 }
 
+[[noreturn]] void throwTooLarge(const std::string& key, const std::string& limit) {
+    throw UnsupportedOperationException(
+        foundation::storage::provider::ExceptionContext(key + " would need more than " + limit));
+}
+
 }  // namespace
 
 PartSizes::PartSizes(std::uint64_t partSize, const StoreLimits& limits, std::uint64_t firstIndex)
@@ -36,13 +41,22 @@ PartSizes::PartSizes(std::uint64_t partSize, const StoreLimits& limits, std::uin
       m_partsOfOneSize(choosePartsOfOneSize(limits, firstIndex)) {}
 
 std::uint64_t PartSizes::capacityOf(std::uint64_t index, std::uint64_t offset, const std::string& key) const {
-    if (index >= m_mostParts || offset >= m_mostBytes) {
-        const auto limit =
-            index >= m_mostParts ? std::to_string(m_mostParts) + " parts" : std::to_string(m_mostBytes) + " bytes";
-        throw UnsupportedOperationException(
-            foundation::storage::provider::ExceptionContext(key + " would need more than " + limit));
+    if (index >= m_mostParts) {
+        throwTooLarge(key, std::to_string(m_mostParts) + " parts");
     }
+    checkFileSize(saturatingAdd(offset, 1), key);
     return std::min({sizeOf(index), m_mostBytes - offset, remainingAfter(offset)});
+}
+
+std::uint64_t PartSizes::grownCapacityOf(std::uint64_t size, std::uint64_t offset) const {
+    const auto left = m_mostBytes - std::min(offset, m_mostBytes);
+    return std::max(size, std::min({m_firstSize, left, remainingAfter(offset)}));
+}
+
+void PartSizes::checkFileSize(std::uint64_t size, const std::string& key) const {
+    if (size > m_mostBytes) {
+        throwTooLarge(key, std::to_string(m_mostBytes) + " bytes");
+    }
 }
 
 std::uint64_t PartSizes::indexBehind(std::uint64_t from, std::uint64_t distance) const {

@@ -18,8 +18,11 @@ public:
     ///          of the first part that writing may add.
     PartSizes(std::uint64_t partSize, const StoreLimits& limits, std::uint64_t firstIndex = 0);
 
-    /// What the last part of a stored file may grow to, in bytes, unless it is larger already.
-    std::uint64_t firstSize() const { return m_firstSize; }
+    /// What the last part of a stored file, which has that size and begins at offset, may grow to, in bytes.
+    std::uint64_t grownCapacityOf(std::uint64_t size, std::uint64_t offset) const;
+
+    /// UnsupportedOperationException, naming the file, when the store takes no object of so many bytes.
+    void checkFileSize(std::uint64_t size, const std::string& key) const;
 
     /// Room of the part of that index that begins at offset, in bytes.
     ///

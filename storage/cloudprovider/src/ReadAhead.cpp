@@ -51,13 +51,13 @@ std::vector<OpenPartHold> ReadAhead::want(const std::vector<Part>& parts) {
     return dropped;
 }
 
-void ReadAhead::transferOne() noexcept {
+std::size_t ReadAhead::transferOne() noexcept {
     CLOUDPROVIDER_TRACE_FUNCTION();
     std::unique_lock lock(m_mutex);
     const auto slot =
         std::find_if(m_slots.begin(), m_slots.end(), [](const Slot& each) { return each.state == State::Queued; });
     if (slot == m_slots.end()) {
-        return;
+        return 0;
     }
     slot->state = State::Fetching;
     lock.unlock();
@@ -68,6 +68,7 @@ void ReadAhead::transferOne() noexcept {
         traceCaughtException();
     }
     finish(slot, std::move(hold));
+    return 0;
 }
 
 // Keeps what was fetched, unless the stream has gone elsewhere meanwhile.

@@ -29,7 +29,7 @@ public:
     /// What is being fetched and no longer wanted is given up when it arrives.
     std::vector<OpenPartHold> want(const std::vector<Part>& parts);
 
-    void transferOne() noexcept override;
+    std::size_t transferOne() noexcept override;
 
 private:
     enum class State { Queued, Fetching, Kept };

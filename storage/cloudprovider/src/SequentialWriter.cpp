@@ -4,6 +4,7 @@
 #include "Buffer.hpp"
 #include "ObjectWriter.hpp"
 #include "Trace.hpp"
+#include "saturatingAdd.hpp"
 #include "translateException.hpp"
 
 #include <storage/cloudprovider/PartInfo.hpp>
@@ -131,6 +132,8 @@ std::int64_t SequentialWriter::doWrite(const char* data, std::int64_t count) {
     CLOUDPROVIDER_TRACE_ARGUMENTS(" n=", count);
     const auto wanted = boost::numeric_cast<std::uint64_t>(count);
     requireOpen();
+    const auto size = m_part ? m_part->info.Offset + m_part->info.Size : 0;
+    m_partSizes.checkFileSize(saturatingAdd(size, wanted), m_context->key);
     std::uint64_t total = 0;
     try {
         while (total < wanted) {

@@ -29,14 +29,14 @@ TransferPool::~TransferPool() {
 void TransferPool::request(const std::shared_ptr<TransferSource>& source, std::size_t count) noexcept {
     CLOUDPROVIDER_TRACE_FUNCTION();
     try {
-        addRequest(source, count);
+        const std::lock_guard lock(m_mutex);
+        addRequestLocked(source, count);
     } catch (...) {
         traceCaughtException();
     }
 }
 
-void TransferPool::addRequest(const std::shared_ptr<TransferSource>& source, std::size_t count) {
-    const std::lock_guard lock(m_mutex);
+void TransferPool::addRequestLocked(const std::shared_ptr<TransferSource>& source, std::size_t count) {
     const auto known = std::find_if(m_requests.begin(), m_requests.end(),
                                     [&](const Request& request) { return request.source == source; });
     if (known != m_requests.end()) {
@@ -69,10 +69,19 @@ void TransferPool::work() {
             m_requests.push_back(std::move(request));  // the room of the one taken out: it cannot fail
         }
         lock.unlock();
-        source->transferOne();
-        source.reset();  // it may be the last owner
+        const auto more = source->transferOne();
         lock.lock();
         ++m_idle;
+        if (more != 0 && !m_isEnding) {
+            try {
+                addRequestLocked(source, more);
+            } catch (...) {
+                traceCaughtException();
+            }
+        }
+        lock.unlock();
+        source.reset();  // it may be the last owner
+        lock.lock();
     }
 }
 

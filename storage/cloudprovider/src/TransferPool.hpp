@@ -16,8 +16,9 @@ class TransferSource {
 public:
     virtual ~TransferSource() = default;
 
-    /// Make one transfer, if there is still one to make.
-    virtual void transferOne() noexcept = 0;
+    /// Make one transfer, if there is still one to make. Result: how many more the pool shall ask for. A thread of the
+    /// pool must not ask the pool itself: it might become its last owner.
+    virtual std::size_t transferOne() noexcept = 0;
 
 protected:
     TransferSource() = default;
@@ -49,7 +50,7 @@ private:
         std::size_t count;
     };
 
-    void addRequest(const std::shared_ptr<TransferSource>& source, std::size_t count);
+    void addRequestLocked(const std::shared_ptr<TransferSource>& source, std::size_t count);
     void work();
 
     const std::size_t m_mostThreads;

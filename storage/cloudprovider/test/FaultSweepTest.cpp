@@ -66,6 +66,8 @@ bool attempt(Step step) {
 
 class FaultSweepTest : public EngineTest {
 protected:
+    FaultSweepTest() { allowLeftDescriptors(); }
+
     struct Scenario {
         const char* name;
         std::vector<std::uint64_t> storedParts;  // sizes; one: stored whole, none: absent

@@ -69,11 +69,38 @@ TEST_F(LimitsTest, PartsGrowWhereTheStoreTakesFewUpToTheLargestObject) {
     stream->close();
 
     m_client->storeParts(m_key, "0123456789", {5, 5});
+    m_client->clearCalls();
     const auto growing = openFile(update());
     growing->seek(50, std::ios_base::beg);  // the stored parts first, then those that are added
     write(growing, "x");
     growing->close();
     EXPECT_EQ(m_client->content(m_key), "0123456789" + std::string(40, '\0') + "x");
+    EXPECT_EQ(sentSizes(), (std::vector<std::uint64_t>{8, 8, 16, 14})) << "the last stored part, then as in a new file";
+}
+
+TEST_F(LimitsTest, AWriteThatGoesBeyondTheLargestObjectSendsAndTakesNothing) {
+    StoreLimits limits;
+    limits.LargestObject = 20;
+    limits.LargestPut = 6;
+    startWith(limits);
+    m_client->storeParts("folder/stored", "012345678", {5, 4});
+    for (const char16_t* const path : {u"/folder/file", u"/folder/stored"}) {
+        for (const bool isSequential : {false, true}) {
+            const IRI file(path);
+            const auto stream = isSequential ? openSequentialWriter(*m_provider, file)
+                                             : m_provider->openStream(file, update(Options::WriteMode::Append));
+            m_client->clearCalls();
+            EXPECT_EQ(errorCodeOf([&] { write(stream, std::string(21, 'x')); }), ErrorCode::Unsupported);
+            EXPECT_EQ(m_client->callCount(), 0U);
+            const auto size = isSequential ? std::streamoff{0} : std::streamoff{stream->seek(0, std::ios_base::end)};
+            write(stream, std::string(static_cast<std::size_t>(20 - size), 'y'));
+            EXPECT_EQ(errorCodeOf([&] { write(stream, "x"); }), ErrorCode::Unsupported);
+            stream->close();
+            EXPECT_EQ(m_provider->getFileAttributes(file).getSize().value(), 20U);
+            m_provider->removeFile(file);
+            m_client->storeParts("folder/stored", "012345678", {5, 4});
+        }
+    }
 }
 
 TEST_F(LimitsTest, TheLargestObjectOfS3FitsIntoItsParts) {
@@ -107,8 +134,8 @@ TEST_F(LimitsTest, TheLargestObjectOfS3FitsIntoItsParts) {
 TEST_F(LimitsTest, KeysThatAreTooLongAreRefusedBeforeAnythingIsStored) {
     StoreLimits limits;
     limits.LongestKey = 11;
-    startWith(limits);
     m_options.copyInStore = true;
+    startWith(limits);
     const IRI fits(u"/folder/file");
     const IRI tooLong(u"/folder/files");
     write(openFile(replace()), "x");

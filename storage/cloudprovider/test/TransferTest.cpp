@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "EngineTest.hpp"
 #include "ScopedMainContext.hpp"
+#include "TraceGate.hpp"
 
 #include <foundation/services/InterruptState.hpp>
 #include <storage/cloudprovider/abandonStream.hpp>
 #include <storage/cloudprovider/buildCloudProvider.hpp>
+#include <storage/cloudprovider/openSequentialWriter.hpp>
 #include <storage/cloudprovider/storeStream.hpp>
 #include <storage/cloudprovider/testing/VersionedFakeClient.hpp>
 
@@ -19,6 +21,7 @@
 namespace storage::cloudprovider::test {
 
 using foundation::storage::provider::ErrorCode;
+using foundation::storage::provider::ReplacementPolicy;
 using When = CallControl::When;
 
 // Transfers that a pool of threads makes.
@@ -205,6 +208,38 @@ TEST_F(TransferTest, AProviderMayGoWhileItsFilesAreStillSent) {
     writing.get();
     stream.reset();  // which closes it
     EXPECT_EQ(m_client->content(m_key), bytesOf(9));
+}
+
+// Once the source has gone there is no way back: what waits for the pool then looks at no interrupt.
+TEST_F(TransferTest, AnInterruptAtTheEndOfAMoveLosesNothing) {
+    startWith(2);
+    m_client->storeParts("folder/source", bytesOf(3), std::vector<std::uint64_t>(3, kPartSize));
+    TraceGate gate("MultipartUploadManager::uploadPart");
+    auto moving = std::async(std::launch::async, [&] {
+        const ScopedMainContext context;
+        m_provider->moveFile(IRI(u"/folder/source"), m_file, ReplacementPolicy::Replace);
+    });
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::minutes(1);
+    while (m_client->count("deleteObject") == 0 && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::yield();
+    }
+    foundation::utInterruptState::RequestInterrupt();
+    std::this_thread::sleep_for(std::chrono::milliseconds(250));  // longer than waits go without a look
+    gate.open();
+    EXPECT_EQ(errorCodeOf([&] { moving.get(); }), std::nullopt);
+    EXPECT_EQ(m_client->content(m_key), bytesOf(3));
+}
+
+// Whoever lets a provider go right after its last transfer may do so before the thread that made it has come back.
+TEST_F(TransferTest, NoThreadOfThePoolJoinsItself) {
+    for (int round = 0; round < 5000; ++round) {
+        startWith(4);
+        auto stream = openSequentialWriter(*m_provider, m_file);
+        write(stream, bytesOf(4) + "x");
+        EXPECT_TRUE(abandonStream(*stream));
+        stream.reset();
+        m_provider.reset();
+    }
 }
 
 // Objects that are destroyed when the process ends may hold streams; whose they are has gone by then.

@@ -15,8 +15,8 @@ namespace storage::cloudprovider {
 ///
 /// The stream cannot be read, nor be given another position. Closing it replaces whatever is stored, and so does
 /// destroying it; until then the file is the old one, or absent. abandonStream gives it up; storeStream fails with
-/// Unsupported. When closing fails nothing is stored, or everything if only the answer was lost and the store could not
-/// be asked; the stream is closed all the same.
+/// Unsupported. When closing fails nothing is stored, or everything if only the answer was lost; the stream is closed
+/// all the same.
 ///
 /// While it is open the file belongs to it: whoever opens, removes or moves the file gets InUse.
 ///
