@@ -21,7 +21,6 @@ namespace storage::cloudprovider {
 
 using foundation::storage::provider::ExceptionContext;
 using s3::Bucket;
-using s3::ObjectHead;
 
 namespace {
 

@@ -73,7 +73,8 @@ TEST(S3ServerTest, AnEditByCopiesKeepsWhatAnotherClientStored) {
     if (!lacks("tags")) {
         request.Headers.emplace_back("x-amz-tagging", "a=1&b%20c=2");
     }
-    const std::string old(11'000'000, 'x');
+    std::string old;
+    old.resize(11'000'000, 'x');
     request.Body = old;
     other.wire().send(request);
     const auto before = other.head("k").value();
@@ -132,7 +133,7 @@ TEST(S3ServerTest, OddKeysAreStoredListedAndRemovedTogether) {
         listed.push_back(entry.Key);
     }
     EXPECT_EQ(listed, keys);
-    keys.push_back("was never there");
+    keys.emplace_back("was never there");
     client.deleteObjects(keys);
     EXPECT_TRUE(client.listObjects("", token, {}).empty());
 }
