@@ -18,7 +18,6 @@ namespace storage::cloudprovider::test {
 using foundation::storage::provider::ErrorCode;
 using foundation::storage::provider::IProvider;
 using foundation::storage::provider::ReplacementPolicy;
-using foundation::storage::provider::StorageIRI;
 
 class SequentialWriterTest : public EngineTest {
 protected:

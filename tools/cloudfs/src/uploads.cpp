@@ -22,7 +22,6 @@ namespace cloudfs {
 using boost::posix_time::second_clock;
 using boost::posix_time::time_duration;
 using storage::cloudprovider::CloudException;
-using storage::cloudprovider::ExtendedCloudClient;
 using storage::cloudprovider::UnfinishedUpload;
 
 namespace {
