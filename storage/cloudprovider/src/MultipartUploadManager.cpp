@@ -166,6 +166,11 @@ void MultipartUploadManager::joinUploads() {
 
 void MultipartUploadManager::rerunFailedUploads() {
     CLOUDPROVIDER_TRACE_FUNCTION();
+    runQueue(ChangedParts::MustNotFail, mostLeft());
+}
+
+void MultipartUploadManager::makeRoom() {
+    CLOUDPROVIDER_TRACE_FUNCTION();
     runQueue(ChangedParts::MustNotFail, m_poolThreads);
 }
 
@@ -235,7 +240,7 @@ std::size_t MultipartUploadManager::transferOne() noexcept {
 
 void MultipartUploadManager::enqueueAndRun(std::uint64_t index, std::unique_ptr<PartTransfer> part) {
     queuePart(index, std::move(part));
-    runQueue(ChangedParts::MustNotFail, m_poolThreads);
+    runQueue(ChangedParts::MustNotFail, mostLeft());
 }
 
 // Runs tasks on the calling thread while more than so many are left, queued or running, and after a failure.

@@ -22,12 +22,14 @@ namespace storage::cloudprovider {
 
 /// The multipart upload of one open object: started when the first part is sent or reused, ended by complete or cancel.
 ///
-/// The queue is worked on by the pool's threads; when queued and running tasks exceed those, whoever adds one works,
-/// too: without a pool until the queue is empty. A part is queued at most once; what is sent of it is decided when its
-/// task starts. A task that fails goes back to the front of the queue before its failure leaves, and the pool stops
-/// working on the queue: whoever next adds a task, reruns or joins tries it again, and gets the failure if it lasts.
-/// Tasks of one part never run at once. A task takes no gate, owns no part manager and waits for no other task. Of the
-/// pool's threads no more work at once than the store says are useful.
+/// The queue is worked on by the pool's threads; when twice as many tasks as those are queued or run, whoever adds one
+/// more works, too, and the threads do not run out of tasks meanwhile: without a pool until the queue is empty. A part
+/// is queued at most once; what is sent of it is decided when its task starts. A task that fails goes back to the front
+/// of the queue before its failure leaves, and the pool stops working on the queue: whoever next adds a task, reruns or
+/// joins tries it again, and gets the failure if it lasts. Tasks of one part never run at once. A task takes no gate,
+/// owns no part manager and waits for no other task. Of the pool's threads no more work at once than the store says are
+/// useful.
+///
 /// Errors   what the client throws, out of whichever operation ran the queue.
 /// Threads  any. Waiting for tasks that others run looks at the host's interrupt.
 class MultipartUploadManager : public TransferSource, public std::enable_shared_from_this<MultipartUploadManager> {
@@ -61,6 +63,9 @@ public:
 
     /// Run what is queued, which without concurrent callers is what failed before. Failures as in asyncUploadPart.
     void rerunFailedUploads();
+
+    /// The same, and run tasks until no more are left than the pool has threads.
+    void makeRoom();
 
     /// Complete the upload with these parts, in order and with their tags, over what is expected; answers the version
     /// that was stored. Does nothing when no upload was started. When it fails the upload is left for cancel.
@@ -96,6 +101,9 @@ private:
     void requestThreads(std::size_t count) noexcept;
     std::size_t takeDeclined() noexcept;
     void waitForTasks();
+
+    // Tasks that may be queued or run before a caller works: enough to keep the pool at work while he does.
+    std::size_t mostLeft() const noexcept { return 2 * m_poolThreads; }
 
     std::string acquireUploadId();
 

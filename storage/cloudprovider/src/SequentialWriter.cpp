@@ -187,7 +187,7 @@ std::uint64_t SequentialWriter::append(const char* data, std::uint64_t count) {
 
 void SequentialWriter::beginNextPart() {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    m_upload->rerunFailedUploads();  // makes room, too
+    m_upload->makeRoom();
     auto next = makeNextPart();
     if (m_part) {
         queuePart();
