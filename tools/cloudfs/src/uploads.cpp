@@ -14,11 +14,11 @@
 
 #include <algorithm>
 #include <charconv>
-#include <optional>
 #include <vector>
 
 namespace cloudfs {
 
+using boost::posix_time::ptime;
 using boost::posix_time::second_clock;
 using boost::posix_time::time_duration;
 using storage::cloudprovider::CloudException;
@@ -58,8 +58,8 @@ time_duration parseAge(const std::string& text) {
 }
 
 // One of unknown age counts as new: somebody may be at work on it. The store's clock may be ahead of ours.
-bool isOld(const UnfinishedUpload& upload, const std::optional<time_duration>& age) {
-    return !age || (!upload.Started.is_special() && second_clock::universal_time() - upload.Started >= *age);
+bool isOld(const UnfinishedUpload& upload, const ptime& latest) {
+    return latest.is_special() || (!upload.Started.is_special() && upload.Started <= latest);
 }
 
 // Of the file that the path names, or of one below it.
@@ -88,7 +88,8 @@ void writeUpload(StandardOutput& output, const UnfinishedUpload& upload) {
 }  // namespace
 
 void showUploads(const Session& session, const UploadsRequest& request) {
-    const auto age = request.olderThan.empty() ? std::nullopt : std::optional(parseAge(request.olderThan));
+    const auto latest =
+        request.olderThan.empty() ? ptime() : second_clock::universal_time() - parseAge(request.olderThan);
     const auto key = storage::cloudprovider::utils::iriToKey(StorePath(request.path).iri());
     const auto client = session.openClient(MissingStore::Refuse);
     StandardOutput output;
@@ -97,7 +98,7 @@ void showUploads(const Session& session, const UploadsRequest& request) {
         foundation::utInterruptState::ThrowIfInterruptPending();
         const auto page = namingStore(session, [&] { return client->listUploads(key, token); });
         for (const auto& upload : page) {
-            if (!isMeant(upload, key) || !isOld(upload, age)) {
+            if (!isMeant(upload, key) || !isOld(upload, latest)) {
                 continue;
             }
             if (request.isAborting) {
