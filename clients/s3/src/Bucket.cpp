@@ -160,22 +160,29 @@ std::string Bucket::copyFrom(const std::string& key, const std::string& version,
     if (version.empty()) {
         return send({});
     }
+    const auto requireSourceAfter = [&](const S3Failure& failure) {
+        if (failure.hasStatus(412) || failure.hasStatus(416) || failure.hasStatus(400) || failure.isAbsence()) {
+            requireSource(key, version);
+        }
+    };
     if (m_conditions.areKnownOfSources()) {
         try {
             return send({{"x-amz-copy-source-if-match", '"' + version + '"'}});
         } catch (const S3Failure& failure) {
-            const bool mayBeOfSource =
-                failure.hasStatus(412) || failure.hasStatus(416) || failure.hasStatus(400) || failure.isAbsence();
-            if (mayBeOfSource) {
-                requireSource(key, version);
-            }
+            requireSourceAfter(failure);
             if (!failure.hasStatus(412) || what == Copied::ConditionalObject) {
                 throw;
             }
             m_conditions.refuseOfSources();
         }
     }
-    auto etag = send({});
+    std::string etag;
+    try {
+        etag = send({});
+    } catch (const S3Failure& failure) {
+        requireSourceAfter(failure);
+        throw;
+    }
     if (what == Copied::Part) {
         requireSource(key, version);
     }

@@ -29,6 +29,7 @@ constexpr std::size_t kLongestKey = 1024;
 constexpr std::size_t kDeletedAtOnce = 1000;
 // AWS S3 user guide, multipart upload limits.
 constexpr std::uint64_t kSmallestPart = 5 * 1024 * 1024;
+constexpr std::uint64_t kLargestObject = std::uint64_t{5} << 40;  // 5 TiB
 constexpr std::uint64_t kMostParts = 10'000;
 
 }  // namespace
@@ -275,6 +276,7 @@ StoreLimits S3Client::limits() const {
     limits.SmallestPart = kSmallestPart;
     limits.LargestPart = s3::kLargestPart;
     limits.MostParts = kMostParts;
+    limits.LargestObject = kLargestObject;
     limits.LargestPut = s3::kLargestPart;
     limits.LongestKey = kLongestKey - std::min(kLongestKey, options.KeyPrefix.size());
     limits.DeletedAtOnce = kDeletedAtOnce;

@@ -127,6 +127,10 @@ protected:
         ADD_FAILURE() << "in use for ever: " << line;
     }
 
+    // Of Swift's objects listings tell later, the more so when it is disturbed, and what is there is looked up before
+    // it is replaced.
+    static bool isConsistent() { return setting("S3_SERVER") != "swift"; }
+
     void appendLines(const std::function<std::shared_ptr<S3Client>()>& makeClient) {
         if (setting("S3_SERVER") != "ceph") {
             GTEST_SKIP() << "this server knows no condition of a put";
@@ -163,6 +167,9 @@ protected:
 };
 
 TEST_F(S3FaultTest, StreamsOfOneFileBehaveLikeAPlainText) {
+    if (!isConsistent()) {
+        GTEST_SKIP() << "this server's conditions leave a window";
+    }
     for (const auto seed : seeds(4)) {
         SCOPED_TRACE("MODEL_SEED=" + std::to_string(seed));
         const FaultProxy proxy(unreliable(seed));
@@ -185,6 +192,9 @@ TEST_F(S3FaultTest, StreamsOfOneFileBehaveLikeAPlainText) {
 }
 
 TEST_F(S3FaultTest, FilesAndFoldersBehaveLikeAPlainMap) {
+    if (!isConsistent()) {
+        GTEST_SKIP() << "this server's listings follow its objects later";
+    }
     for (const auto seed : seeds(2)) {
         SCOPED_TRACE("MODEL_SEED=" + std::to_string(seed));
         for (const auto& [key, bytes] : contentsOf(*m_store)) {
