@@ -81,11 +81,11 @@ void ObjectWriter::put(const char* data, std::uint64_t size, Bytes bytes) {
         version = m_context->client->putObjectOver(m_context->key, stream, size, expected);
     } catch (const ResourceInUseException&) {
         traceCaughtException();
-        attempt.data = nullptr;  // these bytes were refused: equal ones in the store are somebody else's
-        if (!canLook || !wasStored(std::move(attempt))) {
-            throw;
+        if (canLook) {
+            attempt.data = nullptr;  // refused bytes are not stored: equal ones in the store are somebody else's
+            wasStored(std::move(attempt));
         }
-        return;
+        throw;
     } catch (...) {
         traceCaughtException();
         if (!canLook || !wasStored(std::move(attempt))) {
