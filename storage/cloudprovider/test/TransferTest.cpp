@@ -232,7 +232,7 @@ TEST_F(TransferTest, AnInterruptAtTheEndOfAMoveLosesNothing) {
 
 // Whoever lets a provider go right after its last transfer may do so before the thread that made it has come back.
 TEST_F(TransferTest, NoThreadOfThePoolJoinsItself) {
-    for (int round = 0; round < 5000; ++round) {
+    for (int round = 0; round < 1000; ++round) {
         startWith(4);
         auto stream = openSequentialWriter(*m_provider, m_file);
         write(stream, bytesOf(4) + "x");
