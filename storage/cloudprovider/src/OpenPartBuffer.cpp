@@ -282,7 +282,7 @@ void OpenPartBuffer::forgetUpload() noexcept {
 std::optional<PartInfo> OpenPartBuffer::storedRecord() const {
     CLOUDPROVIDER_TRACE_FUNCTION();
     const std::lock_guard lock(m_mutex);
-    if (m_localDataVersion != LocalDataVersion::CLOUD || m_storedSize == 0) {
+    if (m_localDataVersion != LocalDataVersion::CLOUD || m_uploaded || m_storedSize == 0) {
         return std::nullopt;
     }
     return m_info;

@@ -96,7 +96,8 @@ public:
     /// part now is not known.
     void forgetUpload() noexcept;
 
-    /// The record of the stored bytes, for a part that has not been changed; nothing for one that has, or is empty.
+    /// The record of the stored bytes, for a part that has not been changed since; nothing for one that has, whether it
+    /// was sent or not, or is empty.
     std::optional<PartInfo> storedRecord() const;
 
     /// The record to complete the running upload with; nothing when the upload does not have the part.

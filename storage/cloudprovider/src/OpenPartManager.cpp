@@ -283,7 +283,6 @@ void OpenPartManager::flushSinglePartFile(const Part& part, ObjectWriter::Bytes 
 
 void OpenPartManager::flushMultiPartFile(const std::vector<Part>& parts) {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    m_uploadManager->joinUploads();
     std::vector<Part> stored;  // stores refuse parts without bytes
     std::copy_if(parts.begin(), parts.end(), std::back_inserter(stored),
                  [](const Part& part) { return part->size() != 0; });
@@ -298,8 +297,9 @@ void OpenPartManager::flushMultiPartFile(const std::vector<Part>& parts) {
     if (!isChanged) {
         return;
     }
-    m_uploadManager->joinUploads();  // until its task has begun a changed part has the record of its former bytes
     const auto runs = std::make_shared<ReusedRuns>();
+    scheduleReuse(stored, runs);     // the store copies what was not changed while the rest travels
+    m_uploadManager->joinUploads();  // until its task has begun a changed part has the record of its former bytes
     transferMissing(stored, runs);
 
     std::vector<PartInfo> records;
@@ -340,21 +340,30 @@ void OpenPartManager::transferMissing(const std::vector<Part>& parts, const std:
             throw UnknownErrorException(
                 ExceptionContext("parts of " + m_context->key + " failed to be sent while they were changed"));
         }
-        std::vector<Part> run;
+        scheduleReuse(missing, runs);
         for (const auto& part : missing) {
-            const bool isStored = part->storedRecord().has_value();
-            if (!run.empty() && !(isStored && isNextOfRun(*run.back(), *part))) {
-                scheduleRun(std::exchange(run, {}), runs);
-            }
-            if (isStored) {
-                run.push_back(part);
-            } else {
+            if (!part->storedRecord()) {
                 scheduleUpload(part);
             }
         }
-        scheduleRun(std::move(run), runs);
         m_uploadManager->joinUploads();
     }
+}
+
+// In runs of neighbours, each of which is one piece of the new object.
+void OpenPartManager::scheduleReuse(const std::vector<Part>& parts, const std::shared_ptr<ReusedRuns>& runs) {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    std::vector<Part> run;
+    for (const auto& part : parts) {
+        const bool isStored = part->storedRecord().has_value();
+        if (!run.empty() && !(isStored && isNextOfRun(*run.back(), *part))) {
+            scheduleRun(std::exchange(run, {}), runs);
+        }
+        if (isStored) {
+            run.push_back(part);
+        }
+    }
+    scheduleRun(std::move(run), runs);
 }
 
 void OpenPartManager::scheduleRun(std::vector<Part> run, const std::shared_ptr<ReusedRuns>& runs) {

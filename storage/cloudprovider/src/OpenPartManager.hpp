@@ -110,6 +110,7 @@ private:
     void flushSinglePartFile(const Part& part, ObjectWriter::Bytes bytes);
     void flushMultiPartFile(const std::vector<Part>& parts);
     void transferMissing(const std::vector<Part>& parts, const std::shared_ptr<ReusedRuns>& runs);
+    void scheduleReuse(const std::vector<Part>& parts, const std::shared_ptr<ReusedRuns>& runs);
     void scheduleRun(std::vector<Part> run, const std::shared_ptr<ReusedRuns>& runs);
     void scheduleUpload(const Part& part);
     void keepInCache(const Part& part) noexcept;

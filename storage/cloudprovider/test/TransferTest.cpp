@@ -90,6 +90,23 @@ TEST_F(TransferTest, PartsAreSentAtOnce) {
     EXPECT_EQ(m_client->content(m_key), bytesOf(12));
 }
 
+TEST_F(TransferTest, WhatWasNotChangedIsCopiedWhileTheRestIsSent) {
+    startWith(2);
+    m_client->storeParts(m_key, bytesOf(3), std::vector<std::uint64_t>(3, kPartSize));
+    const auto stream = openFile(update());
+    stream->seek(kPartSize, std::ios_base::beg);
+    write(stream, "X");
+    auto& sending = m_client->gate("uploadPart");
+    auto& copying = m_client->gate("copyPart");
+    auto storing = std::async(std::launch::async, [&] { stream->close(); });
+    EXPECT_TRUE(sending.waitForArrivals(1));
+    EXPECT_TRUE(copying.waitForArrivals(1));
+    copying.open();
+    sending.open();
+    storing.get();
+    EXPECT_EQ(m_client->content(m_key), bytesOf(3).replace(kPartSize, 1, "X"));
+}
+
 TEST_F(TransferTest, NoMoreThreadsSendThanAreUseful) {
     FakeCloudClient::Options options;
     options.limits.UsefulUploads = 1;
