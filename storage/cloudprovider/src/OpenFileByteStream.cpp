@@ -116,8 +116,7 @@ void OpenFileByteStream::requireOpen() const {
 }
 
 std::int64_t OpenFileByteStream::doRead(char* buffer, std::int64_t count) {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    CLOUDPROVIDER_TRACE_ARGUMENTS(" n=", count);
+    CLOUDPROVIDER_TRACE_CALL(" n=", count);
     const auto wanted = boost::numeric_cast<std::uint64_t>(count);
     failIfClosed<ByteStreamReadFailure>(m_partManager);
 
@@ -152,8 +151,7 @@ std::int64_t OpenFileByteStream::doRead(char* buffer, std::int64_t count) {
 }
 
 std::int64_t OpenFileByteStream::doWrite(const char* data, std::int64_t count) {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    CLOUDPROVIDER_TRACE_ARGUMENTS(" n=", count);
+    CLOUDPROVIDER_TRACE_CALL(" n=", count);
     const auto wanted = boost::numeric_cast<std::uint64_t>(count);
     requireOpen();
     giveInvalidDeviceBack();
@@ -180,8 +178,7 @@ std::int64_t OpenFileByteStream::doWrite(const char* data, std::int64_t count) {
 }
 
 std::streampos OpenFileByteStream::doSeek(std::int64_t offset, std::ios_base::seekdir way) {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    CLOUDPROVIDER_TRACE_ARGUMENTS(" off=", offset, " way=", static_cast<int>(way));
+    CLOUDPROVIDER_TRACE_CALL(" off=", offset, " way=", static_cast<int>(way));
     failIfClosed<ByteStreamSeekFailure>(m_partManager);
     const auto target = seekTarget(offset, way);
     m_fileOffset = target;

@@ -323,8 +323,8 @@ PartInfo OpenPartBuffer::info() const {
     return m_info;
 }
 
+// Untraced: it is most of what a small read does, and doRead is traced.
 OpenPartBuffer::View OpenPartBuffer::view() const {
-    CLOUDPROVIDER_TRACE_FUNCTION();
     const std::lock_guard lock(m_mutex);
     return {m_buffer ? m_buffer->data() : nullptr, m_info.Size, m_localDataVersion};
 }
