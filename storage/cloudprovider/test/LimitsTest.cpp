@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "EngineTest.hpp"
 #include "PartSizes.hpp"
+#include "ScopedMainContext.hpp"
 
+#include <foundation/services/InterruptState.hpp>
 #include <storage/cloudprovider/CloudException.hpp>
 #include <storage/cloudprovider/buildCloudProvider.hpp>
 #include <storage/cloudprovider/openSequentialWriter.hpp>
@@ -9,6 +11,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <future>
 #include <random>
 #include <utility>
 #include <vector>
@@ -150,7 +153,38 @@ TEST_F(LimitsTest, KeysThatAreTooLongAreRefusedBeforeAnythingIsStored) {
         SCOPED_TRACE(name);
         EXPECT_EQ(errorCodeOf(action), ErrorCode::InvalidLocation);
     }
+    m_client->clearCalls();
+    EXPECT_EQ(errorCodeOf([&] { m_provider->openStream(tooLong, update()); }), ErrorCode::InvalidLocation);
+    EXPECT_EQ(m_client->callCount(), 0U) << "a store may take it for another error";
     EXPECT_FALSE(m_provider->fileExists(tooLong));
+}
+
+TEST_F(LimitsTest, BeforeEachBatchRemovalsLookForOpenFilesAndInterrupts) {
+    StoreLimits limits;
+    limits.DeletedAtOnce = 2;
+    for (const bool isInterrupted : {false, true}) {
+        SCOPED_TRACE(isInterrupted);
+        startWith(limits);
+        for (const auto* const name : {"a", "b", "c", "file"}) {
+            m_client->store(std::string("folder/") + name, "x");
+        }
+        auto& gate = m_client->gate("deleteObjects");
+        auto removing = std::async(std::launch::async, [&] {
+            const ScopedMainContext main;
+            return errorCodeOf([&] { m_provider->removeFolderRecursively(IRI(u"/folder")); });
+        });
+        EXPECT_TRUE(gate.waitForArrivals(1));
+        Stream opened;
+        if (isInterrupted) {
+            foundation::utInterruptState::RequestInterrupt();
+        } else {
+            opened = m_provider->openStream(IRI(u"/folder"), replace());
+        }
+        gate.open();
+        EXPECT_EQ(removing.get(), isInterrupted ? ErrorCode::Unknown : ErrorCode::InUse);
+        EXPECT_FALSE(m_client->content("folder/b"));
+        EXPECT_TRUE(m_client->content("folder/c"));
+    }
 }
 
 TEST_F(LimitsTest, FoldersAreRemovedByAsManyKeysAsTheStoreTakes) {
