@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "FileDescriptor.hpp"
+
 #include <foundation/services/Files.hpp>
 
 #include <fcntl.h>
@@ -17,19 +19,6 @@ namespace {
 
 constexpr auto kMaxFileSize = static_cast<std::uint64_t>(std::numeric_limits<off_t>::max());
 
-class FileDescriptor {
-public:
-    explicit FileDescriptor(int descriptor) : m_descriptor(descriptor) {}
-    FileDescriptor(const FileDescriptor&) = delete;
-    FileDescriptor& operator=(const FileDescriptor&) = delete;
-    ~FileDescriptor() { ::close(m_descriptor); }
-
-    int get() const { return m_descriptor; }
-
-private:
-    const int m_descriptor;
-};
-
 [[noreturn]] void throwSystemError(int error, const std::string& what) {
     throw std::system_error(error, std::generic_category(), what);
 }
@@ -41,8 +30,7 @@ boost::filesystem::path temporaryFolder() {
     return folder != nullptr && *folder != '\0' ? boost::filesystem::absolute(folder) : "/tmp";
 }
 
-boost::filesystem::path createTemporaryFile(std::string_view prefix) {
-    const auto folder = temporaryFolder();
+boost::filesystem::path createTemporaryFile(const boost::filesystem::path& folder, std::string_view prefix) {
     std::string name = (folder / (std::string(prefix) + "XXXXXX")).native();
     const int descriptor = ::mkostemp(name.data(), O_CLOEXEC);
     if (descriptor < 0) {

@@ -3,12 +3,20 @@
 #include <foundation/services/ExecutionContext.hpp>
 #include <foundation/services/Files.hpp>
 #include <foundation/services/InterruptState.hpp>
+#include <foundation/services/PrivateFolder.hpp>
 #include <foundation/services/Text.hpp>
 
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 #include <boost/filesystem/operations.hpp>
 
+#include <array>
+#include <csignal>
 #include <cstdlib>
+#include <fstream>
+#include <functional>
+#include <iterator>
 #include <system_error>
 #include <thread>
 
@@ -34,8 +42,8 @@ protected:
 };
 
 TEST_F(ServicesTest, TemporaryFilesAreFreshAndTheirOwnersOnly) {
-    const auto first = createTemporaryFile("part");
-    const auto second = createTemporaryFile("part");
+    const auto first = createTemporaryFile(temporaryFolder(), "part");
+    const auto second = createTemporaryFile(temporaryFolder(), "part");
     EXPECT_NE(first, second);
     EXPECT_EQ(first.parent_path(), m_folder);
     EXPECT_EQ(first.filename().native().rfind("part", 0), 0U);
@@ -50,10 +58,83 @@ TEST_F(ServicesTest, TemporaryFilesAreFreshAndTheirOwnersOnly) {
     EXPECT_THROW(reserveBlocks(first, 0, 1), std::system_error);
 }
 
+TEST_F(ServicesTest, APrivateFolderLastsAsLongAsItIsHeld) {
+    auto folder = PrivateFolder::hold("mine.");
+    EXPECT_TRUE(fs::is_empty(m_folder)) << "made when it is needed";
+    const auto file = folder->createFile();
+    EXPECT_EQ(PrivateFolder::hold("mine.")->createFile().parent_path(), file.parent_path());
+    EXPECT_EQ(file.parent_path().parent_path(), m_folder);
+    EXPECT_EQ(fs::status(file.parent_path()).permissions(), fs::owner_all);
+    EXPECT_EQ(fs::status(file).permissions(), fs::owner_read | fs::owner_write);
+    fs::remove_all(file.parent_path());
+    const auto again = folder->createFile();
+    EXPECT_TRUE(fs::exists(again)) << "somebody tidies the folder of temporary files up";
+    removeFile(again);
+    folder.reset();
+    EXPECT_TRUE(fs::is_empty(m_folder));
+}
+
+// A process that ends without a word, or one that goes on until it is told to end.
+class OtherProcess {
+public:
+    explicit OtherProcess(const std::function<void()>& action) {
+        EXPECT_EQ(::pipe(m_ready.data()), 0);
+        m_process = ::fork();
+        if (m_process == 0) {
+            action();
+            ::close(m_ready[1]);
+            ::pause();
+        }
+        ::close(m_ready[1]);
+        char nothing = 0;
+        EXPECT_EQ(::read(m_ready[0], &nothing, 1), 0);
+        ::close(m_ready[0]);
+    }
+    OtherProcess(const OtherProcess&) = delete;
+    OtherProcess& operator=(const OtherProcess&) = delete;
+    ~OtherProcess() {
+        ::kill(m_process, SIGKILL);
+        ::waitpid(m_process, nullptr, 0);
+    }
+
+private:
+    std::array<int, 2> m_ready{};
+    pid_t m_process = -1;
+};
+
+TEST_F(ServicesTest, WhatKilledProcessesLeftInPrivateFoldersIsDeletedByTheNext) {
+    const auto makeHeldFile = [] {
+        static const auto folder = PrivateFolder::hold("mine.");
+        folder->createFile();
+    };
+    { const OtherProcess killed(makeHeldFile); }
+    ASSERT_EQ(std::distance(fs::directory_iterator(m_folder), {}), 1);
+
+    // What only looks like it is not touched.
+    const auto dear = m_folder / "dear";
+    fs::create_directory(dear);
+    const auto bystander = dear / "file.abcdef";
+    std::ofstream(bystander.native()) << "x";
+    fs::create_symlink(dear, m_folder / "mine.linked");
+    fs::create_directory(m_folder / "mine.backups");
+    std::ofstream((m_folder / "mine.backups/file.abcdef").native()) << "x";
+    fs::create_directory(m_folder / "mine.others");
+    std::ofstream((m_folder / "mine.others/notes").native()) << "x";
+
+    const OtherProcess alive(makeHeldFile);
+    EXPECT_EQ(std::distance(fs::directory_iterator(m_folder), {}), 5) << "the killed one's has gone";
+    const auto folder = PrivateFolder::hold("mine.");
+    folder->createFile();
+    EXPECT_EQ(std::distance(fs::directory_iterator(m_folder), {}), 6) << "that of the one alive has not";
+    EXPECT_TRUE(fs::exists(bystander));
+    EXPECT_TRUE(fs::exists(m_folder / "mine.backups/file.abcdef"));
+    EXPECT_TRUE(fs::exists(m_folder / "mine.others/notes"));
+}
+
 TEST_F(ServicesTest, TheTemporaryFolderFollowsTheEnvironment) {
     EXPECT_EQ(getEnvironment(u"TMPDIR"), toUtf16(m_folder.native()));
     ::setenv("TMPDIR", (m_folder / "missing").c_str(), 1);
-    EXPECT_THROW(createTemporaryFile("part"), std::system_error);
+    EXPECT_THROW(createTemporaryFile(temporaryFolder(), "part"), std::system_error);
     ::setenv("TMPDIR", "", 1);
     EXPECT_EQ(getEnvironment(u"TMPDIR"), u"");
     EXPECT_EQ(temporaryFolder(), "/tmp");

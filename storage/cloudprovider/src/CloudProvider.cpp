@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "CloudProvider.hpp"
 
+#include "DiskBackedBufferFactory.hpp"
+
 #include "FlatCloudEntryIterator.hpp"
 #include "OpenFileManager.hpp"
 #include "RecursiveCloudEntryIterator.hpp"
@@ -119,7 +121,8 @@ CloudProvider::CloudProvider(std::shared_ptr<CloudClient> client, FolderPolicy f
       m_folderPolicy(folderPolicy),
       m_checkFolderOnCopy(checkFolderOnCopy),
       m_engine{options,
-               options.transferThreads == 0 ? nullptr : std::make_shared<TransferPool>(options.transferThreads)} {}
+               options.transferThreads == 0 ? nullptr : std::make_shared<TransferPool>(options.transferThreads)},
+      m_folderOfParts(holdFolderOfParts()) {}
 
 CloudProvider::~CloudProvider() = default;
 

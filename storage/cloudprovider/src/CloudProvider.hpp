@@ -5,6 +5,7 @@
 #include "FileTransfer.hpp"
 #include "FlatCloudEntryIterator.hpp"
 
+#include <foundation/services/PrivateFolder.hpp>
 #include <storage/cloudprovider/ExtendedCloudClient.hpp>
 #include <storage/cloudprovider/buildCloudProvider.hpp>
 
@@ -103,6 +104,7 @@ private:
     const FolderPolicy m_folderPolicy;
     const bool m_checkFolderOnCopy;
     const Engine m_engine;
+    const std::shared_ptr<foundation::PrivateFolder> m_folderOfParts;  // made once, however many files follow
 };
 
 }  // namespace storage::cloudprovider

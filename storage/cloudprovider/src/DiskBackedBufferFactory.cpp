@@ -31,9 +31,9 @@ constexpr std::uint64_t kLargestStep = std::uint64_t{4} << 20;
     throw UnknownErrorException(ExceptionContext("no temporary file: " + describeCurrentException()));
 }
 
-boost::filesystem::path createFile() {
+boost::filesystem::path createFile(foundation::PrivateFolder& folder) {
     try {
-        return foundation::createTemporaryFile("cloudprovider-");
+        return folder.createFile();
     } catch (const std::bad_alloc&) {
         throw;
     } catch (...) {
@@ -45,7 +45,7 @@ boost::filesystem::path createFile() {
 
 namespace detail {
 
-DiskFile::DiskFile() : m_path(createFile()) {}
+DiskFile::DiskFile() : m_folder(holdFolderOfParts()), m_path(createFile(*m_folder)) {}
 
 DiskFile::~DiskFile() {
     try {
@@ -72,6 +72,10 @@ void DiskFile::updateFileSize(std::uint64_t formerSizeInBytes, std::uint64_t new
 }
 
 }  // namespace detail
+
+std::shared_ptr<foundation::PrivateFolder> holdFolderOfParts() {
+    return foundation::PrivateFolder::hold("cloudprovider-parts.");
+}
 
 DiskBackedBuffer::DiskBackedBuffer(std::uint64_t size, Room room)
     : m_size(size), m_diskFile(std::make_unique<detail::DiskFile>()) {

@@ -3,6 +3,8 @@
 
 #include "Buffer.hpp"
 
+#include <foundation/services/PrivateFolder.hpp>
+
 #include <boost/filesystem/path.hpp>
 #include <boost/iostreams/device/mapped_file.hpp>
 
@@ -29,10 +31,15 @@ public:
     void updateFileSize(std::uint64_t formerSizeInBytes, std::uint64_t newSizeInBytes);
 
 private:
-    boost::filesystem::path m_path;
+    const std::shared_ptr<foundation::PrivateFolder> m_folder;
+    const boost::filesystem::path m_path;
 };
 
 }  // namespace detail
+
+/// The folder of this process that the files lie in. Whoever makes many of them, one after the other, had better hold
+/// it meanwhile, lest it is made for each. Throws std::bad_alloc.
+std::shared_ptr<foundation::PrivateFolder> holdFolderOfParts();
 
 /// When a buffer takes the room on the disk that its bytes need.
 enum class Room : std::uint8_t {

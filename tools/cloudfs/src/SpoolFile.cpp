@@ -34,7 +34,7 @@ std::string folderName() {
 }  // namespace
 
 SpoolFile::SpoolFile() {
-    const RemovedInTheEnd named(foundation::createTemporaryFile("cloudfs-"));
+    const RemovedInTheEnd named(foundation::createTemporaryFile(foundation::temporaryFolder(), "cloudfs-"));
     m_file = FileDescriptor::open(named.path.native(), O_RDWR);
 }
 

@@ -13,14 +13,16 @@ namespace foundation {
 /// Folder for temporary files: the environment's TMPDIR when it is set and not empty, else /tmp.
 FOUNDATION_HOST_EXPORT boost::filesystem::path temporaryFolder();
 
-/// Create an empty file under a fresh name in temporaryFolder().
+/// Create an empty file under a fresh name in a folder, such as temporaryFolder().
 ///
 /// The name is prefix followed by random letters. The file is made exclusively (never an existing one) and
 /// only its owner may read or write it (POSIX mkstemp).
-/// Result   the file's absolute path as the system's calls take it; the caller deletes the file.
+/// Result   the file's path below folder as it was given; the caller deletes the file, which a killed process leaves
+///          (PrivateFolder's are deleted by the next one).
 /// Errors   std::system_error, naming the folder; std::bad_alloc. Neither leaves a file.
 /// Threads  any.
-FOUNDATION_HOST_EXPORT boost::filesystem::path createTemporaryFile(std::string_view prefix);
+FOUNDATION_HOST_EXPORT boost::filesystem::path createTemporaryFile(const boost::filesystem::path& folder,
+                                                                   std::string_view prefix);
 
 /// Reserve disk blocks for size bytes of a file from offset on, so that writing to a mapping of them cannot hit a full
 /// disk. A file that ends before grows. Does nothing where the file system cannot reserve.

@@ -42,9 +42,17 @@ ScopedTemporaryFolder::~ScopedTemporaryFolder() {
     boost::filesystem::remove_all(m_path, ignored);
 }
 
-std::size_t ScopedTemporaryFolder::fileCount() const {
-    return static_cast<std::size_t>(
-        std::distance(boost::filesystem::directory_iterator(m_path), boost::filesystem::directory_iterator()));
+// Files may go meanwhile.
+std::vector<boost::filesystem::path> ScopedTemporaryFolder::files() const {
+    std::vector<boost::filesystem::path> files;
+    boost::system::error_code gone;
+    for (boost::filesystem::recursive_directory_iterator entry(m_path, gone), end; entry != end;
+         entry.increment(gone)) {
+        if (boost::filesystem::is_regular_file(entry->path(), gone)) {
+            files.push_back(entry->path());
+        }
+    }
+    return files;
 }
 
 std::size_t EngineTest::countEntries(const boost::filesystem::path& folder) {

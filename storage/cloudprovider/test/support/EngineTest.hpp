@@ -39,7 +39,9 @@ public:
     ~ScopedTemporaryFolder();
 
     const boost::filesystem::path& path() const { return m_path; }
-    std::size_t fileCount() const;
+    /// Those below it, at any depth.
+    std::vector<boost::filesystem::path> files() const;
+    std::size_t fileCount() const { return files().size(); }
 
 private:
     const boost::filesystem::path m_path;
