@@ -15,11 +15,14 @@
 #include "workload.hpp"
 
 #include <storage/cloudprovider/sqlite/SqliteClient.hpp>
+#include <storage/cloudprovider/sqlite/storeMaintenance.hpp>
 
 #include <SQLiteCpp/Database.h>
 #include <SQLiteCpp/Transaction.h>
 #include <benchmark/benchmark.h>
 
+#include <fstream>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <utility>
@@ -31,10 +34,11 @@ namespace provider = foundation::storage::provider;
 constexpr std::uint64_t kFolderCount = 100;  // one of them with the counted children
 
 // Put in one by one, a million objects would take a million durable transactions; so they are written in one,
-// as rows that describe empty objects.
+// as rows that describe empty objects: of a store of format 1, which are no more than that.
 void fill(const std::string& file, std::uint64_t childCount, std::uint64_t objectCount) {
-    storage::cloudprovider::SqliteClient makesTheTables(file);
-    SQLite::Database database(file, SQLite::OPEN_READWRITE, 10000);
+    SQLite::Database database(file, SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE, 10000);
+    std::ifstream tables(FORMAT_1);
+    database.exec(std::string(std::istreambuf_iterator<char>(tables), {}));
     SQLite::Transaction transaction(database);
     const auto insert = [&](const std::string& folder, std::uint64_t first, std::uint64_t count) {
         database.exec("WITH RECURSIVE n(i) AS (SELECT " + std::to_string(first) +
@@ -52,6 +56,7 @@ void fill(const std::string& file, std::uint64_t childCount, std::uint64_t objec
     }
     database.exec("UPDATE counter SET last = " + std::to_string(objectCount));
     transaction.commit();
+    storage::cloudprovider::upgradeSqliteStore(file);
 }
 
 std::uint64_t count(std::unique_ptr<provider::IFolderEntryIterator> entries) {

@@ -7,6 +7,7 @@
 #include "listing.hpp"
 #include "objects.hpp"
 #include "schema.hpp"
+#include "storeFile.hpp"
 #include "uploads.hpp"
 
 #include <SQLiteCpp/Transaction.h>
@@ -21,14 +22,6 @@ using sqlite::Connection;
 using sqlite::ConnectionPool;
 
 namespace {
-
-// A path as SQLite reads it: names that mean something else to it get a "./" in front (sqlite.org/uri.html).
-std::string toDatabaseName(const std::string& file) {
-    if (file.empty() || file.find('\0') != std::string::npos) {
-        throw InvalidLocationException(ExceptionContext("a store needs the path of a file"));
-    }
-    return file.front() == ':' || file.compare(0, 5, "file:") == 0 ? "./" + file : file;
-}
 
 void requireKey(const std::string& key) {
     if (key.empty()) {
@@ -86,15 +79,7 @@ public:
 private:
     template <class Action>
     auto translate(const char* step, const std::string& key, const Action& action) -> decltype(action()) {
-        try {
-            return action();
-        } catch (const SQLite::Exception& error) {
-            sqlite::throwCloudException(describe(step, key), error);
-        } catch (const sqlite::StoreFailure& failure) {
-            sqlite::throwCloudException(describe(step, key), failure);
-        } catch (const sqlite::ObjectChanged& change) {
-            sqlite::throwCloudException(describe(step, key), change);
-        }
+        return sqlite::translateErrors([&] { return describe(step, key); }, action);
     }
 
     std::string describe(const char* step, const std::string& key) const {
@@ -119,6 +104,8 @@ private:
         try {
             dropAbandonedUploads("open", {});
         } catch (const ResourceInUseException&) {
+        } catch (const UnknownErrorException&) {
+            // Damage among the uploads is no reason not to read the objects.
         }
         setBusyTimeout(busyTimeout);
     }
@@ -128,7 +115,7 @@ private:
 };
 
 SqliteClient::SqliteClient(const std::string& file, const SqliteOptions& options)
-    : m_implementation(std::make_unique<Implementation>(toDatabaseName(file), options)) {}
+    : m_implementation(std::make_unique<Implementation>(sqlite::toDatabaseName(file), options)) {}
 
 SqliteClient::~SqliteClient() = default;
 
@@ -237,7 +224,7 @@ std::string SqliteClient::putObjectOver(const std::string& key, std::istream& da
     return m_implementation->write("put", key, [&](Connection& connection) {
         sqlite::requireExpected(connection, key, expected);
         const std::int64_t content = sqlite::writeContent(connection, data, size);
-        sqlite::replaceObject(connection, key, content, size);
+        sqlite::replaceObject(connection, key, content, size, 0);
         return sqlite::makeVersion(content);
     });
 }

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "contents.hpp"
 
+#include "checksums.hpp"
 #include "errors.hpp"
-
-#include <sqlite3.h>
 
 #include <algorithm>
 #include <istream>
+#include <optional>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -17,76 +17,92 @@ namespace {
 
 // Large enough that a chunk's rows cost nothing beside its bytes, small enough to be held in memory per call.
 constexpr std::uint64_t kMaxChunkSize = std::uint64_t{1024} * 1024;
-constexpr std::uint64_t kReadBufferSize = std::uint64_t{256} * 1024;
 
-// Reads runs of bytes out of chunks without fetching the whole of them.
-class ChunkReader {
-public:
-    explicit ChunkReader(Connection& connection) : m_connection(connection) {}
-    ChunkReader(const ChunkReader&) = delete;
-    ChunkReader& operator=(const ChunkReader&) = delete;
-    ~ChunkReader() { sqlite3_blob_close(m_blob); }
-
-    void open(std::int64_t chunk) {
-        SQLite::Database& database = m_connection.database();
-        database.check(m_blob == nullptr
-                           ? sqlite3_blob_open(database.getHandle(), "main", "chunk", "bytes", chunk, 0, &m_blob)
-                           : sqlite3_blob_reopen(m_blob, chunk));
-    }
-
-    std::uint64_t size() const { return static_cast<std::uint64_t>(sqlite3_blob_bytes(m_blob)); }
-
-    void read(char* target, std::uint64_t start, std::uint64_t count) {
-        m_connection.database().check(
-            sqlite3_blob_read(m_blob, target, static_cast<int>(count), static_cast<int>(start)));
-    }
-
-private:
-    Connection& m_connection;
-    sqlite3_blob* m_blob = nullptr;
-};
-
-void insertSlice(Connection& connection, std::int64_t content, std::uint64_t position, std::uint64_t size,
-                 std::int64_t chunk) {
-    connection
-        .query("INSERT INTO slice(content, position, size, chunk, start) VALUES(?, ?, ?, ?, 0)", content,
-               toInteger(position), toInteger(size), chunk)
-        .run();
+std::int64_t sumSlice(std::int64_t content, const Slice& slice) {
+    return sumRow(Table::Slices, content, toInteger(slice.position), toInteger(slice.size), slice.chunk,
+                  toInteger(slice.start), slice.chunkSum);
 }
 
-// A run of a content's bytes, as a row of slice tells it.
-struct Slice {
-    std::uint64_t position;
-    std::uint64_t size;
-    std::int64_t chunk;
-    std::uint64_t start;
-};
-
-// Write count bytes of a slice, from offset on, to sink.
-void readSlice(ChunkReader& reader, const Slice& slice, std::uint64_t offset, std::uint64_t count, char* buffer,
-               std::ostream& sink) {
-    reader.open(slice.chunk);
-    if (slice.start + slice.size > reader.size()) {
-        throwDamaged("chunk " + std::to_string(slice.chunk) + " is too short");
+// A slice out of position, size, chunk, start, chunk_sum, sum; nothing when it is damaged.
+std::optional<Slice> getSlice(const Query& row, std::int64_t content) {
+    const auto position = row.getInteger(0);
+    const auto size = row.getInteger(1);
+    const auto start = row.getInteger(3);
+    if (position < 0 || size < 0 || start < 0) {
+        return std::nullopt;
     }
-    for (std::uint64_t done = 0; done < count;) {
-        const std::uint64_t step = std::min(count - done, kReadBufferSize);
-        reader.read(buffer, slice.start + offset + done, step);
-        if (!sink.write(buffer, static_cast<std::streamsize>(step))) {
-            throw StoreFailure("the receiver takes no more bytes");
+    const Slice slice{toSize(position), toSize(size), row.getInteger(2), toSize(start), row.getInteger(4)};
+    return sumSlice(content, slice) == row.getInteger(5) ? std::optional(slice) : std::nullopt;
+}
+
+std::string describe(std::int64_t content, std::uint64_t position) {
+    return "content " + std::to_string(content) + " lacks its byte " + std::to_string(position);
+}
+
+// Give the slices of count bytes of a content, from position first on, in order, the first and the last one cut to fit.
+template <class Action>
+void forEachSlice(Connection& connection, std::int64_t content, std::uint64_t first, std::uint64_t count,
+                  const Action& action) {
+    const std::uint64_t end = first + count;
+    Query rows = connection.query(
+        "SELECT position, size, chunk, start, chunk_sum, sum FROM slices WHERE content = ?1 AND position >="
+        " (SELECT max(position) FROM slices WHERE content = ?1 AND position <= ?2) ORDER BY position",
+        content, toInteger(first));
+    for (std::uint64_t position = first; position < end;) {
+        std::optional<Slice> slice = rows.next() ? getSlice(rows, content) : std::nullopt;
+        // Only the first slice may begin before the position; a gap between slices shows here, too.
+        if (!slice || slice->position > position || position - slice->position >= slice->size ||
+            (position != first && slice->position != position)) {
+            throwDamaged(describe(content, position));
         }
-        done += step;
+        const std::uint64_t offset = position - slice->position;
+        slice->position = position;
+        slice->start += offset;
+        slice->size = std::min(slice->size - offset, end - position);
+        action(*slice);
+        position += slice->size;
+    }
+}
+
+void readSlice(Connection& connection, const Slice& slice, std::ostream& sink) {
+    const std::string name = "chunk " + std::to_string(slice.chunk);
+    Query row = connection.query("SELECT bytes FROM chunks WHERE id = ?", slice.chunk);
+    if (!row.next()) {
+        throwDamaged(name + " is missing");
+    }
+    const std::string_view bytes = row.getBytes(0);
+    requireSum(slice.chunkSum, sumChunk(slice.chunk, bytes), name);
+    if (slice.size > bytes.size() || slice.start > bytes.size() - slice.size) {
+        throwDamaged(name + " is too short");
+    }
+    if (!sink.write(bytes.data() + slice.start, static_cast<std::streamsize>(slice.size))) {
+        throw StoreFailure("the receiver takes no more bytes");
     }
 }
 
 }  // namespace
 
 std::int64_t newNumber(Connection& connection) {
-    Query query = connection.query("UPDATE counter SET last = last + 1 RETURNING last");
-    if (!query.next()) {
-        throwDamaged("its counter is missing");
+    std::int64_t last = 0;
+    {
+        Query row = connection.query("SELECT last, sum FROM numbers");
+        if (!row.next()) {
+            throwDamaged("its counter is missing");
+        }
+        last = row.getInteger(0);
+        requireSum(row.getInteger(1), sumRow(Table::Numbers, last), "its counter");
     }
-    return query.getInteger(0);
+    ++last;
+    connection.query("UPDATE numbers SET last = ?, sum = ?", last, sumRow(Table::Numbers, last)).run();
+    return last;
+}
+
+void insertSlice(Connection& connection, std::int64_t content, const Slice& slice) {
+    connection
+        .query("INSERT INTO slices(content, position, size, chunk, start, chunk_sum, sum) VALUES(?, ?, ?, ?, ?, ?, ?)",
+               content, toInteger(slice.position), toInteger(slice.size), slice.chunk, toInteger(slice.start),
+               slice.chunkSum, sumSlice(content, slice))
+        .run();
 }
 
 std::int64_t writeContent(Connection& connection, std::istream& data, std::uint64_t size) {
@@ -100,79 +116,56 @@ std::int64_t writeContent(Connection& connection, std::istream& data, std::uint6
             throw StoreFailure("the data ends after " + std::to_string(position + got) + " of " + std::to_string(size) +
                                " bytes");
         }
-        connection.query("INSERT INTO chunk(bytes) VALUES(?)", std::string_view(buffer.data(), count)).run();
-        insertSlice(connection, content, position, count, connection.database().getLastInsertRowid());
+        const std::string_view bytes(buffer.data(), count);
+        connection.query("INSERT INTO chunks(bytes) VALUES(?)", bytes).run();
+        const std::int64_t chunk = connection.database().getLastInsertRowid();
+        insertSlice(connection, content, {position, count, chunk, 0, sumChunk(chunk, bytes)});
         position += count;
     }
     return content;
 }
 
 std::int64_t shareContent(Connection& connection, std::int64_t content, std::uint64_t first, std::uint64_t count) {
-    if (count == 0) {
-        return newNumber(connection);
-    }
-    const std::int64_t from = toInteger(first);
-    const std::int64_t end = toInteger(first + count);
     const std::int64_t copy = newNumber(connection);
-    connection
-        .query(
-            "INSERT INTO slice(content, position, size, chunk, start)"
-            " SELECT ?1, max(position, ?3) - ?3, min(position + size, ?4) - max(position, ?3), chunk,"
-            "  start + max(position, ?3) - position"
-            " FROM slice WHERE content = ?2 AND position < ?4 AND position >="
-            "  (SELECT max(position) FROM slice WHERE content = ?2 AND position <= ?3)",
-            copy, content, from, end)
-        .run();
-    Query sum = connection.query("SELECT sum(size) FROM slice WHERE content = ?", copy);
-    sum.next();
-    if (toSize(sum.getInteger(0)) != count) {
-        throwDamaged("content " + std::to_string(content) + " lacks bytes");
-    }
+    forEachSlice(connection, content, first, count, [&](Slice slice) {
+        slice.position -= first;
+        insertSlice(connection, copy, slice);
+    });
     return copy;
 }
 
-void moveContent(Connection& connection, std::int64_t content, std::int64_t target, std::uint64_t position) {
-    connection
-        .query("UPDATE slice SET content = ?2, position = position + ?3 WHERE content = ?1", content, target,
-               toInteger(position))
-        .run();
+void moveContent(Connection& connection, std::int64_t content, std::uint64_t size, std::int64_t target,
+                 std::uint64_t position) {
+    forEachSlice(connection, content, 0, size, [&](Slice slice) {
+        slice.position += position;
+        insertSlice(connection, target, slice);
+    });
+    connection.query("DELETE FROM slices WHERE content = ?", content).run();
 }
 
 void readContent(Connection& connection, std::int64_t content, std::uint64_t first, std::uint64_t count,
                  std::ostream& sink) {
-    const std::uint64_t end = first + count;
-    std::vector<char> buffer(std::min(count, kReadBufferSize));
-    ChunkReader reader(connection);
-    Query rows = connection.query(
-        "SELECT position, size, chunk, start FROM slice WHERE content = ?1 AND position >="
-        " (SELECT max(position) FROM slice WHERE content = ?1 AND position <= ?2) ORDER BY position",
-        content, toInteger(first));
-    for (std::uint64_t position = first; position < end;) {
-        const bool isThere = rows.next();
-        const Slice slice = isThere ? Slice{toSize(rows.getInteger(0)), toSize(rows.getInteger(1)), rows.getInteger(2),
-                                            toSize(rows.getInteger(3))}
-                                    : Slice{};
-        // Only the first slice may begin before the position; a gap between slices shows here, too.
-        if (slice.position > position || position - slice.position >= slice.size ||
-            (position != first && slice.position != position)) {
-            throwDamaged("content " + std::to_string(content) + " lacks its byte " + std::to_string(position));
-        }
-        const std::uint64_t offset = position - slice.position;
-        const std::uint64_t step = std::min(slice.size - offset, end - position);
-        readSlice(reader, slice, offset, step, buffer.data(), sink);
-        position += step;
-    }
+    forEachSlice(connection, content, first, count, [&](const Slice& slice) { readSlice(connection, slice, sink); });
 }
 
 void dropContent(Connection& connection, std::int64_t content) {
-    connection
-        .query(
-            "DELETE FROM chunk WHERE id IN (SELECT chunk FROM slice WHERE content = ?1) AND NOT EXISTS"
-            " (SELECT 1 FROM slice AS other WHERE other.chunk = chunk.id AND other.content <> ?1)",
-            content)
-        .run();
-    connection.query("DELETE FROM slice WHERE content = ?", content).run();
-    connection.query("DELETE FROM part WHERE content = ?", content).run();
+    {
+        Query rows = connection.query(
+            "SELECT position, size, chunk, start, chunk_sum, sum FROM slices WHERE content = ?", content);
+        while (rows.next()) {
+            // A chunk that a damaged row names may be somebody else's.
+            if (const std::optional<Slice> slice = getSlice(rows, content)) {
+                connection
+                    .query(
+                        "DELETE FROM chunks WHERE id = ?1 AND NOT EXISTS"
+                        " (SELECT 1 FROM slices WHERE chunk = ?1 AND content <> ?2)",
+                        slice->chunk, content)
+                    .run();
+            }
+        }
+    }
+    connection.query("DELETE FROM slices WHERE content = ?", content).run();
+    connection.query("DELETE FROM parts WHERE content = ?", content).run();
 }
 
 }  // namespace storage::cloudprovider::sqlite

@@ -11,10 +11,17 @@ namespace storage::cloudprovider::sqlite {
 
 using foundation::storage::provider::ExceptionContext;
 
+namespace {
+
+constexpr const char* kDamaged = "the store is damaged: ";
+
+}  // namespace
+
 void throwCloudException(const std::string& action, const SQLite::Exception& cause) {
-    const ExceptionContext context(action + ": " + cause.what());
     // Only the low byte: the rest of an extended code tells details (sqlite.org/rescode.html).
-    switch (cause.getErrorCode() & 0xFF) {
+    const int code = cause.getErrorCode() & 0xFF;
+    const ExceptionContext context(action + ": " + (code == SQLITE_CORRUPT ? kDamaged : "") + cause.what());
+    switch (code) {
         case SQLITE_READONLY:
         case SQLITE_PERM:
         case SQLITE_AUTH:
@@ -36,8 +43,18 @@ void throwCloudException(const std::string& action, const ObjectChanged& cause) 
     throw ResourceInUseException(ExceptionContext(action + ": " + cause.what()));
 }
 
+void throwCloudException(const std::string& action, const OutdatedStore& cause) {
+    throw UnsupportedOperationException(ExceptionContext(action + ": " + cause.what()));
+}
+
 void throwDamaged(const std::string& what) {
-    throw StoreFailure("the store is damaged: " + what);
+    throw StoreDamaged(kDamaged + what);
+}
+
+void requireSum(std::int64_t stored, std::int64_t computed, const std::string& row) {
+    if (stored != computed) {
+        throwDamaged(row + " is not as it was written");
+    }
 }
 
 std::int64_t toInteger(std::uint64_t value) {

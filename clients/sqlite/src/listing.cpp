@@ -2,11 +2,13 @@
 #include "listing.hpp"
 
 #include "errors.hpp"
+#include "objectRows.hpp"
 #include "objects.hpp"
 
 #include <algorithm>
 #include <optional>
 #include <string_view>
+#include <utility>
 
 namespace storage::cloudprovider::sqlite {
 
@@ -46,7 +48,7 @@ public:
     // The first key to look at; none when the listing is at its end.
     std::optional<std::string> findStart(const std::string& token) const {
         if (token.empty()) {
-            return m_prefix;
+            return m_prefix.empty() ? std::string(1, '\0') : m_prefix;  // the first key that is not empty
         }
         std::string last = token.substr(1);
         if (hasPrefix(last, m_prefix) && token.front() == kAfterObject) {
@@ -62,9 +64,13 @@ public:
     // Add objects from start on, up to and with the first common prefix.
     // Result  where to go on; none when the page is full or the listing is at its end.
     std::optional<std::string> add(Connection& connection, const std::string& start) {
-        Query rows = connection.query("SELECT key, size, modified FROM object WHERE key >= ? ORDER BY key", start);
+        ObjectRow former = findRowBefore(connection, start);
+        Query rows =
+            connection.query("SELECT " CLOUDPROVIDER_OBJECT_COLUMNS " FROM objects WHERE key >= ? ORDER BY key", start);
         while (rows.next()) {
-            const std::string_view key = rows.getBytes(0);
+            ObjectRow row = getObjectRow(rows);
+            requireNext(former, row.key);
+            const std::string_view key = row.key;
             if (!hasPrefix(key, m_prefix)) {
                 return std::nullopt;
             }
@@ -76,12 +82,14 @@ public:
             m_isFolded = end != std::string_view::npos;
             if (m_isFolded) {
                 const bool isMarker = end == key.size();
-                m_entries.push_back({std::string(key.substr(0, end)), 0,
-                                     isMarker ? toTime(rows.getInteger(2)) : boost::posix_time::ptime()});
+                m_entries.push_back(
+                    {std::string(key.substr(0, end)), 0, isMarker ? toTime(row.modified) : boost::posix_time::ptime()});
                 return behindPrefix(m_entries.back().Key);
             }
-            m_entries.push_back({std::string(key), toSize(rows.getInteger(1)), toTime(rows.getInteger(2))});
+            m_entries.push_back({row.key, toSize(row.size), toTime(row.modified)});
+            former = std::move(row);
         }
+        requireNext(former, std::nullopt);
         return std::nullopt;
     }
 

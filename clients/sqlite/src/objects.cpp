@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "objects.hpp"
 
+#include "checksums.hpp"
 #include "contents.hpp"
 #include "errors.hpp"
+#include "objectRows.hpp"
 
 #include <storage/cloudprovider/CloudException.hpp>
 #include <storage/cloudprovider/utils.hpp>
@@ -11,6 +13,8 @@
 
 #include <algorithm>
 #include <chrono>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 namespace storage::cloudprovider::sqlite {
@@ -36,15 +40,41 @@ std::vector<PartInfo> makeUniformParts(const StoredObject& object) {
     return parts;
 }
 
-std::vector<PartInfo> getUploadedParts(Connection& connection, std::int64_t content) {
+std::int64_t sumPart(std::int64_t content, const PartInfo& part) {
+    return sumRow(Table::Parts, content, toInteger(part.Index), toInteger(part.Offset), toInteger(part.Size),
+                  std::string_view(part.Tag));
+}
+
+// The parts that the object was uploaded in. Their indexes are the numbers they were sent with.
+std::vector<PartInfo> getUploadedParts(Connection& connection, const StoredObject& object) {
     std::vector<PartInfo> parts;
-    Query rows =
-        connection.query("SELECT position, size, tag FROM part WHERE content = ? ORDER BY position, number", content);
+    std::uint64_t end = 0;
+    Query rows = connection.query(
+        "SELECT number, position, size, tag, sum FROM parts WHERE content = ? ORDER BY position, number",
+        object.content);
     while (rows.next()) {
-        parts.push_back(
-            {parts.size(), toSize(rows.getInteger(0)), toSize(rows.getInteger(1)), std::string(rows.getBytes(2))});
+        PartInfo part{toSize(rows.getInteger(0)), toSize(rows.getInteger(1)), toSize(rows.getInteger(2)),
+                      std::string(rows.getBytes(3))};
+        requireSum(rows.getInteger(4), sumPart(object.content, part), "part " + std::to_string(part.Index));
+        if (part.Offset != end) {
+            throwDamaged("no part begins at " + std::to_string(end));
+        }
+        end += part.Size;
+        parts.push_back(std::move(part));
+    }
+    if (toInteger(parts.size()) != object.parts || (object.parts != 0 && end != object.size)) {
+        throwDamaged("there are " + std::to_string(parts.size()) + " of " + std::to_string(object.parts) + " parts");
     }
     return parts;
+}
+
+[[noreturn]] void throwMissing(const std::string& key) {
+    throw ResourceNotFoundException(
+        foundation::storage::provider::ExceptionContext("there is no object \"" + key + '"'));
+}
+
+StoredObject toObject(const ObjectRow& row) {
+    return {row.content, toSize(row.size), toTime(row.modified), row.parts};
 }
 
 }  // namespace
@@ -60,18 +90,14 @@ boost::posix_time::ptime toTime(std::int64_t microseconds) {
 }
 
 std::optional<StoredObject> findObject(Connection& connection, const std::string& key) {
-    Query row = connection.query("SELECT content, size, modified FROM object WHERE key = ?", key);
-    if (!row.next()) {
-        return std::nullopt;
-    }
-    return StoredObject{row.getInteger(0), toSize(row.getInteger(1)), toTime(row.getInteger(2))};
+    const std::optional<ObjectRow> row = findRow(connection, key);
+    return row ? std::optional(toObject(*row)) : std::nullopt;
 }
 
 StoredObject getExistingObject(Connection& connection, const std::string& key) {
     const std::optional<StoredObject> object = findObject(connection, key);
     if (!object) {
-        throw ResourceNotFoundException(
-            foundation::storage::provider::ExceptionContext("there is no object \"" + key + '"'));
+        throwMissing(key);
     }
     return *object;
 }
@@ -105,15 +131,18 @@ std::string makeVersion(std::int64_t content) {
     return std::to_string(content);
 }
 
-void replaceObject(Connection& connection, const std::string& key, std::int64_t content, std::uint64_t size) {
-    const std::optional<StoredObject> former = findObject(connection, key);
-    connection
-        .query("INSERT OR REPLACE INTO object(key, content, size, modified) VALUES(?, ?, ?, ?)", key, content,
-               toInteger(size), currentTime())
-        .run();
-    if (former) {
+void replaceObject(Connection& connection, const std::string& key, std::int64_t content, std::uint64_t size,
+                   std::int64_t parts) {
+    if (const auto former = storeRow(connection, {key, content, toInteger(size), currentTime(), parts, 0})) {
         dropContent(connection, former->content);
     }
+}
+
+void notePart(Connection& connection, std::int64_t content, const PartInfo& part) {
+    connection
+        .query("INSERT INTO parts(content, number, position, size, tag, sum) VALUES(?, ?, ?, ?, ?, ?)", content,
+               toInteger(part.Index), toInteger(part.Offset), toInteger(part.Size), part.Tag, sumPart(content, part))
+        .run();
 }
 
 void copyObject(Connection& connection, const std::string& from, const std::string& fromVersion, const std::string& to,
@@ -121,19 +150,20 @@ void copyObject(Connection& connection, const std::string& from, const std::stri
     const StoredObject object = getExistingObject(connection, from, fromVersion);
     requireExpected(connection, to, expected, '"' + to + '"');
     const std::int64_t copy = shareContent(connection, object.content, 0, object.size);
-    connection
-        .query(
-            "INSERT INTO part(content, number, position, size, tag)"
-            " SELECT ?1, number, position, size, tag FROM part WHERE content = ?2",
-            copy, object.content)
-        .run();
-    replaceObject(connection, to, copy, object.size);
+    for (const PartInfo& part : getUploadedParts(connection, object)) {
+        notePart(connection, copy, part);
+    }
+    replaceObject(connection, to, copy, object.size, object.parts);
 }
 
 void removeObject(Connection& connection, const std::string& key, const std::string& version) {
-    const StoredObject object = getExistingObject(connection, key, version);
-    connection.query("DELETE FROM object WHERE key = ?", key).run();
-    dropContent(connection, object.content);
+    requireExpected(connection, key, ExpectedObject::version(version));
+    const std::optional<ObjectRow> row = findRow(connection, key);
+    if (!row) {
+        throwMissing(key);
+    }
+    removeRow(connection, *row);
+    dropContent(connection, row->content);
 }
 
 std::optional<ObjectDescription> describeObject(Connection& connection, const std::string& key) {
@@ -141,9 +171,12 @@ std::optional<ObjectDescription> describeObject(Connection& connection, const st
     if (!object) {
         return std::nullopt;
     }
-    std::vector<PartInfo> parts = getUploadedParts(connection, object->content);
+    std::vector<PartInfo> parts = getUploadedParts(connection, *object);
     if (parts.empty()) {
         parts = makeUniformParts(*object);
+    }
+    for (std::size_t at = 0; at < parts.size(); ++at) {
+        parts[at].Index = at;
     }
     return ObjectDescription{makeVersion(object->content), std::move(parts)};
 }
@@ -154,10 +187,15 @@ bool hasPart(Connection& connection, const StoredObject& object, const PartInfo&
     if (part.Tag == uniform.Tag) {
         return part.Offset == uniform.Offset && part.Size == uniform.Size;
     }
-    return connection
-        .query("SELECT 1 FROM part WHERE content = ? AND position = ? AND size = ? AND tag = ?", object.content,
-               toInteger(part.Offset), toInteger(part.Size), part.Tag)
-        .next();
+    Query rows =
+        connection.query("SELECT number, sum FROM parts WHERE content = ? AND position = ? AND size = ? AND tag = ?",
+                         object.content, toInteger(part.Offset), toInteger(part.Size), part.Tag);
+    if (!rows.next()) {
+        return false;
+    }
+    const PartInfo stored{toSize(rows.getInteger(0)), part.Offset, part.Size, part.Tag};
+    requireSum(rows.getInteger(1), sumPart(object.content, stored), "part " + std::to_string(stored.Index));
+    return true;
 }
 
 }  // namespace storage::cloudprovider::sqlite

@@ -19,6 +19,7 @@ struct StoredObject {
     std::int64_t content = 0;
     std::uint64_t size = 0;
     boost::posix_time::ptime modified;
+    std::int64_t parts = 0;  ///< how many parts it was uploaded in; 0: put whole
 };
 
 /// Microseconds since 1970-01-01 UTC, now.
@@ -45,8 +46,13 @@ void requireRange(const StoredObject& object, std::uint64_t offset, std::uint64_
 /// The version of an object whose content has that number.
 std::string makeVersion(std::int64_t content);
 
-/// Make a content the object of that key, as of now; what was there before is dropped.
-void replaceObject(Connection& connection, const std::string& key, std::int64_t content, std::uint64_t size);
+/// Make a content the object of that key, as of now; what was there before is dropped. parts: how many it was uploaded
+/// in, with notePart; 0: it was put whole.
+void replaceObject(Connection& connection, const std::string& key, std::int64_t content, std::uint64_t size,
+                   std::int64_t parts);
+
+/// Note a part of a content that was uploaded in parts. The index of part is its number in the upload.
+void notePart(Connection& connection, std::int64_t content, const PartInfo& part);
 
 /// Make an object's bytes and layout the object of another key, as of now. No byte is copied. Throws as
 /// getExistingObject, and ObjectChanged when what is at the destination is not what is expected.

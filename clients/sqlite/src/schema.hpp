@@ -7,10 +7,17 @@
 
 namespace storage::cloudprovider::sqlite {
 
-/// Make sure that the database is a store, in write-ahead mode: an empty one becomes a store, whoever else
-/// does the same at that moment; anything that is not a store is refused and left as it is.
+/// Make sure that the database is a store of the present format, in write-ahead mode: an empty one becomes a store,
+/// whoever else does the same at that moment; anything that is not a store is refused and left as it is.
 ///
-/// Errors   StoreFailure: another program's database, or a newer store. SQLite::Exception.
+/// Errors   OutdatedStore: an older format. StoreFailure: another program's database, a newer store, or a damaged one.
+///          SQLite::Exception.
 void openSchema(Connection& connection, std::chrono::milliseconds busyTimeout);
+
+/// Convert a store of format 1 in one transaction. Whoever has it open as such fails from then on.
+///
+/// Result   false when it has the present format already.
+/// Errors   as openSchema; then nothing is changed.
+bool upgradeSchema(Connection& connection);
 
 }  // namespace storage::cloudprovider::sqlite

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "uploads.hpp"
 
+#include "checksums.hpp"
 #include "contents.hpp"
 #include "errors.hpp"
 #include "objects.hpp"
@@ -9,6 +10,8 @@
 #include <charconv>
 #include <chrono>
 #include <optional>
+#include <string_view>
+#include <utility>
 
 namespace storage::cloudprovider::sqlite {
 
@@ -26,13 +29,43 @@ std::string makeTag(std::int64_t content) {
     return std::to_string(content);
 }
 
+std::int64_t sumUpload(std::int64_t upload, std::string_view key, std::int64_t touched) {
+    return sumRow(Table::Uploads, upload, key, touched);
+}
+
+std::int64_t sumSentPart(std::int64_t upload, std::int64_t number, std::int64_t content, std::int64_t size) {
+    return sumRow(Table::SentParts, upload, number, content, size);
+}
+
+// Whether the current row, of id, key, touched, sum, is as it was written.
+bool isSound(const Query& upload) {
+    return upload.getInteger(3) == sumUpload(upload.getInteger(0), upload.getBytes(1), upload.getInteger(2));
+}
+
+// The same of a row of number, content, size, sum.
+bool isSoundPart(const Query& part, std::int64_t upload) {
+    return part.getInteger(3) == sumSentPart(upload, part.getInteger(0), part.getInteger(1), part.getInteger(2));
+}
+
+SentPart getSentPart(const Query& row, std::int64_t upload) {
+    if (!isSoundPart(row, upload)) {
+        throwDamaged("part " + std::to_string(row.getInteger(0)) + " of the upload " + std::to_string(upload) +
+                     " is not as it was written");
+    }
+    return {row.getInteger(1), toSize(row.getInteger(2))};
+}
+
 std::int64_t findUpload(Connection& connection, const std::string& key, const std::string& uploadId) {
     std::int64_t upload = 0;
     const char* const end = uploadId.data() + uploadId.size();
     const auto [rest, error] = std::from_chars(uploadId.data(), end, upload);
     if (error == std::errc() && rest == end) {
-        Query row = connection.query("SELECT key FROM upload WHERE id = ?", upload);
-        if (row.next() && row.getBytes(0) == key) {
+        Query row = connection.query("SELECT id, key, touched, sum FROM uploads WHERE id = ?", upload);
+        const bool isThere = row.next();
+        if (isThere && !isSound(row)) {
+            throwDamaged("the row of the upload " + uploadId + " is not as it was written");
+        }
+        if (isThere && row.getBytes(1) == key) {
             return upload;
         }
     }
@@ -40,35 +73,48 @@ std::int64_t findUpload(Connection& connection, const std::string& key, const st
 }
 
 std::optional<SentPart> findPart(Connection& connection, std::int64_t upload, std::uint64_t index) {
-    Query row = connection.query("SELECT content, size FROM upload_part WHERE upload = ? AND number = ?", upload,
-                                 toInteger(index));
-    return row.next() ? std::optional(SentPart{row.getInteger(0), toSize(row.getInteger(1))}) : std::nullopt;
+    Query row = connection.query("SELECT number, content, size, sum FROM sent_parts WHERE upload = ? AND number = ?",
+                                 upload, toInteger(index));
+    return row.next() ? std::optional(getSentPart(row, upload)) : std::nullopt;
 }
 
 // Note a content as the part of that index, in place of what was sent before.
-std::string keepPart(Connection& connection, std::int64_t upload, const PartInfo& part, std::int64_t content) {
+std::string keepPart(Connection& connection, std::int64_t upload, const std::string& key, const PartInfo& part,
+                     std::int64_t content) {
     const std::optional<SentPart> former = findPart(connection, upload, part.Index);
+    insertSentPart(connection, upload, toInteger(part.Index), content, toInteger(part.Size));
+    const std::int64_t now = currentTime();
     connection
-        .query("INSERT OR REPLACE INTO upload_part(upload, number, content, size) VALUES(?, ?, ?, ?)", upload,
-               toInteger(part.Index), content, toInteger(part.Size))
+        .query("UPDATE uploads SET touched = ?2, sum = ?3 WHERE id = ?1", upload, now, sumUpload(upload, key, now))
         .run();
-    connection.query("UPDATE upload SET touched = ?2 WHERE id = ?1", upload, currentTime()).run();
     if (former) {
         dropContent(connection, former->content);
     }
     return makeTag(content);
 }
 
+std::uint64_t getSentSize(Connection& connection, std::int64_t upload) {
+    Query rows = connection.query("SELECT number, content, size, sum FROM sent_parts WHERE upload = ?", upload);
+    std::uint64_t size = 0;
+    while (rows.next()) {
+        size += getSentPart(rows, upload).size;
+    }
+    return size;
+}
+
 // Remove an upload with the parts that it still has.
 void dropUpload(Connection& connection, std::int64_t upload) {
     {
-        Query rows = connection.query("SELECT content FROM upload_part WHERE upload = ?", upload);
+        Query rows = connection.query("SELECT number, content, size, sum FROM sent_parts WHERE upload = ?", upload);
         while (rows.next()) {
-            dropContent(connection, rows.getInteger(0));
+            // What a damaged row names may be somebody else's.
+            if (isSoundPart(rows, upload)) {
+                dropContent(connection, rows.getInteger(1));
+            }
         }
     }
-    connection.query("DELETE FROM upload_part WHERE upload = ?", upload).run();
-    connection.query("DELETE FROM upload WHERE id = ?", upload).run();
+    connection.query("DELETE FROM sent_parts WHERE upload = ?", upload).run();
+    connection.query("DELETE FROM uploads WHERE id = ?", upload).run();
 }
 
 // Take a part out of its upload and append it to the object in the making.
@@ -79,32 +125,50 @@ void takePart(Connection& connection, std::int64_t upload, const PartInfo& part,
         throw StoreFailure("part " + std::to_string(part.Index) + " of " + std::to_string(part.Size) +
                            " bytes with the tag \"" + part.Tag + "\" was not sent");
     }
-    moveContent(connection, sent->content, target, position);
-    connection
-        .query("INSERT INTO part(content, number, position, size, tag) VALUES(?, ?, ?, ?, ?)", target,
-               toInteger(part.Index), toInteger(position), toInteger(part.Size), part.Tag)
-        .run();
-    connection.query("DELETE FROM upload_part WHERE upload = ? AND number = ?", upload, toInteger(part.Index)).run();
+    moveContent(connection, sent->content, sent->size, target, position);
+    notePart(connection, target, {part.Index, position, part.Size, part.Tag});
+    connection.query("DELETE FROM sent_parts WHERE upload = ? AND number = ?", upload, toInteger(part.Index)).run();
 }
 
+// One whose row is damaged is none: nobody knows how old it is.
 std::int64_t findAbandoned(Connection& connection) {
-    Query row = connection.query("SELECT id FROM upload WHERE touched < ? LIMIT 1",
-                                 currentTime() - std::int64_t{kAbandonedAfter.count()});
-    return row.next() ? row.getInteger(0) : 0;
+    Query rows = connection.query("SELECT id, key, touched, sum FROM uploads WHERE touched < ?",
+                                  currentTime() - std::int64_t{kAbandonedAfter.count()});
+    while (rows.next()) {
+        if (isSound(rows)) {
+            return rows.getInteger(0);
+        }
+    }
+    return 0;
 }
 
 }  // namespace
 
+void insertUpload(Connection& connection, std::int64_t upload, std::string_view key, std::int64_t touched) {
+    connection
+        .query("INSERT INTO uploads(id, key, touched, sum) VALUES(?, ?, ?, ?)", upload, key, touched,
+               sumUpload(upload, key, touched))
+        .run();
+}
+
+void insertSentPart(Connection& connection, std::int64_t upload, std::int64_t number, std::int64_t content,
+                    std::int64_t size) {
+    connection
+        .query("INSERT OR REPLACE INTO sent_parts(upload, number, content, size, sum) VALUES(?, ?, ?, ?, ?)", upload,
+               number, content, size, sumSentPart(upload, number, content, size))
+        .run();
+}
+
 std::string startUpload(Connection& connection, const std::string& key) {
     const std::int64_t upload = newNumber(connection);
-    connection.query("INSERT INTO upload(id, key, touched) VALUES(?, ?, ?)", upload, key, currentTime()).run();
+    insertUpload(connection, upload, key, currentTime());
     return std::to_string(upload);
 }
 
 std::string sendPart(Connection& connection, const std::string& key, const std::string& uploadId, const PartInfo& part,
                      std::istream& data) {
     const std::int64_t upload = findUpload(connection, key, uploadId);
-    return keepPart(connection, upload, part, writeContent(connection, data, part.Size));
+    return keepPart(connection, upload, key, part, writeContent(connection, data, part.Size));
 }
 
 std::vector<PartInfo> copyStoredParts(Connection& connection, const std::string& key, const std::string& uploadId,
@@ -116,7 +180,8 @@ std::vector<PartInfo> copyStoredParts(Connection& connection, const std::string&
         if (version.empty() && !part.Tag.empty() && !hasPart(connection, object, part)) {
             throw StoreFailure("the object was replaced meanwhile");
         }
-        part.Tag = keepPart(connection, upload, part, shareContent(connection, object.content, part.Offset, part.Size));
+        part.Tag =
+            keepPart(connection, upload, key, part, shareContent(connection, object.content, part.Offset, part.Size));
     }
     return parts;
 }
@@ -142,7 +207,7 @@ std::int64_t completeUpload(Connection& connection, const std::string& key, cons
         takePart(connection, upload, parts[at], content, size);
         size += parts[at].Size;
     }
-    replaceObject(connection, key, content, size);
+    replaceObject(connection, key, content, size, toInteger(parts.size()));
     dropUpload(connection, upload);
     return content;
 }
@@ -158,8 +223,8 @@ std::vector<UnfinishedUpload> listUploads(Connection& connection, const std::str
     }
     const auto lastKey = token.empty() ? std::string() : token.substr(blank + 1);
     Query rows = connection.query(
-        "SELECT id, key, touched, (SELECT coalesce(sum(size), 0) FROM upload_part WHERE upload = id) FROM upload "
-        "WHERE substr(key, 1, length(?1)) = ?1 AND (key, id) > (?2, ?3) ORDER BY key, id",
+        "SELECT id, key, touched, sum FROM uploads WHERE substr(key, 1, length(?1)) = ?1 AND (key, id) > (?2, ?3) "
+        "ORDER BY key, id",
         prefix, lastKey, lastId);
     std::vector<UnfinishedUpload> uploads;
     token.clear();
@@ -168,8 +233,14 @@ std::vector<UnfinishedUpload> listUploads(Connection& connection, const std::str
             token = uploads.back().UploadId + ' ' + uploads.back().Key;
             break;
         }
-        uploads.push_back({std::string(rows.getBytes(1)), std::to_string(rows.getInteger(0)),
-                           toTime(rows.getInteger(2)), toSize(rows.getInteger(3))});
+        const std::int64_t upload = rows.getInteger(0);
+        std::string key(rows.getBytes(1));
+        if (!isSound(rows)) {
+            throwDamaged("the row of the upload " + std::to_string(upload) + " of \"" + key +
+                         "\" is not as it was written");
+        }
+        uploads.push_back(
+            {std::move(key), std::to_string(upload), toTime(rows.getInteger(2)), getSentSize(connection, upload)});
     }
     return uploads;
 }

@@ -5,8 +5,10 @@
 
 #include <storage/cloudprovider/ExtendedCloudClient.hpp>
 
+#include <cstdint>
 #include <iosfwd>
 #include <string>
+#include <string_view>
 #include <vector>
 
 /// Multipart uploads, with the meaning that CloudClient gives them. All of it happens in the caller's
@@ -14,6 +16,13 @@
 ///
 /// Errors  StoreFailure when there is no such upload of that key. SQLite::Exception.
 namespace storage::cloudprovider::sqlite {
+
+/// Put the row of an upload that is not there yet, as it is.
+void insertUpload(Connection& connection, std::int64_t upload, std::string_view key, std::int64_t touched);
+
+/// Put the row of a part of an upload in place of the one of that number.
+void insertSentPart(Connection& connection, std::int64_t upload, std::int64_t number, std::int64_t content,
+                    std::int64_t size);
 
 /// Result   the upload's id.
 std::string startUpload(Connection& connection, const std::string& key);

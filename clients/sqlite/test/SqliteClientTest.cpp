@@ -1,23 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "storing.hpp"
+#include "StoreTest.hpp"
 
-#include <SQLiteCpp/SQLiteCpp.h>
-#include <storage/cloudprovider/CloudException.hpp>
+#include <storage/cloudprovider/sqlite/storeMaintenance.hpp>
 #include <storage/cloudprovider/testing/ClientConformance.hpp>
 
 #include <fcntl.h>
-#include <sqlite3.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <boost/filesystem.hpp>
 
 #include <algorithm>
 #include <array>
 #include <atomic>
 #include <csignal>
-#include <fstream>
-#include <iterator>
 #include <random>
 #include <thread>
 
@@ -27,48 +22,11 @@ namespace {
 
 using ::testing::IsSubstring;
 
-struct TemporaryFolder {
-    TemporaryFolder() { boost::filesystem::create_directories(path); }
-    ~TemporaryFolder() { boost::filesystem::remove_all(path); }
-    const boost::filesystem::path path =
-        boost::filesystem::temp_directory_path() / boost::filesystem::unique_path("sqlite-%%%%%%%%");
-};
-
-class SqliteClientTest : public ::testing::Test {
-protected:
-    std::int64_t number(const std::string& sql) {
-        return SQLite::Database(m_file, SQLite::OPEN_READONLY, 10'000).execAndGet(sql).getInt64();
-    }
-    void open(const std::string& suffix = {}) { const SqliteClient client(m_file + suffix); }
-    void execute(const std::string& sql) {
-        SQLite::Database database(m_file, SQLite::OPEN_READWRITE, 10'000);
-        sqlite3_db_config(database.getHandle(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
-        database.exec(sql);
-    }
-
-    TemporaryFolder m_folder;
-    std::string m_file = (m_folder.path / "store").string();
-    std::string m_bytes = std::string(1'500'000, 'x') + std::string(1'500'000, 'y');  // of several chunks
-};
+using SqliteClientTest = StoreTest;
 
 std::shared_ptr<CloudClient> makeClientOfEmptyStore() {
     const auto folder = std::make_shared<TemporaryFolder>();
     return {new SqliteClient((folder->path / "store").string()), [folder](SqliteClient* client) { delete client; }};
-}
-
-// Code and text of the CloudException that an action throws; empty when it throws none.
-std::string failureOf(const std::function<void()>& action) {
-    try {
-        action();
-    } catch (const CloudException& error) {
-        return std::to_string(static_cast<int>(error.getErrorCode())) + ' ' + error.what();
-    }
-    return {};
-}
-
-std::string readFile(const std::string& file) {
-    std::ifstream stream(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), {}};
 }
 
 // Every connection that is opened while this lives holds no value much larger than a chunk, and counts its
@@ -120,8 +78,8 @@ TEST_F(SqliteClientTest, ThreadsAndClientsMakeAndFillAStoreAtOnce) {
     for (std::thread& thread : threads) {
         thread.join();
     }
-    EXPECT_EQ(number("SELECT count(*) FROM object"), 101);
-    EXPECT_EQ(number("SELECT count(*) FROM chunk"), 101);
+    EXPECT_EQ(number("SELECT count(*) FROM objects"), 102);
+    EXPECT_EQ(number("SELECT count(*) FROM chunks"), 101);
 }
 
 TEST_F(SqliteClientTest, NothingIsLostWhenWritersExpectWhatTheyHaveRead) {
@@ -207,7 +165,7 @@ TEST_F(SqliteClientTest, CopiedPartsShareBytesThatGoWithTheLastReference) {
         client.copyObject("k", {}, "copy", ExpectedObject::anything());
         EXPECT_TRUE(get(other, "copy") == expected);
         EXPECT_EQ(other.getObjectParts("copy").at(4).Tag, parts[4].Tag);
-        EXPECT_EQ(number("SELECT count(*) FROM chunk"), 3);
+        EXPECT_EQ(number("SELECT count(*) FROM chunks"), 3);
         EXPECT_LE(number("PRAGMA page_count"), pages + 3);
     }
     const std::string id = client.startMultipartUpload("k", {});
@@ -215,13 +173,13 @@ TEST_F(SqliteClientTest, CopiedPartsShareBytesThatGoWithTheLastReference) {
     copy(client, id, parts, 0, 3'000'000);
     client.deleteObject("copy");
     client.deleteObject("k");
-    EXPECT_EQ(number("SELECT count(*) FROM chunk"), 3) << "the upload still refers to them";
+    EXPECT_EQ(number("SELECT count(*) FROM chunks"), 3) << "the upload still refers to them";
     std::vector<PartInfo> resent;
     send(client, id, resent, "resent");
-    EXPECT_EQ(number("SELECT count(*) FROM chunk"), 1);
+    EXPECT_EQ(number("SELECT count(*) FROM chunks"), 1);
     EXPECT_THROW(client.completeMultipartUpload("k", id, parts), UnknownErrorException);
     client.abortMultipartUpload("k", id);
-    for (const std::string table : {"object", "slice", "chunk", "part", "upload", "upload_part"}) {
+    for (const std::string table : {"slices", "chunks", "parts", "uploads", "sent_parts"}) {
         EXPECT_EQ(number("SELECT count(*) FROM " + table), 0) << table;
     }
 }
@@ -234,9 +192,10 @@ TEST_F(SqliteClientTest, AbandonedUploadsAreDroppedAfterADay) {
             std::vector<PartInfo> parts;
             send(client, id, parts, "abc");
         }
-        execute("UPDATE upload SET touched = touched - 86390000000 - 10000000 * (id = " + ids[1] + ")");
+        const std::string touched = "touched - 86390000000 - 10000000 * (id = " + ids[1] + ")";
+        execute("UPDATE uploads SET touched = " + touched + ", sum = row_sum(4, id, key, " + touched + ")");
         isOpening ? open() : client.abortMultipartUpload("x", client.startMultipartUpload("x", {}));
-        EXPECT_EQ(number("SELECT count(*) FROM chunk"), 1);
+        EXPECT_EQ(number("SELECT count(*) FROM chunks"), 1);
         EXPECT_THROW(client.abortMultipartUpload("k", ids[1]), UnknownErrorException);
         client.abortMultipartUpload("k", ids[0]);
     }
@@ -277,12 +236,14 @@ TEST_F(SqliteClientTest, AnObjectPutWholeHasPartsOf8MiB) {
 
 TEST_F(SqliteClientTest, ListingCostsWhatItReturnsAndKnowsItsLastPage) {
     const WatchedConnections watched;
-    SqliteClient client(m_file);
-    put(client, "z", "");
     std::vector<std::int64_t> costs;
     for (const std::string count : {"1", "1000"}) {
-        const std::string names = "WITH RECURSIVE n(i) AS (VALUES(1) UNION ALL SELECT i + 1 FROM n LIMIT ";
-        execute(names + count + ") INSERT OR REPLACE INTO object SELECT CAST('a/' || i AS BLOB), 0, 0, 0 FROM n");
+        m_file += count;
+        makeOldStore("WITH RECURSIVE n(i) AS (VALUES(1) UNION ALL SELECT i + 1 FROM n LIMIT " + count +
+                     ") INSERT INTO object SELECT CAST('a/' || i AS BLOB), 0, 0, 0 FROM n;"
+                     "INSERT INTO object VALUES(CAST('z' AS BLOB), 0, 0, 0)");
+        upgradeSqliteStore(m_file);
+        SqliteClient client(m_file);
         std::string token;
         const std::int64_t before = watched.steps;
         EXPECT_EQ(client.listObjects("", token, {"/", -1}).size(), 2U);
@@ -292,6 +253,7 @@ TEST_F(SqliteClientTest, ListingCostsWhatItReturnsAndKnowsItsLastPage) {
     }
     EXPECT_GT(costs[0], 0);
     EXPECT_EQ(costs[0], costs[1]);
+    SqliteClient client(m_file);
     std::string token;
     EXPECT_EQ(client.listObjects("", token, {}).size(), 1000U);
     EXPECT_THROW(client.listObjects("b", token, {}), UnknownErrorException);
@@ -304,7 +266,7 @@ TEST_F(SqliteClientTest, WhatIsNotAStoreIsRefusedAndLeftAlone) {
         {[&] { std::ofstream(m_file) << std::string(5000, 'x'); }, "file is not a database"},
         {[&] { std::ofstream(m_file) << 'x'; }, "file is not a database"},
         {[&] { execute("PRAGMA application_id=0"); }, "another program's database"},
-        {[&] { execute("PRAGMA user_version=2"); }, "format 2"}};
+        {[&] { execute("PRAGMA user_version=3"); }, "format 3"}};
     for (const auto& [spoil, words] : rows) {
         boost::filesystem::remove(m_file);
         open();
@@ -329,32 +291,6 @@ TEST_F(SqliteClientTest, AReadOnlyStoreIsRefused) {
     EXPECT_EQ(failure, "2 cannot open the store " + m_file + ": attempt to write a readonly database");
 }
 
-TEST_F(SqliteClientTest, DamageIsNeverAnythingButACloudException) {
-    put(*std::make_unique<SqliteClient>(m_file), "k", m_bytes);
-    const std::string store = readFile(m_file);
-    const auto use = [&] {
-        SqliteClient client(m_file);
-        std::string token;
-        client.listObjects("", token, {});
-        EXPECT_EQ(get(client, "k").size(), m_bytes.size());
-        client.abortMultipartUpload("k", client.startMultipartUpload("k", {}));
-        client.deleteObject("k");
-    };
-    const auto pageSize = static_cast<std::size_t>(number("PRAGMA page_size"));
-    for (std::size_t page = 1; page * pageSize < store.size(); page += page < 20 ? 1 : 20) {
-        std::ofstream(m_file) << std::string(store).replace(page * pageSize, 100, 100, '\xA5');
-        EXPECT_PRED_FORMAT2(IsSubstring, "malformed", failureOf(use)) << "page " << page;
-    }
-    std::ofstream(m_file) << store.substr(0, store.size() / 2);
-    EXPECT_PRED_FORMAT2(IsSubstring, "malformed", failureOf(use));
-    for (const std::string damage : {"DELETE FROM chunk", "UPDATE chunk SET bytes = x'00'", "DELETE FROM slice",
-                                     "UPDATE slice SET position = 1 WHERE position = 0"}) {
-        std::ofstream(m_file) << store;
-        execute(damage);
-        EXPECT_PRED_FORMAT2(IsSubstring, "9 cannot get \"k\"", failureOf(use)) << damage;
-    }
-}
-
 TEST_F(SqliteClientTest, WhatFailsChangesNothing) {
     SqliteClient client(m_file, {std::chrono::milliseconds(0)});
     put(client, "k", "old");
@@ -372,15 +308,15 @@ TEST_F(SqliteClientTest, WhatFailsChangesNothing) {
     EXPECT_THROW(client.getObject("k", badSink, 0, 0), UnknownErrorException);
     const auto id = client.startMultipartUpload("k", {});
     EXPECT_THROW(client.copyRun("k", id, {{0, 0, 3, {}}, {1, 3, 1, {}}}, {}), UnknownErrorException);
-    EXPECT_EQ(number("SELECT count(*) FROM upload_part"), 0) << "a run is taken as a whole";
+    EXPECT_EQ(number("SELECT count(*) FROM sent_parts"), 0) << "a run is taken as a whole";
     client.abortMultipartUpload("k", id);
-    execute("INSERT INTO upload VALUES(99, x'00', 0)");
+    execute("INSERT INTO uploads VALUES(99, x'00', 0, row_sum(4, 99, x'00', 0))");
     SQLite::Database other(m_file, SQLite::OPEN_READWRITE);
     const SQLite::Transaction transaction(other, SQLite::TransactionBehavior::IMMEDIATE);
     EXPECT_THROW(put(client, "k", "new"), ResourceInUseException);
     EXPECT_NO_THROW(open()) << "there is an abandoned upload";
     EXPECT_EQ(get(client, "k"), "old");
-    EXPECT_EQ(number("SELECT count(*) FROM chunk"), 1);
+    EXPECT_EQ(number("SELECT count(*) FROM chunks"), 1);
 }
 
 TEST_F(SqliteClientTest, EveryObjectIsWholeAfterAKillAtAnyMoment) {
@@ -425,7 +361,7 @@ TEST_F(SqliteClientTest, EveryObjectIsWholeAfterAKillAtAnyMoment) {
         check("put", putVersion, false);
         check("k", uploadVersion, true);
         EXPECT_EQ(SQLite::Database(m_file).execAndGet("PRAGMA integrity_check").getString(), "ok");
-        EXPECT_EQ(number("SELECT count(*) FROM chunk WHERE id NOT IN (SELECT chunk FROM slice)"), 0);
+        EXPECT_EQ(number("SELECT count(*) FROM chunks WHERE id NOT IN (SELECT chunk FROM slices)"), 0);
         ASSERT_FALSE(HasFailure()) << "round " << round;
     }
     EXPECT_GT(uploadVersion, 0);

@@ -5,6 +5,7 @@
 #include "download.hpp"
 #include "escapeText.hpp"
 #include "failures.hpp"
+#include "maintenance.hpp"
 #include "namespaceChanges.hpp"
 #include "upload.hpp"
 
@@ -85,6 +86,7 @@ CommandLine::CommandLine() : m_app("Work with the files of an object store", "cl
     defineRemoval();
     defineMoving();
     defineUploads();
+    defineMaintenance();
 }
 
 std::optional<int> CommandLine::parse(int argc, const char* const* argv) {
@@ -274,6 +276,11 @@ void CommandLine::defineUploads() {
     uploads.add_option("--older-than", request.olderThan, "Only those that are so old; a number and s, m, h or d")
         ->type_name("AGE");
     uploads.add_option("PATH", request.path, "Of that file, or of all files below that folder")->capture_default_str();
+}
+
+void CommandLine::defineMaintenance() {
+    define("upgrade", "Convert an embedded store that an older version made", "cloudfs upgrade --store sqlite:old.db",
+           [](const Session& session, const Arguments& /*arguments*/) { upgrade(session); });
 }
 
 }  // namespace cloudfs

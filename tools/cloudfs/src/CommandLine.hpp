@@ -56,6 +56,7 @@ private:
     void defineRemoval();
     void defineMoving();
     void defineUploads();
+    void defineMaintenance();
 
     CLI::App m_app;
     std::string m_store = "sqlite:cloudfs.db";

@@ -3,7 +3,6 @@
 
 #include "failures.hpp"
 
-#include <storage/cloudprovider/CloudException.hpp>
 #include <storage/cloudprovider/sqlite/SqliteClient.hpp>
 #ifdef CLOUDFS_WITH_S3
 #include <storage/cloudprovider/s3/S3Client.hpp>
@@ -45,11 +44,29 @@ bool Session::hasStore() const {
     return !S_ISREG(status.st_mode) || status.st_size > 0;
 }
 
-std::shared_ptr<ExtendedCloudClient> Session::openClient(MissingStore missing) const {
-    if (missing == MissingStore::Refuse && !hasStore()) {
+void Session::failWhenMissing() const {
+    if (!hasStore()) {
         throw Failure(ErrorCode::NotFound, url.file, "there is no such store; put, append, touch and mkdir make one");
     }
-    try {
+}
+
+void Session::throwFailure(const CloudException& failure) const {
+    throw Failure(failure.getErrorCode(), url.name(), causeOf(failure, url.name()));
+}
+
+const std::string& Session::embeddedFile(const std::string& ability) const {
+    if (url.isBucket()) {
+        throw UsageError("only an embedded store, sqlite:FILE, can be " + ability + ", not: " + url.name());
+    }
+    failWhenMissing();
+    return url.file;
+}
+
+std::shared_ptr<ExtendedCloudClient> Session::openClient(MissingStore missing) const {
+    if (missing == MissingStore::Refuse) {
+        failWhenMissing();
+    }
+    return namingStore([this]() -> std::shared_ptr<ExtendedCloudClient> {
 #ifdef CLOUDFS_WITH_S3
         if (url.isBucket()) {
             storage::cloudprovider::S3Options options;
@@ -63,9 +80,7 @@ std::shared_ptr<ExtendedCloudClient> Session::openClient(MissingStore missing) c
         }
 #endif
         return std::make_shared<SqliteClient>(url.file);
-    } catch (const CloudException& failure) {
-        throw Failure(failure.getErrorCode(), url.name(), causeOf(failure, url.name()));
-    }
+    });
 }
 
 std::shared_ptr<IProvider> Session::providerFor(std::shared_ptr<CloudClient> client) const {

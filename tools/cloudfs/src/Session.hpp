@@ -6,10 +6,12 @@
 #include "TrafficReport.hpp"
 
 #include <foundation/storage/provider/IProvider.hpp>
+#include <storage/cloudprovider/CloudException.hpp>
 #include <storage/cloudprovider/ExtendedCloudClient.hpp>
 #include <storage/cloudprovider/buildCloudProvider.hpp>
 
 #include <memory>
+#include <string>
 
 namespace cloudfs {
 
@@ -36,8 +38,27 @@ struct Session {
     /// Whether there is a store; an empty file is none yet.
     bool hasStore() const;
 
+    /// Run an action on the store: CloudExceptions become Failures, which name the store.
+    template <typename Action>
+    auto namingStore(const Action& action) const {
+        try {
+            return action();
+        } catch (const storage::cloudprovider::CloudException& failure) {
+            throwFailure(failure);
+        }
+    }
+
+    /// The file of the embedded store.
+    ///
+    /// Errors   UsageError, with what only an embedded store can do, for any other; Failure when there is none.
+    const std::string& embeddedFile(const std::string& ability) const;
+
     /// The local files that the store consists of; a bucket has none.
     LocalStoreFiles files() const { return url.isBucket() ? LocalStoreFiles() : LocalStoreFiles(url.file); }
+
+private:
+    [[noreturn]] void throwFailure(const storage::cloudprovider::CloudException& failure) const;
+    void failWhenMissing() const;
 };
 
 }  // namespace cloudfs

@@ -7,7 +7,6 @@
 #include "formatting.hpp"
 
 #include <foundation/services/InterruptState.hpp>
-#include <storage/cloudprovider/CloudException.hpp>
 #include <storage/cloudprovider/utils.hpp>
 
 #include <boost/date_time/posix_time/posix_time_types.hpp>
@@ -21,7 +20,6 @@ namespace cloudfs {
 using boost::posix_time::ptime;
 using boost::posix_time::second_clock;
 using boost::posix_time::time_duration;
-using storage::cloudprovider::CloudException;
 using storage::cloudprovider::UnfinishedUpload;
 
 namespace {
@@ -67,15 +65,6 @@ bool isMeant(const UnfinishedUpload& upload, const std::string& key) {
     return key.empty() || upload.Key == key || upload.Key.compare(0, key.size() + 1, key + '/') == 0;
 }
 
-template <typename Action>
-auto namingStore(const Session& session, Action action) {
-    try {
-        return action();
-    } catch (const CloudException& failure) {
-        throw Failure(failure.getErrorCode(), session.url.name(), failure.what());
-    }
-}
-
 void writeUpload(StandardOutput& output, const UnfinishedUpload& upload) {
     constexpr std::size_t kSizeWidth = 10;
     const auto size = formatSize(upload.Size);
@@ -96,13 +85,13 @@ void showUploads(const Session& session, const UploadsRequest& request) {
     std::string token;
     do {
         foundation::utInterruptState::ThrowIfInterruptPending();
-        const auto page = namingStore(session, [&] { return client->listUploads(key, token); });
+        const auto page = session.namingStore([&] { return client->listUploads(key, token); });
         for (const auto& upload : page) {
             if (!isMeant(upload, key) || !isOld(upload, latest)) {
                 continue;
             }
             if (request.isAborting) {
-                namingStore(session, [&] { client->abortMultipartUpload(upload.Key, upload.UploadId); });
+                session.namingStore([&] { client->abortMultipartUpload(upload.Key, upload.UploadId); });
             }
             writeUpload(output, upload);
         }

@@ -36,8 +36,10 @@ struct SqliteOptions {
 ///           reads or writes; copyRun is one, and takes all parts or none.
 /// Uploads   an upload without activity for a day is dropped when a client begins an upload, or opens the
 ///           store while nobody else is writing.
-/// Errors    CloudException, the text with SQLite's own words; damage is told as far as SQLite notices it, and
-///           bytes that lack are never made up. Deleting a missing object, and copying from
+/// Damage    every row, and every chunk of bytes, has a checksum that is compared when it is read, and the list of objects
+///           shows where one is missing. What is not as it was written is an UnknownErrorException that says "the store
+///           is damaged"; no byte of the chunk is given. An object whose bytes are damaged can be removed or replaced.
+/// Errors    CloudException, the text with SQLite's own words. Deleting a missing object, and copying from
 ///           one, are ResourceNotFoundExceptions; an empty key, or a name that is empty or holds a NUL byte,
 ///           an InvalidLocationException; data that ends early, ranges beyond the object, unknown uploads and
 ///           parts that do not match what was sent, UnknownErrorExceptions that change nothing. A
@@ -52,7 +54,8 @@ public:
     ///
     /// Values   the file's path in UTF-8; its folder must exist. Two more files, named like it with -wal and
     ///          -shm, lie beside it while it is in use.
-    /// Errors   UnknownErrorException when the file is no such store, a newer one or damaged; it is left as
+    /// Errors   UnknownErrorException when the file is no such store, a newer one or damaged,
+    ///          UnsupportedOperationException when it is an older one, which upgradeSqliteStore converts; it is left as
     ///          it is. PermissionDeniedException when it cannot be written.
     explicit SqliteClient(const std::string& file, const SqliteOptions& options = {});
     SqliteClient(const SqliteClient&) = delete;
