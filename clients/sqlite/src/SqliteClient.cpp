@@ -6,7 +6,6 @@
 #include "errors.hpp"
 #include "listing.hpp"
 #include "objects.hpp"
-#include "schema.hpp"
 #include "storeFile.hpp"
 #include "uploads.hpp"
 
@@ -87,11 +86,7 @@ private:
     }
 
     std::unique_ptr<Connection> open(const SqliteOptions& options) {
-        return translate("open", {}, [&] {
-            auto connection = std::make_unique<Connection>(m_file, true, options.BusyTimeout);
-            sqlite::openSchema(*connection, options.BusyTimeout);
-            return connection;
-        });
+        return translate("open", {}, [&] { return sqlite::openStore(m_file, true, options.BusyTimeout); });
     }
 
     // Drop abandoned uploads if nobody else is writing: opening neither waits nor fails for them, since whoever

@@ -80,21 +80,26 @@ void readSlice(Connection& connection, const Slice& slice, std::ostream& sink) {
     }
 }
 
+std::int64_t getLastNumber(Connection& connection) {
+    Query row = connection.query("SELECT last, sum FROM numbers");
+    if (!row.next()) {
+        throwDamaged("its counter is missing");
+    }
+    const std::int64_t last = row.getInteger(0);
+    requireSum(row.getInteger(1), sumRow(Table::Numbers, last), "its counter");
+    return last;
+}
+
 }  // namespace
 
 std::int64_t newNumber(Connection& connection) {
-    std::int64_t last = 0;
-    {
-        Query row = connection.query("SELECT last, sum FROM numbers");
-        if (!row.next()) {
-            throwDamaged("its counter is missing");
-        }
-        last = row.getInteger(0);
-        requireSum(row.getInteger(1), sumRow(Table::Numbers, last), "its counter");
-    }
-    ++last;
-    connection.query("UPDATE numbers SET last = ?, sum = ?", last, sumRow(Table::Numbers, last)).run();
-    return last;
+    const std::int64_t number = getLastNumber(connection) + 1;
+    connection.query("UPDATE numbers SET last = ?, sum = ?", number, sumRow(Table::Numbers, number)).run();
+    return number;
+}
+
+void checkNumbers(Connection& connection) {
+    getLastNumber(connection);
 }
 
 void insertSlice(Connection& connection, std::int64_t content, const Slice& slice) {

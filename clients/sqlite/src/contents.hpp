@@ -27,6 +27,9 @@ void insertSlice(Connection& connection, std::int64_t content, const Slice& slic
 /// Give a number that no content and no upload ever had.
 std::int64_t newNumber(Connection& connection);
 
+/// See that the last number given is as it was written.
+void checkNumbers(Connection& connection);
+
 /// Store the next size bytes of data as a new content, a chunk at a time. Throws StoreFailure when
 /// data ends before.
 std::int64_t writeContent(Connection& connection, std::istream& data, std::uint64_t size);

@@ -1,6 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "Connection.hpp"
+
+#include <chrono>
+#include <memory>
 #include <string>
 
 namespace storage::cloudprovider::sqlite {
@@ -9,5 +13,11 @@ namespace storage::cloudprovider::sqlite {
 ///
 /// Errors   InvalidLocationException for what is no path.
 std::string toDatabaseName(const std::string& file);
+
+/// Open a store of the present format.
+///
+/// Values   mayCreate: make one when the file is missing or empty.
+/// Errors   as openSchema.
+std::unique_ptr<Connection> openStore(const std::string& name, bool mayCreate, std::chrono::milliseconds busyTimeout);
 
 }  // namespace storage::cloudprovider::sqlite

@@ -2,6 +2,7 @@
 #include <storage/cloudprovider/sqlite/storeMaintenance.hpp>
 
 #include "Connection.hpp"
+#include "Verification.hpp"
 #include "errors.hpp"
 #include "schema.hpp"
 #include "storeFile.hpp"
@@ -15,6 +16,24 @@ bool upgradeSqliteStore(const std::string& file, const SqliteOptions& options) {
                                        sqlite::Connection connection(name, false, options.BusyTimeout);
                                        return sqlite::upgradeSchema(connection);
                                    });
+}
+
+VerificationResult verifySqliteStore(const std::string& file, const std::string& key,
+                                     const VerificationObserver& observer, const SqliteOptions& options) {
+    const std::string name = sqlite::toDatabaseName(file);
+    const auto describe = [&] { return "cannot verify the store " + name; };
+    return sqlite::translateErrors(describe, [&] {
+        const auto connection = sqlite::openStore(name, false, options.BusyTimeout);
+        sqlite::Verification verification(*connection, observer);
+        if (key.empty()) {
+            verification.readObjects({});
+            verification.readRest();
+        } else {
+            verification.readObject(key);
+            verification.readObjects(key.back() == '/' ? key : key + '/');
+        }
+        return verification.result();
+    });
 }
 
 }  // namespace storage::cloudprovider

@@ -42,6 +42,13 @@ bool isSound(const Query& upload) {
     return upload.getInteger(3) == sumUpload(upload.getInteger(0), upload.getBytes(1), upload.getInteger(2));
 }
 
+void requireSound(const Query& upload) {
+    if (!isSound(upload)) {
+        throwDamaged("the row of the upload " + std::to_string(upload.getInteger(0)) + " of \"" +
+                     std::string(upload.getBytes(1)) + "\" is not as it was written");
+    }
+}
+
 // The same of a row of number, content, size, sum.
 bool isSoundPart(const Query& part, std::int64_t upload) {
     return part.getInteger(3) == sumSentPart(upload, part.getInteger(0), part.getInteger(1), part.getInteger(2));
@@ -61,12 +68,11 @@ std::int64_t findUpload(Connection& connection, const std::string& key, const st
     const auto [rest, error] = std::from_chars(uploadId.data(), end, upload);
     if (error == std::errc() && rest == end) {
         Query row = connection.query("SELECT id, key, touched, sum FROM uploads WHERE id = ?", upload);
-        const bool isThere = row.next();
-        if (isThere && !isSound(row)) {
-            throwDamaged("the row of the upload " + uploadId + " is not as it was written");
-        }
-        if (isThere && row.getBytes(1) == key) {
-            return upload;
+        if (row.next()) {
+            requireSound(row);
+            if (row.getBytes(1) == key) {
+                return upload;
+            }
         }
     }
     throw StoreFailure("there is no upload \"" + uploadId + "\" of \"" + key + '"');
@@ -233,16 +239,31 @@ std::vector<UnfinishedUpload> listUploads(Connection& connection, const std::str
             token = uploads.back().UploadId + ' ' + uploads.back().Key;
             break;
         }
+        requireSound(rows);
         const std::int64_t upload = rows.getInteger(0);
-        std::string key(rows.getBytes(1));
-        if (!isSound(rows)) {
-            throwDamaged("the row of the upload " + std::to_string(upload) + " of \"" + key +
-                         "\" is not as it was written");
-        }
-        uploads.push_back(
-            {std::move(key), std::to_string(upload), toTime(rows.getInteger(2)), getSentSize(connection, upload)});
+        uploads.push_back({std::string(rows.getBytes(1)), std::to_string(upload), toTime(rows.getInteger(2)),
+                           getSentSize(connection, upload)});
     }
     return uploads;
+}
+
+std::int64_t findUploadBehind(Connection& connection, std::int64_t after) {
+    Query row = connection.query("SELECT id FROM uploads WHERE id > ? ORDER BY id LIMIT 1", after);
+    return row.next() ? row.getInteger(0) : -1;
+}
+
+void readUpload(Connection& connection, std::int64_t upload, std::ostream& sink) {
+    {
+        Query row = connection.query("SELECT id, key, touched, sum FROM uploads WHERE id = ?", upload);
+        if (row.next()) {
+            requireSound(row);
+        }
+    }
+    Query rows = connection.query("SELECT number, content, size, sum FROM sent_parts WHERE upload = ?", upload);
+    while (rows.next()) {
+        const SentPart part = getSentPart(rows, upload);
+        readContent(connection, part.content, 0, part.size, sink);
+    }
 }
 
 bool hasAbandonedUploads(Connection& connection) {

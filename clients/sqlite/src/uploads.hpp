@@ -48,6 +48,12 @@ std::int64_t completeUpload(Connection& connection, const std::string& key, cons
 /// last part came.
 std::vector<UnfinishedUpload> listUploads(Connection& connection, const std::string& prefix, std::string& token);
 
+/// The first upload with a number above that one; -1 when there is none.
+std::int64_t findUploadBehind(Connection& connection, std::int64_t after);
+
+/// Write what was sent to an upload to sink, part by part. Throws StoreDamaged, which names the upload.
+void readUpload(Connection& connection, std::int64_t upload, std::ostream& sink);
+
 /// Whether some upload had no activity for a day.
 bool hasAbandonedUploads(Connection& connection);
 

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "StoreTest.hpp"
 
+#include <storage/cloudprovider/sqlite/storeMaintenance.hpp>
+
 #include <boost/date_time/posix_time/posix_time.hpp>
 
 #include <algorithm>
@@ -224,6 +226,55 @@ TEST_F(DamageTest, RowsThatAreLostOrChangedAreNamed) {
     restore(store.substr(0, store.size() / 2));
     EXPECT_PRED_FORMAT2(IsSubstring, "malformed",
                         failureOf([&] { get(*std::make_unique<SqliteClient>(m_file), "a"); }));
+}
+
+TEST_F(DamageTest, VerifyingFindsAllDamageAndReadsOn) {
+    fill();
+    const std::string store = readFile(m_file);
+    const std::string chunkOf = "(SELECT chunk FROM slices JOIN objects USING(content) WHERE key = CAST('";
+    const std::vector<std::tuple<std::string, std::string, std::vector<std::string>>> rows = {
+        {"SELECT 1", "", {}},
+        {"UPDATE chunks SET bytes = x'00' WHERE id = " + chunkOf + "many/020' AS BLOB))", "", {"many/020"}},
+        {"UPDATE objects SET size = size + 1 WHERE key IN (x'61', CAST('many/100' AS BLOB))", "", {"a", "many/100"}},
+        {"DELETE FROM objects WHERE key = CAST('many/100' AS BLOB)", "", {""}},
+        {"DELETE FROM parts", "", {"copy", "k"}},
+        {"DELETE FROM objects WHERE key = x''", "", {""}},
+        {"UPDATE sent_parts SET content = content + 1", "", {""}},
+        {"UPDATE uploads SET touched = 1", "", {""}},
+        {"UPDATE numbers SET last = 1", "", {""}},
+        {"UPDATE chunks SET bytes = x'00' WHERE id = " + chunkOf + "many/020' AS BLOB))", "many", {"many/020"}},
+        {"UPDATE chunks SET bytes = x'00' WHERE id = " + chunkOf + "many/020' AS BLOB))", "many/020", {"many/020"}},
+        {"UPDATE chunks SET bytes = x'00' WHERE id = " + chunkOf + "many/020' AS BLOB))", "many/02", {}},
+    };
+    for (const auto& [damage, key, damaged] : rows) {
+        SCOPED_TRACE(damage + ", " + key);
+        boost::filesystem::remove(m_file + "-wal");
+        restore(store);
+        execute(damage);
+        std::vector<std::string> found;
+        std::uint64_t bytes = 0;
+        const auto result = verifySqliteStore(m_file, key,
+                                              {[&](std::uint64_t count) { bytes += count; },
+                                               [&](const std::string& name, const std::string& cause) {
+                                                   EXPECT_PRED_FORMAT2(IsSubstring, kDamaged, cause);
+                                                   found.push_back(name);
+                                               }});
+        EXPECT_EQ(found, damaged);
+        EXPECT_EQ(result.Damages, damaged.size());
+        EXPECT_TRUE(!key.empty() || (bytes > m_bytes.size() && result.Objects >= 204)) << result.Objects;
+    }
+    // A page of the list that cannot be read at all.
+    const auto pageSize = static_cast<std::size_t>(number("PRAGMA page_size"));
+    const auto page = store.find("many/050") / pageSize * pageSize;
+    restore(std::string(store).replace(page, 100, 100, '\xA5'));
+    std::string causes;
+    const auto result = verifySqliteStore(
+        m_file, {}, {{}, [&](const std::string&, const std::string& cause) { causes += cause + '\n'; }});
+    EXPECT_PRED_FORMAT2(IsSubstring, "the list of objects", causes);
+    EXPECT_GT(result.Damages, 0U);
+    const VerificationObserver impatient{[](std::uint64_t) { throw std::domain_error("enough"); }, {}};
+    restore(store);
+    EXPECT_THROW(verifySqliteStore(m_file, {}, impatient), std::domain_error);
 }
 
 TEST_F(DamageTest, WhatIsDamagedCanBeRemovedAndReplaced) {

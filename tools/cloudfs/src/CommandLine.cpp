@@ -279,6 +279,11 @@ void CommandLine::defineUploads() {
 }
 
 void CommandLine::defineMaintenance() {
+    auto& verifyCommand =
+        define("verify", "Read everything in an embedded store, and list what is damaged", "cloudfs verify /photos",
+               [](const Session& session, const Arguments& arguments) { verify(session, arguments.folder); });
+    verifyCommand.add_option("PATH", m_arguments.folder, "Only that file, or what is below that folder")
+        ->capture_default_str();
     define("upgrade", "Convert an embedded store that an older version made", "cloudfs upgrade --store sqlite:old.db",
            [](const Session& session, const Arguments& /*arguments*/) { upgrade(session); });
 }

@@ -36,6 +36,7 @@ private:
         UploadsRequest uploads;
         std::string local;
         std::string path;
+        std::string folder = "/";
         std::string destination;
         std::string offset;
         bool isRecursive = false;

@@ -3,7 +3,13 @@
 
 #include "Session.hpp"
 
+#include <string>
+
 namespace cloudfs {
+
+/// Read a file, all files below a folder, or the whole of an embedded store, and list what is damaged. Errors: see
+/// main.cpp; a Failure when something is.
+void verify(const Session& session, const std::string& path);
 
 /// Convert an embedded store of an older format, and say what was done. Errors: see main.cpp.
 void upgrade(const Session& session);

@@ -127,7 +127,7 @@ class Usage(Case):
                           ["--trace=zz", "ls", "/"], ["--trace=0x100000000", "ls", "/"],
                           ["--folder-policy", "none", "ls", "/"], ["--store", "f", "ls", "/"],
                           ["--store", "sqlite:", "ls", "/"], ["--store", "s3:///prefix", "ls", "/"],
-                          ["--store", "s3://bucket", "upgrade"],
+                          ["--store", "s3://bucket", "upgrade"], ["--store", "s3://bucket", "verify"],
                           ["uploads", "--older-than", "1y"], ["uploads", "--older-than", "d"],
                           ["cat", "/f", "/g"], ["put", "-", "/sub/"]]:
             with self.subTest(arguments=arguments):
@@ -141,7 +141,7 @@ class Usage(Case):
         self.assertIn("\nCommands:\n", overview)
         self.assertNotIn("{", overview.split("--trace")[1])
         for command in ["ls", "stat", "cat", "put", "get", "append", "write", "touch", "mkdir", "rm", "rmdir", "mv",
-                        "cp", "uploads", "upgrade"]:
+                        "cp", "uploads", "verify", "upgrade"]:
             with self.subTest(command=command):
                 self.assertIn(f"\n  {command} ", overview)
                 self.assertRegex(self.ok(command, "--help").decode(), rf"Example: .*cloudfs {command} ")
@@ -151,7 +151,7 @@ class Usage(Case):
         self.local("f", b"x")
         for arguments in [["ls", "/"], ["stat", "/"], ["cat", "/a"], ["get", "/a", "b"], ["rm", "/a"],
                           ["rmdir", "/a"], ["mv", "/a", "/b"], ["cp", "/a", "/b"], ["write", "--at", "0", "f", "/a"],
-                          ["upgrade"]]:
+                          ["upgrade"], ["verify"]]:
             with self.subTest(arguments=arguments):
                 self.fails("NotFound", "store.db", *arguments, mentions="no such store")
         self.fails("NotFound", "missing", "put", "missing", "/a")
@@ -213,6 +213,30 @@ class Maintenance(Case):
         self.assertEqual(self.ok("upgrade"), b"has format 2 already\n")
         self.assertEqual(self.ok("cat", "/f"), b"old")
         self.assertEqual(self.names("/", "-R"), ["d/", "d/g", "f"])
+
+    def test_verify_lists_what_is_damaged_and_nothing_else(self):
+        for path in ["/d/one", "/d/two", "/dd", "/whole"]:
+            self.ok("put", "-", path, data=b"of " + path.encode() + os.urandom(3 * PART))
+        self.assertEqual(self.ok("verify"), b"")
+        connection = sqlite3.connect(os.path.join(self.work, "store.db"))
+        connection.execute("UPDATE chunks SET bytes = CAST('x' AS BLOB) || substr(bytes, 2)"
+                           " WHERE instr(bytes, CAST('/d' AS BLOB)) = 4 AND instr(bytes, CAST('two' AS BLOB)) = 0")
+        connection.commit()
+        connection.close()
+        for path, damaged in [("/", ["/d/one", "/dd"]), ("/d", ["/d/one"]), ("/d/", ["/d/one"]), ("/dd", ["/dd"])]:
+            with self.subTest(path=path):
+                result = self.run_tool("verify", path)
+                lines = result.stdout.decode().splitlines()
+                self.assertEqual([line.split(":")[0] for line in lines], damaged)
+                self.assertTrue(all("the store is damaged" in line for line in lines), lines)
+                self.assertRegex(result.stderr.decode(), rf"^Unknown: store.db: the store is damaged; .*: {len(damaged)}\n$")
+                self.assertEqual(result.returncode, FAILED)
+        self.assertEqual(self.ok("verify", "/whole") + self.ok("verify", "/d/two"), b"")
+        self.fails("NotFound", "/missing", "verify", "/missing")
+        self.fails("Unknown", "/dd", "cat", "/dd", mentions="damaged")
+        self.ok("rm", "/dd")
+        self.ok("put", "-", "/d/one", data=b"again")
+        self.assertEqual(self.ok("verify"), b"")
 
 
 class Transfers(Case):

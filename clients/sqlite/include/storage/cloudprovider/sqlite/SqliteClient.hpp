@@ -36,7 +36,8 @@ struct SqliteOptions {
 ///           reads or writes; copyRun is one, and takes all parts or none.
 /// Uploads   an upload without activity for a day is dropped when a client begins an upload, or opens the
 ///           store while nobody else is writing.
-/// Damage    every row, and every chunk of bytes, has a checksum that is compared when it is read, and the list of objects
+/// Damage    every row, and every chunk of bytes, has a checksum that is compared when it is read, and the list of
+/// objects
 ///           shows where one is missing. What is not as it was written is an UnknownErrorException that says "the store
 ///           is damaged"; no byte of the chunk is given. An object whose bytes are damaged can be removed or replaced.
 /// Errors    CloudException, the text with SQLite's own words. Deleting a missing object, and copying from

@@ -4,6 +4,8 @@
 #include <storage/cloudprovider/sqlite/SqliteClient.hpp>
 #include <storage/cloudprovider/sqlite/export.hpp>
 
+#include <cstdint>
+#include <functional>
 #include <string>
 
 namespace storage::cloudprovider {
@@ -20,5 +22,32 @@ namespace storage::cloudprovider {
 /// Errors   as SqliteClient. ResourceInUseException when others are writing for longer than the options allow.
 /// Threads  any.
 CLOUDPROVIDER_SQLITE_EXPORT bool upgradeSqliteStore(const std::string& file, const SqliteOptions& options = {});
+
+/// Who is told how verifySqliteStore gets on. Functions may be empty; what they throw ends it, and is thrown on.
+struct VerificationObserver {
+    /// Told of bytes that were read, a chunk at most at a time.
+    std::function<void(std::uint64_t bytes)> OnBytes;
+    /// Told what is damaged: the object's key, empty for what belongs to no single object, and the cause.
+    std::function<void(const std::string& key, const std::string& cause)> OnDamage;
+};
+
+/// What verifySqliteStore read and found.
+struct VerificationResult {
+    std::uint64_t Objects = 0;  ///< how many objects were looked at, damaged or not
+    std::uint64_t Damages = 0;  ///< how often OnDamage was told
+};
+
+/// Read all bytes of a store and compare all checksums, without changing anything. What is damaged is told to the
+/// observer; the rest is read nevertheless. Each object is read in a transaction of its own, so others may work
+/// meanwhile, and an object may be new or gone by the time it is reached.
+///
+/// Values   file: an existing one, as for SqliteClient. key: empty for the whole store, with the uploads under way and
+///          the tables; else for the object of that key, and those whose keys begin with it and a "/".
+/// Result   no damages: everything was as it was written. No objects: there are none.
+/// Errors   as SqliteClient: for a store that cannot be opened or is busy, not for what is damaged in it.
+/// Threads  any; observer is told on the caller's.
+CLOUDPROVIDER_SQLITE_EXPORT VerificationResult verifySqliteStore(const std::string& file, const std::string& key,
+                                                                 const VerificationObserver& observer,
+                                                                 const SqliteOptions& options = {});
 
 }  // namespace storage::cloudprovider
