@@ -18,9 +18,7 @@
 #include <algorithm>
 #include <memory>
 #include <numeric>
-#include <random>
 #include <string>
-#include <vector>
 
 namespace {
 
@@ -106,13 +104,6 @@ void editOneByte(const bench::Distance& distance, std::uint64_t size) {
                       {Goal::Kind::AtMost, 6});
 }
 
-std::vector<std::uint64_t> choosePlaces(std::uint64_t size, std::uint64_t readSize) {
-    std::mt19937_64 random(1);  // the same places in each run
-    std::vector<std::uint64_t> places(100);
-    std::generate(places.begin(), places.end(), [&] { return random() % (size / readSize) * readSize; });
-    return places;
-}
-
 std::uint64_t countRandomReads(const ProviderOptions& options, std::uint64_t size) {
     constexpr std::uint64_t kReadSize = 4 * bench::kKiB;
     // Requests do not depend on how far the store is, but whatever is fetched ahead has to begin between two reads.
@@ -120,7 +111,7 @@ std::uint64_t countRandomReads(const ProviderOptions& options, std::uint64_t siz
     client->makeObject("file", size, bench::kPartSize);
     const auto store = bench::makeProvider(client, options);
     const auto stream = store->openReadOnlyStream(provider::StorageIRI::fromUtf8("/file"));
-    for (const auto place : choosePlaces(size, kReadSize)) {
+    for (const auto place : bench::choosePlaces(size, kReadSize)) {
         stream->seek(static_cast<std::int64_t>(place), std::ios_base::beg);
         bench::require(stream->read(bench::callBuffer(), kReadSize) == kReadSize, "a read came back short");
         bench::require(DistantClient::isContent(bench::callBuffer(), kReadSize, place), "other bytes came back");

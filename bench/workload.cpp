@@ -6,6 +6,7 @@
 #include <storage/cloudprovider/buildCloudProvider.hpp>
 
 #include <algorithm>
+#include <random>
 #include <utility>
 
 namespace bench {
@@ -61,6 +62,13 @@ void readFile(const provider::IProvider& provider, const std::string& path, std:
     const auto stream = provider.openReadOnlyStream(provider::StorageIRI::fromUtf8(path));
     readStream(*stream, size);
     stream->close();
+}
+
+std::vector<std::uint64_t> choosePlaces(std::uint64_t size, std::uint64_t readSize) {
+    std::mt19937_64 random(1);
+    std::vector<std::uint64_t> places(100);
+    std::generate(places.begin(), places.end(), [&] { return random() % (size / readSize) * readSize; });
+    return places;
 }
 
 }  // namespace bench

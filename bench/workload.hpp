@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 /// What users of a provider do, in calls of kCallSize.
 namespace bench {
@@ -38,5 +39,8 @@ void readStream(foundation::storage::provider::ByteStream& stream, std::uint64_t
 
 /// Open a file, read all of it, and close it.
 void readFile(const foundation::storage::provider::IProvider& provider, const std::string& path, std::uint64_t size);
+
+/// A hundred random places in a file of that size to read so many bytes at: multiples of them, the same in each run.
+std::vector<std::uint64_t> choosePlaces(std::uint64_t size, std::uint64_t readSize);
 
 }  // namespace bench
