@@ -5,6 +5,7 @@
 #include <sqlite3.h>
 
 #include <algorithm>
+#include <cctype>
 #include <limits>
 
 namespace storage::cloudprovider::sqlite {
@@ -14,6 +15,34 @@ namespace {
 int toTimeout(std::chrono::milliseconds timeout) {
     using Milliseconds = std::chrono::milliseconds::rep;
     return static_cast<int>(std::clamp<Milliseconds>(timeout.count(), 0, std::numeric_limits<int>::max()));
+}
+
+int toFlags(Access access) {
+    switch (access) {
+        case Access::Create:
+            return SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE | SQLite::OPEN_NOMUTEX;
+        case Access::Change:
+            return SQLite::OPEN_READWRITE | SQLite::OPEN_NOMUTEX;
+        case Access::ReadImmutable:
+            return SQLite::OPEN_READONLY | SQLite::OPEN_URI | SQLite::OPEN_NOMUTEX;
+        default:
+            return SQLite::OPEN_READONLY | SQLite::OPEN_NOMUTEX;
+    }
+}
+
+// The URI of an absolute path (sqlite.org/uri.html).
+std::string toImmutable(const std::string& file) {
+    constexpr std::string_view kHexadecimal = "0123456789ABCDEF";
+    std::string uri = "file:";
+    for (const char character : file) {
+        const auto byte = static_cast<unsigned char>(character);
+        if (character == '/' || std::isalnum(byte) != 0) {
+            uri += character;
+        } else {
+            uri += {'%', kHexadecimal[byte / 16], kHexadecimal[byte % 16]};
+        }
+    }
+    return uri + "?immutable=1";
 }
 
 }  // namespace
@@ -38,14 +67,25 @@ std::string_view Query::getBytes(int column) const {
     return {static_cast<const char*>(bytes), static_cast<std::size_t>(value.getBytes())};
 }
 
-Connection::Connection(const std::string& file, bool mayCreate, std::chrono::milliseconds busyTimeout)
-    : m_database(file, SQLite::OPEN_READWRITE | SQLite::OPEN_NOMUTEX | (mayCreate ? SQLite::OPEN_CREATE : 0),
-                 toTimeout(busyTimeout)) {
+Connection::Connection(const std::string& file, Access access, std::chrono::milliseconds busyTimeout)
+    : m_access(access),
+      m_database(access == Access::ReadImmutable ? toImmutable(file) : file, toFlags(access), toTimeout(busyTimeout),
+                 access == Access::ReadAlone ? "unix-none" : "") {
+    if (isReadOnly()) {
+        if (access == Access::ReadAlone) {
+            // Before anything is read: the index of the log is then kept in memory (sqlite.org/wal.html#noshm).
+            m_database.exec("PRAGMA locking_mode=EXCLUSIVE");
+        }
+        return;
+    }
     // SQLite falls back to reading only, and then fails later in other words. The answer needs no look into
     // the file, for which SQLite may need files beside it that cannot be made.
     if (sqlite3_db_readonly(m_database.getHandle(), "main") != 0) {
         throw SQLite::Exception(sqlite3_errstr(SQLITE_READONLY), SQLITE_READONLY);
     }
+    // The last one to close leaves the files beside the store, empty, so that those who may not make them can read it.
+    int isKept = 1;
+    m_database.check(sqlite3_file_control(m_database.getHandle(), "main", SQLITE_FCNTL_PERSIST_WAL, &isKept));
     // FULL: what is committed survives a loss of power. The limit: a large transaction does not leave a log
     // of its size behind.
     m_database.exec(

@@ -36,17 +36,30 @@ private:
     SQLite::Statement& m_statement;
 };
 
+/// How a connection uses its file.
+enum class Access {
+    Create,        ///< reads and changes it; an empty database is made when there is none
+    Change,        ///< reads and changes it
+    Read,          ///< reads it, with the files beside it, which others may use at the same time
+    ReadAlone,     ///< reads it, and the log beside it, without any locks: nobody may change them meanwhile
+    ReadImmutable  ///< reads it as if there were no log
+};
+
 /// One connection to a store's file with its prepared statements.
 ///
 /// Errors   SQLite::Exception, here and wherever a connection is used.
 /// Threads  one at a time.
 class Connection {
 public:
-    /// Values   mayCreate: make an empty database when there is no such file.
-    /// Errors   SQLITE_READONLY when the file cannot be written.
-    Connection(const std::string& file, bool mayCreate, std::chrono::milliseconds busyTimeout);
+    /// Errors   SQLITE_READONLY when the file is to be changed and cannot be written.
+    Connection(const std::string& file, Access access, std::chrono::milliseconds busyTimeout);
 
     SQLite::Database& database() noexcept { return m_database; }
+
+    /// How others are opened like this one; the file is there by now.
+    Access access() const noexcept { return m_access == Access::Create ? Access::Change : m_access; }
+
+    bool isReadOnly() const noexcept { return m_access > Access::Change; }
 
     /// The file's absolute path, as SQLite resolved it when it was opened.
     std::string file() const;
@@ -76,6 +89,7 @@ private:
     static void bind(SQLite::Statement& statement, int index, std::int64_t value);
     static void bind(SQLite::Statement& statement, int index, std::string_view value);
 
+    const Access m_access;
     SQLite::Database m_database;
     std::map<std::string_view, SQLite::Statement> m_statements;
 };

@@ -20,7 +20,7 @@ ConnectionPool::Lease::~Lease() {
 }
 
 ConnectionPool::ConnectionPool(std::chrono::milliseconds busyTimeout, std::unique_ptr<Connection> first)
-    : m_file(first->file()), m_busyTimeout(busyTimeout) {
+    : m_file(first->file()), m_access(first->access()), m_busyTimeout(busyTimeout) {
     m_idle.reserve(kMostIdle);  // so that giving back needs no memory
     m_idle.push_back(std::move(first));
 }
@@ -28,7 +28,7 @@ ConnectionPool::ConnectionPool(std::chrono::milliseconds busyTimeout, std::uniqu
 ConnectionPool::Lease ConnectionPool::lease() {
     std::unique_ptr<Connection> connection = takeIdle();
     if (!connection) {
-        connection = std::make_unique<Connection>(m_file, false, m_busyTimeout);
+        connection = std::make_unique<Connection>(m_file, m_access, m_busyTimeout);
     }
     return {*this, std::move(connection)};
 }

@@ -33,6 +33,9 @@ public:
     /// Values   first: the first to be leased; all others go to its file, wherever the process changes to.
     ConnectionPool(std::chrono::milliseconds busyTimeout, std::unique_ptr<Connection> first);
 
+    /// Whether its connections change nothing.
+    bool isReadOnly() const noexcept { return m_access != Access::Change; }
+
     /// Take an idle connection, or open one.
     Lease lease();
 
@@ -42,6 +45,7 @@ private:
 
     // Set by the constructor, never changed.
     const std::string m_file;
+    const Access m_access;
     const std::chrono::milliseconds m_busyTimeout;
 
     // Guards m_idle.

@@ -36,7 +36,9 @@ class SqliteClient::Implementation {
 public:
     Implementation(std::string file, const SqliteOptions& options)
         : m_file(std::move(file)), m_pool(options.BusyTimeout, open(options)) {
-        tidy(options.BusyTimeout);
+        if (!m_pool.isReadOnly()) {
+            tidy(options.BusyTimeout);
+        }
     }
 
     /// Run an action on the store as it is now; later changes do not show.

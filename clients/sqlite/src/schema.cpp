@@ -38,6 +38,7 @@ namespace {
 constexpr int kApplicationId = 0x434F424A;  // "COBJ"
 constexpr int kOldVersion = 1;
 constexpr int kVersion = 2;
+constexpr const char* kEmpty = "the file is empty";
 
 // The tables without rowid are their own index: a listing reads objects from front to back, and keys, being
 // blobs, compare as bytes (sqlite.org/withoutrowid.html). Times are microseconds since 1970-01-01 UTC. The words are
@@ -110,6 +111,17 @@ void refuseSingleByte(const Connection& connection) {
     if (std::filesystem::file_size(connection.file(), error) == 1) {
         throw SQLite::Exception(sqlite3_errstr(SQLITE_NOTADB), SQLITE_NOTADB);
     }
+}
+
+// The same, and the tables are those of a store. In one transaction, so that a store that somebody is making is seen
+// complete or not at all.
+bool isSoundStore(Connection& connection) {
+    const SQLite::Transaction transaction(connection.database());
+    const bool isThere = isStore(connection);
+    if (isThere) {
+        checkTables(connection);
+    }
+    return isThere;
 }
 
 void createTables(Connection& connection) {
@@ -237,15 +249,7 @@ std::string switchToWriteAheadLog(Connection& connection, std::chrono::milliseco
 void openSchema(Connection& connection, std::chrono::milliseconds busyTimeout) {
     // What turns out to be another program's keeps its log, too: the last one to close moves it into the file.
     connection.setKeepsLog(true);
-    // In one transaction, so that a store that somebody is making is seen complete or not at all.
-    bool isThere = false;
-    {
-        SQLite::Transaction transaction(connection.database());
-        isThere = isStore(connection);
-        if (isThere) {
-            checkTables(connection);
-        }
-    }
+    const bool isThere = isSoundStore(connection);
     if (!isThere) {
         refuseSingleByte(connection);
         createStore(connection);
@@ -257,12 +261,18 @@ void openSchema(Connection& connection, std::chrono::milliseconds busyTimeout) {
     }
 }
 
+void checkSchema(Connection& connection) {
+    if (!isSoundStore(connection)) {
+        throw StoreFailure(kEmpty);
+    }
+}
+
 bool upgradeSchema(Connection& connection) {
     connection.setKeepsLog(true);  // as openSchema, for what is no store
     SQLite::Transaction transaction(connection.database(), SQLite::TransactionBehavior::IMMEDIATE);
     const Found found = identify(connection);
     if (found == Found::Nothing) {
-        throw StoreFailure("the file is empty");
+        throw StoreFailure(kEmpty);
     }
     connection.setKeepsLog(false);
     if (found == Found::OldStore) {

@@ -14,6 +14,9 @@ namespace storage::cloudprovider::sqlite {
 ///          SQLite::Exception.
 void openSchema(Connection& connection, std::chrono::milliseconds busyTimeout);
 
+/// The same without changing anything. Errors: as openSchema; StoreFailure also for an empty file.
+void checkSchema(Connection& connection);
+
 /// Convert a store of format 1 in one transaction. Whoever has it open as such fails from then on.
 ///
 /// Result   false when it has the present format already.

@@ -14,10 +14,10 @@ namespace storage::cloudprovider::sqlite {
 /// Errors   InvalidLocationException for what is no path.
 std::string toDatabaseName(const std::string& file);
 
-/// Open a store of the present format.
+/// Open a store of the present format; for reading only, when it cannot be changed.
 ///
 /// Values   mayCreate: make one when the file is missing or empty.
-/// Errors   as openSchema.
+/// Errors   as openSchema. SQLITE_PERM when the file cannot be read, or not safely.
 std::unique_ptr<Connection> openStore(const std::string& name, bool mayCreate, std::chrono::milliseconds busyTimeout);
 
 }  // namespace storage::cloudprovider::sqlite

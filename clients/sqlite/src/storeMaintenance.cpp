@@ -13,7 +13,7 @@ bool upgradeSqliteStore(const std::string& file, const SqliteOptions& options) {
     const std::string name = sqlite::toDatabaseName(file);
     return sqlite::translateErrors([&] { return "cannot upgrade the store " + name; },
                                    [&] {
-                                       sqlite::Connection connection(name, false, options.BusyTimeout);
+                                       sqlite::Connection connection(name, sqlite::Access::Change, options.BusyTimeout);
                                        return sqlite::upgradeSchema(connection);
                                    });
 }

@@ -280,15 +280,25 @@ TEST_F(SqliteClientTest, WhatIsNotAStoreIsRefusedAndLeftAlone) {
     EXPECT_PRED_FORMAT2(IsSubstring, "unable to open", failureOf([&] { open("/x"); }));
 }
 
-TEST_F(SqliteClientTest, AReadOnlyStoreIsRefused) {
-    open();
+TEST_F(SqliteClientTest, AReadOnlyStoreIsReadAndNotChanged) {
+    put(*std::make_unique<SqliteClient>(m_file), "k", "x");
+    EXPECT_EQ(boost::filesystem::file_size(m_file + "-wal"), 0U);
+    EXPECT_TRUE(boost::filesystem::exists(m_file + "-shm"));
     ::chmod(m_file.c_str(), 0444);
     // Permissions do not bind root, so root is nobody for a moment.
     const bool isRoot = ::geteuid() == 0;
     ASSERT_TRUE(!isRoot || ::seteuid(65534) == 0);
-    const std::string failure = failureOf([&] { open(); });
+    {
+        SqliteClient client(m_file);
+        EXPECT_EQ(get(client, "k"), "x");
+        EXPECT_EQ(verifySqliteStore(m_file, {}, {}).Damages, 0U);
+        const std::string denied = " in the store " + m_file + ": attempt to write a readonly database";
+        EXPECT_EQ(failureOf([&] { put(client, "k", "y"); }), "2 cannot put \"k\"" + denied);
+        EXPECT_EQ(failureOf([&] { client.deleteObject("k"); }), "2 cannot delete \"k\"" + denied);
+        EXPECT_THROW(client.startMultipartUpload("k", {}), PermissionDeniedException);
+        EXPECT_THROW(upgradeSqliteStore(m_file), PermissionDeniedException);
+    }
     ASSERT_TRUE(!isRoot || ::seteuid(0) == 0);
-    EXPECT_EQ(failure, "2 cannot open the store " + m_file + ": attempt to write a readonly database");
 }
 
 TEST_F(SqliteClientTest, WhatFailsChangesNothing) {

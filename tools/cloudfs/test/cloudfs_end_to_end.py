@@ -109,6 +109,10 @@ class Case(unittest.TestCase):
         connection.commit()
         connection.close()
 
+    def local_names(self, folder="."):
+        """What is in the folder, without what lies beside the store's file."""
+        return sorted(name for name in os.listdir(os.path.join(self.work, folder)) if not name.startswith("store.db-"))
+
     def part_files(self):
         """Not everything there is: a sanitizer makes a file before the program begins."""
         return [file for folder, _, files in os.walk(self.temporary) for file in files
@@ -239,6 +243,100 @@ class Maintenance(Case):
         self.assertEqual(self.ok("verify"), b"")
 
 
+class ReadingOnly(Case):
+    """Stores that cannot be written: another user's, and on a mount for reading."""
+
+    NOBODY = 65534
+
+    def setUp(self):
+        super().setUp()
+        os.chmod(self.folder, 0o755)
+        os.chmod(self.temporary, 0o777)
+        self.ok("mkdir", "/d")
+        self.ok("put", "-", "/d/f", data=b"old")
+
+    def as_nobody(self, command):
+        if os.geteuid() != 0:
+            self.skipTest("only root can become another user")
+        return subprocess.run(command, capture_output=True, cwd=self.work, env=self.environment,
+                              timeout=DEADLINE_SECONDS, user=self.NOBODY, group=self.NOBODY)
+
+    def on_a_read_only_mount(self, command):
+        mounted = ["unshare", "-m", "sh", "-c",
+                   'mount --bind . . && mount -o remount,ro,bind . && cd "$PWD" && exec "$@"', "sh"]
+        if subprocess.run(mounted + ["true"], capture_output=True, cwd=self.work).returncode != 0:
+            self.skipTest("mounts are not permitted here")
+        return subprocess.run(mounted + command, capture_output=True, cwd=self.work, env=self.environment,
+                              timeout=DEADLINE_SECONDS)
+
+    def leave_log(self, data):
+        """Put /d/f while a reader keeps the log from being moved into the file, and kill it."""
+        reader = subprocess.Popen([sys.executable, "-c", "import sqlite3, time; store = sqlite3.connect('store.db');"
+                                   "store.execute('BEGIN'); store.execute('SELECT * FROM numbers').fetchall();"
+                                   "print(flush=True); time.sleep(100)"],
+                                  cwd=self.work, stdout=subprocess.PIPE)
+        self.addCleanup(reader.stdout.close)
+        reader.stdout.readline()
+        self.ok("put", "-", "/d/f", data=data)
+        reader.kill()
+        reader.wait()
+        self.assertGreater(os.path.getsize(os.path.join(self.work, "store.db-wal")), 0)
+
+    def reads_and_changes_nothing(self, run, content):
+        for arguments, output in [(["ls", "-R"], b"d/\nd/f\n"), (["cat", "/d/f"], content), (["verify"], b""),
+                                  (["get", "/d/f", "-"], content)]:
+            result = run([CLOUDFS, *arguments])
+            self.assertEqual((result.returncode, result.stdout, result.stderr), (DONE, output, b""), arguments)
+        self.assertIn(b"size: %d\n" % len(content), run([CLOUDFS, "stat", "/d/f"]).stdout)
+        for arguments in [["touch", "/g"], ["mkdir", "/e"], ["rm", "/d/f"], ["mv", "/d/f", "/f"], ["cp", "/d/f", "/f"],
+                          ["put", CLOUDFS, "/d/f"], ["append", CLOUDFS, "/d/f"]]:
+            result = run([CLOUDFS, *arguments])
+            self.assertEqual(result.returncode, FAILED, arguments)
+            self.assertRegex(result.stderr.decode(), r"^PermissionDenied: .*readonly database.*\n$")
+        self.assertEqual(self.names("/", "-R"), ["d/", "d/f"])
+
+    def remove(self, *names):
+        for name in names:
+            os.remove(os.path.join(self.work, name))
+
+    def test_another_user_reads(self):
+        self.reads_and_changes_nothing(self.as_nobody, b"old")
+        self.leave_log(b"of a log")
+        self.reads_and_changes_nothing(self.as_nobody, b"of a log")
+
+    def test_another_user_reads_beside_a_writer(self):
+        writer = sqlite3.connect(os.path.join(self.work, "store.db"), isolation_level=None)
+        self.addCleanup(writer.close)
+        self.ok("put", "-", "/d/f", data=b"new")
+        writer.execute("BEGIN IMMEDIATE")
+        self.assertEqual(self.as_nobody([CLOUDFS, "cat", "/d/f"]).stdout, b"new")
+        writer.execute("ROLLBACK")
+        self.reads_and_changes_nothing(self.as_nobody, b"new")
+
+    def test_another_user_is_refused_what_cannot_be_read_safely(self):
+        self.remove("store.db-shm", "store.db-wal")
+        result = self.as_nobody([CLOUDFS, "ls"])
+        self.assertEqual(result.returncode, FAILED)
+        self.assertRegex(result.stderr.decode(), r"^PermissionDenied: store.db: .*-wal and -shm.*\n$")
+        os.chmod(os.path.join(self.work, "store.db"), 0o600)
+        self.assertIn(b"PermissionDenied: store.db: ", self.as_nobody([CLOUDFS, "ls"]).stderr)
+
+    def test_a_read_only_mount_is_read(self):
+        self.reads_and_changes_nothing(self.on_a_read_only_mount, b"old")
+        self.remove("store.db-shm", "store.db-wal")
+        self.reads_and_changes_nothing(self.on_a_read_only_mount, b"old")
+
+    def test_a_log_that_was_left_is_read_on_a_read_only_mount(self):
+        self.leave_log(b"of a log")
+        saved = os.path.join(self.folder, "saved")
+        shutil.copytree(self.work, saved)
+        self.reads_and_changes_nothing(self.on_a_read_only_mount, b"of a log")
+        shutil.rmtree(self.work)
+        shutil.copytree(saved, self.work)
+        self.remove("store.db-shm")
+        self.reads_and_changes_nothing(self.on_a_read_only_mount, b"of a log")
+
+
 class Transfers(Case):
     def test_files_of_all_sizes_come_back_as_they_were(self):
         for size in [0, 1, PART - 1, PART, PART + 1, 3 * PART, 20 * PART + 7]:
@@ -302,7 +400,7 @@ class Transfers(Case):
                 ("NotFound", "nowhere/", ["get", "/sub/f", "nowhere/out"])]:
             with self.subTest(arguments=arguments):
                 self.fails(code, path, *arguments)
-        self.assertEqual(sorted(os.listdir(self.work)), ["folder", "store.db"])
+        self.assertEqual(self.local_names(), ["folder", "store.db"])
 
     def test_get_keeps_permissions_follows_the_link_given_and_writes_to_devices(self):
         self.ok("put", "-", "/f", data=b"new")
@@ -325,7 +423,7 @@ class Transfers(Case):
         self.assertEqual(process.wait(DEADLINE_SECONDS), FAILED)
         self.assertEqual(process.stderr.read(), b"Unknown: out: File too large\n")
         self.assertEqual(self.read_local("out"), b"old")
-        self.assertEqual(sorted(os.listdir(self.work)), ["out", "store.db"])
+        self.assertEqual(self.local_names(), ["out", "store.db"])
 
     def test_output_that_cannot_be_written_is_a_failure(self):
         self.ok("put", "-", "/f", data=b"x" * PART)
@@ -384,7 +482,7 @@ class OwnFiles(Case):
         self.ok("put", "-", "/tree/a", data=b"a")
         self.ok("put", "-", "/tree/store.db", data=b"evil")
         self.fails("InvalidLocation", "./tree/store.db", "get", "-r", "/tree", ".", mentions="is the store itself")
-        self.assertEqual(os.listdir(os.path.join(self.work, "tree")), ["store.db"])
+        self.assertEqual(self.local_names("tree"), ["store.db"])
         self.assertEqual(self.names("/tree"), ["a", "store.db"])
 
 
@@ -670,7 +768,7 @@ class Interrupts(Case):
         process.send_signal(signal.SIGINT)
         self.assertEqual(process.wait(DEADLINE_SECONDS), INTERRUPTED)
         self.assert_no_temporary_files()
-        self.assertEqual(os.listdir(self.work), ["store.db"])
+        self.assertEqual(self.local_names(), ["store.db"])
 
     def test_a_second_signal_ends_a_wait_for_the_store(self):
         self.ok("put", "-", "/f")

@@ -51,13 +51,14 @@ struct SqliteOptions {
 ///           must not be used on both sides of a fork.
 class CLOUDPROVIDER_SQLITE_EXPORT SqliteClient final : public ExtendedCloudClient {
 public:
-    /// Open the store in a file, or make one when the file is missing or empty.
+    /// Open the store in a file, or make one when the file is missing or empty. One that cannot be written, on a mount
+    /// for reading or without the right to, is opened for reading: changes are PermissionDeniedExceptions.
     ///
     /// Values   the file's path in UTF-8; its folder must exist. Two more files, named like it with -wal and
-    ///          -shm, lie beside it while it is in use.
+    ///          -shm, lie beside it; they belong to it. Reading only needs them, too, unless the mount is for reading.
     /// Errors   UnknownErrorException when the file is no such store, a newer one or damaged,
     ///          UnsupportedOperationException when it is an older one, which upgradeSqliteStore converts; it is left as
-    ///          it is. PermissionDeniedException when it cannot be written.
+    ///          it is. PermissionDeniedException when it can be read neither, or not safely.
     explicit SqliteClient(const std::string& file, const SqliteOptions& options = {});
     SqliteClient(const SqliteClient&) = delete;
     SqliteClient& operator=(const SqliteClient&) = delete;
