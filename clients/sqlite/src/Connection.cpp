@@ -69,6 +69,7 @@ std::string_view Query::getBytes(int column) const {
 
 Connection::Connection(const std::string& file, Access access, std::chrono::milliseconds busyTimeout)
     : m_access(access),
+      m_busyTimeout(busyTimeout),
       m_database(access == Access::ReadImmutable ? toImmutable(file) : file, toFlags(access), toTimeout(busyTimeout),
                  access == Access::ReadAlone ? "unix-none" : "") {
     if (isReadOnly()) {
@@ -97,8 +98,9 @@ std::string Connection::file() const {
     return sqlite3_db_filename(m_database.getHandle(), "main");
 }
 
-void Connection::setBusyTimeout(std::chrono::milliseconds timeout) {
-    m_database.setBusyTimeout(toTimeout(timeout));
+void Connection::setBusyTimeout(std::chrono::milliseconds timeout) noexcept {
+    m_busyTimeout = timeout;
+    sqlite3_busy_timeout(m_database.getHandle(), toTimeout(timeout));
 }
 
 void Connection::setKeepsLog(bool isKept) {

@@ -65,7 +65,10 @@ public:
     std::string file() const;
 
     /// How long to wait for others from now on.
-    void setBusyTimeout(std::chrono::milliseconds timeout);
+    void setBusyTimeout(std::chrono::milliseconds timeout) noexcept;
+
+    /// How long it waits for others.
+    std::chrono::milliseconds busyTimeout() const noexcept { return m_busyTimeout; }
 
     /// Whether closing leaves the write-ahead log as it is.
     void setKeepsLog(bool isKept);
@@ -90,8 +93,24 @@ private:
     static void bind(SQLite::Statement& statement, int index, std::string_view value);
 
     const Access m_access;
+    std::chrono::milliseconds m_busyTimeout;
     SQLite::Database m_database;
     std::map<std::string_view, SQLite::Statement> m_statements;
+};
+
+/// Lets a connection wait for nobody, as long as this lives.
+class Impatience {
+public:
+    explicit Impatience(Connection& connection) : m_connection(connection), m_former(connection.busyTimeout()) {
+        m_connection.setBusyTimeout(std::chrono::milliseconds(0));
+    }
+    Impatience(const Impatience&) = delete;
+    Impatience& operator=(const Impatience&) = delete;
+    ~Impatience() { m_connection.setBusyTimeout(m_former); }
+
+private:
+    Connection& m_connection;
+    const std::chrono::milliseconds m_former;
 };
 
 }  // namespace storage::cloudprovider::sqlite

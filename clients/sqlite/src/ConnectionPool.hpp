@@ -36,6 +36,9 @@ public:
     /// Whether its connections change nothing.
     bool isReadOnly() const noexcept { return m_access != Access::Change; }
 
+    /// The file's absolute path.
+    const std::string& file() const noexcept { return m_file; }
+
     /// Take an idle connection, or open one.
     Lease lease();
 

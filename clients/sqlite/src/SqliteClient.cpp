@@ -2,17 +2,20 @@
 #include <storage/cloudprovider/sqlite/SqliteClient.hpp>
 
 #include "ConnectionPool.hpp"
+#include "DiskReserve.hpp"
 #include "contents.hpp"
 #include "errors.hpp"
 #include "listing.hpp"
 #include "objects.hpp"
 #include "storeFile.hpp"
 #include "uploads.hpp"
+#include "vacuum.hpp"
 
 #include <SQLiteCpp/Transaction.h>
 #include <storage/cloudprovider/CloudException.hpp>
 
 #include <ostream>
+#include <utility>
 
 namespace storage::cloudprovider {
 
@@ -35,11 +38,17 @@ void requireKey(const std::string& key) {
 class SqliteClient::Implementation {
 public:
     Implementation(std::string file, const SqliteOptions& options)
-        : m_file(std::move(file)), m_pool(options.BusyTimeout, open(options)) {
+        : m_file(std::move(file)),
+          m_pool(options.BusyTimeout, open(options)),
+          m_reserve(m_pool.isReadOnly() ? std::string() : m_pool.file()) {
         if (!m_pool.isReadOnly()) {
             tidy(options.BusyTimeout);
         }
+        m_reserve.keep();
     }
+    Implementation(const Implementation&) = delete;
+    Implementation& operator=(const Implementation&) = delete;
+    ~Implementation() { m_reserve.keep(); }
 
     /// Run an action on the store as it is now; later changes do not show.
     template <class Action>
@@ -55,19 +64,33 @@ public:
     /// are none.
     template <class Action>
     auto write(const char* step, const std::string& key, const Action& action) {
-        return translate(step, key, [&] {
-            const ConnectionPool::Lease connection = m_pool.lease();
-            // Immediate: waiting for other writers happens here and nowhere else.
-            SQLite::Transaction transaction(connection->database(), SQLite::TransactionBehavior::IMMEDIATE);
-            if constexpr (std::is_void_v<decltype(action(*connection))>) {
-                action(*connection);
-                transaction.commit();
-            } else {
-                auto result = action(*connection);
-                transaction.commit();
-                return result;
+        return translate(step, key, [&] { return change(action); });
+    }
+
+    /// The same for an action that removes something. On a full disk it has the room that is kept for it; where room is
+    /// short, what it leaves free is given back to the disk.
+    template <class Action>
+    void remove(const char* step, const std::string& key, const Action& action) {
+        translate(step, key, [&] {
+            try {
+                change(action);
+            } catch (const SQLite::Exception& error) {
+                if (!sqlite::isDiskFull(error)) {
+                    throw;
+                }
+                m_reserve.giveUp();
+                sqlite::moveLog(*m_pool.lease());
+                try {
+                    change(action);
+                } catch (...) {
+                    m_reserve.restore();
+                    throw;
+                }
             }
         });
+        if (m_reserve.isDiskShort()) {
+            giveRoomBack();
+        }
     }
 
     /// Drop the uploads without activity for a day, each by itself, so that other writers get in between.
@@ -78,6 +101,31 @@ public:
     }
 
 private:
+    template <class Action>
+    auto change(const Action& action) -> decltype(action(std::declval<Connection&>())) {
+        const ConnectionPool::Lease connection = m_pool.lease();
+        // Immediate: waiting for other writers happens here and nowhere else.
+        SQLite::Transaction transaction(connection->database(), SQLite::TransactionBehavior::IMMEDIATE);
+        if constexpr (std::is_void_v<decltype(action(*connection))>) {
+            action(*connection);
+            transaction.commit();
+        } else {
+            auto result = action(*connection);
+            transaction.commit();
+            return result;
+        }
+    }
+
+    // The removal is done, so this neither fails nor waits for others; who removes next tries again.
+    void giveRoomBack() noexcept {
+        try {
+            const ConnectionPool::Lease connection = m_pool.lease();
+            const sqlite::Impatience impatience(*connection);
+            sqlite::shrink(*connection, m_reserve, [] {});
+        } catch (const std::exception&) {
+        }
+    }
+
     template <class Action>
     auto translate(const char* step, const std::string& key, const Action& action) -> decltype(action()) {
         return sqlite::translateErrors([&] { return describe(step, key); }, action);
@@ -109,6 +157,7 @@ private:
 
     const std::string m_file;
     ConnectionPool m_pool;
+    const sqlite::DiskReserve m_reserve;
 };
 
 SqliteClient::SqliteClient(const std::string& file, const SqliteOptions& options)
@@ -180,8 +229,8 @@ std::string SqliteClient::copyPart(const std::string& key, const std::string& up
 }
 
 void SqliteClient::abortMultipartUpload(const std::string& key, const std::string& uploadId) {
-    m_implementation->write("abort an upload of", key,
-                            [&](Connection& connection) { sqlite::abortUpload(connection, key, uploadId); });
+    m_implementation->remove("abort an upload of", key,
+                             [&](Connection& connection) { sqlite::abortUpload(connection, key, uploadId); });
 }
 
 void SqliteClient::completeMultipartUpload(const std::string& key, const std::string& uploadId,
@@ -242,8 +291,8 @@ bool SqliteClient::copyObject(const std::string& from, const std::string& fromVe
 }
 
 void SqliteClient::removeObject(const std::string& key, const std::string& version) {
-    m_implementation->write("delete", key,
-                            [&](Connection& connection) { sqlite::removeObject(connection, key, version); });
+    m_implementation->remove("delete", key,
+                             [&](Connection& connection) { sqlite::removeObject(connection, key, version); });
 }
 
 std::vector<UnfinishedUpload> SqliteClient::listUploads(const std::string& prefix, std::string& token) {

@@ -47,6 +47,10 @@ void throwCloudException(const std::string& action, const OutdatedStore& cause) 
     throw UnsupportedOperationException(ExceptionContext(action + ": " + cause.what()));
 }
 
+bool isDiskFull(const SQLite::Exception& error) {
+    return (error.getErrorCode() & 0xFF) == SQLITE_FULL;
+}
+
 void throwDamaged(const std::string& what) {
     throw StoreDamaged(kDamaged + what);
 }

@@ -47,6 +47,9 @@ public:
 /// Throw an UnsupportedOperationException.
 [[noreturn]] void throwCloudException(const std::string& action, const OutdatedStore& cause);
 
+/// Whether SQLite found no room on the disk.
+bool isDiskFull(const SQLite::Exception& error);
+
 /// Run an action; what it throws becomes the CloudException that fits, and says what describe() answers.
 template <class Describe, class Action>
 auto translateErrors(const Describe& describe, const Action& action) -> decltype(action()) {

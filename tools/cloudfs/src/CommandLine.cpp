@@ -284,6 +284,9 @@ void CommandLine::defineMaintenance() {
                [](const Session& session, const Arguments& arguments) { verify(session, arguments.folder); });
     verifyCommand.add_option("PATH", m_arguments.folder, "Only that file, or what is below that folder")
         ->capture_default_str();
+    define("compact", "Give the room of what was removed from an embedded store back to the disk",
+           "cloudfs compact --store sqlite:photos.db",
+           [](const Session& session, const Arguments& /*arguments*/) { compact(session); });
     define("upgrade", "Convert an embedded store that an older version made", "cloudfs upgrade --store sqlite:old.db",
            [](const Session& session, const Arguments& /*arguments*/) { upgrade(session); });
 }

@@ -32,7 +32,7 @@ std::string folderOf(const boost::filesystem::path& path) {
 LocalStoreFiles::LocalStoreFiles(const std::string& file) {
     const auto resolved = resolve(file);
     m_folder = identityOf(folderOf(resolved));
-    for (const char* const suffix : {"", "-wal", "-shm", "-journal"}) {
+    for (const char* const suffix : {"", "-wal", "-shm", "-journal", "-reserve"}) {
         m_names.push_back(resolved.filename().native() + suffix);
         if (const auto identity = identityOf(resolved.native() + suffix)) {
             m_identities.push_back(*identity);

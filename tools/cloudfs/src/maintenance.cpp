@@ -6,6 +6,7 @@
 #include "StorePath.hpp"
 #include "escapeText.hpp"
 #include "failures.hpp"
+#include "formatting.hpp"
 
 #include <foundation/services/InterruptState.hpp>
 #include <storage/cloudprovider/sqlite/storeMaintenance.hpp>
@@ -45,6 +46,19 @@ void verify(const Session& session, const std::string& path) {
     if (result.Objects == 0 && !key.empty()) {
         throw Failure(ErrorCode::NotFound, path, "there is no such file or folder");
     }
+}
+
+void compact(const Session& session) {
+    const std::string& file = session.embeddedFile("compacted");
+    ProgressBar progress(std::nullopt);
+    const auto onBytes = [&](std::uint64_t bytes) {
+        foundation::utInterruptState::ThrowIfInterruptPending();
+        progress.advance(bytes);
+    };
+    const auto bytes = session.namingStore([&] { return storage::cloudprovider::compactSqliteStore(file, onBytes); });
+    StandardOutput output;
+    output.write("gave back " + formatSize(bytes) + '\n');
+    output.flush();
 }
 
 void upgrade(const Session& session) {

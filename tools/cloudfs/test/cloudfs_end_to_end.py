@@ -145,7 +145,7 @@ class Usage(Case):
         self.assertIn("\nCommands:\n", overview)
         self.assertNotIn("{", overview.split("--trace")[1])
         for command in ["ls", "stat", "cat", "put", "get", "append", "write", "touch", "mkdir", "rm", "rmdir", "mv",
-                        "cp", "uploads", "verify", "upgrade"]:
+                        "cp", "uploads", "verify", "compact", "upgrade"]:
             with self.subTest(command=command):
                 self.assertIn(f"\n  {command} ", overview)
                 self.assertRegex(self.ok(command, "--help").decode(), rf"Example: .*cloudfs {command} ")
@@ -155,7 +155,7 @@ class Usage(Case):
         self.local("f", b"x")
         for arguments in [["ls", "/"], ["stat", "/"], ["cat", "/a"], ["get", "/a", "b"], ["rm", "/a"],
                           ["rmdir", "/a"], ["mv", "/a", "/b"], ["cp", "/a", "/b"], ["write", "--at", "0", "f", "/a"],
-                          ["upgrade"], ["verify"]]:
+                          ["upgrade"], ["verify"], ["compact"]]:
             with self.subTest(arguments=arguments):
                 self.fails("NotFound", "store.db", *arguments, mentions="no such store")
         self.fails("NotFound", "missing", "put", "missing", "/a")
@@ -241,6 +241,69 @@ class Maintenance(Case):
         self.ok("rm", "/dd")
         self.ok("put", "-", "/d/one", data=b"again")
         self.assertEqual(self.ok("verify"), b"")
+
+
+class Room(Case):
+    """What a store takes up of its disk."""
+
+    def store_size(self):
+        return os.path.getsize(os.path.join(self.work, "store.db"))
+
+    def test_compact_gives_the_room_of_what_was_removed_back(self):
+        self.ok("put", "-", "/kept", data=b"kept")
+        least = self.store_size()
+        self.ok("put", "-", "/f", data=os.urandom(9 * 1024 * 1024))
+        self.ok("rm", "/f")
+        self.assertGreater(self.store_size(), 9 * 1024 * 1024)
+        self.assertRegex(self.ok("compact"), rb"^gave back 9\.\d MiB\n$")
+        self.assertLess(self.store_size(), least + PART)
+        self.assertEqual(self.ok("compact"), b"gave back 0 B\n")
+        self.assertEqual(self.ok("cat", "/kept") + self.ok("verify"), b"kept")
+
+    def test_compact_rewrites_a_store_that_was_upgraded(self):
+        self.make_old_store({"kept": b"kept", "f": os.urandom(1024 * 1024)})
+        self.ok("upgrade")
+        self.ok("rm", "/f")
+        self.assertRegex(self.ok("compact"), rb"^gave back 1\.\d MiB\n$")
+        self.ok("put", "-", "/f", data=os.urandom(1024 * 1024))
+        self.ok("rm", "/f")
+        self.assertRegex(self.ok("compact"), rb"^gave back 1\.\d MiB\n$")
+        self.assertEqual(self.ok("cat", "/kept") + self.ok("verify"), b"kept")
+
+    def test_files_can_be_removed_on_a_full_disk(self):
+        disk = self.start_with_disk("200m")
+        data = os.urandom(1024 * 1024)
+        on_disk = ["nsenter", "-m", "-t", str(disk.pid), "sh", "-c", 'cd "$0" && exec "$@"', self.work]
+
+        def run(*command, data=b""):
+            return subprocess.run([*on_disk, *command], input=data, capture_output=True, env=self.environment,
+                                  timeout=DEADLINE_SECONDS)
+
+        for number in range(30):
+            self.assertEqual(run(CLOUDFS, "put", "-", f"/{number}", data=data).stderr, b"")
+        size = int(run("stat", "-c", "%s", "store.db").stdout)
+        for number in range(20):
+            filled = run("sh", "-c", "cat /dev/zero >>filler; sync")
+            self.assertIn(b"No space", filled.stderr)
+            if number == 0:
+                self.assertEqual(run(CLOUDFS, "put", "-", "/more", data=data).returncode, FAILED)
+            removed = run(CLOUDFS, "rm", f"/{number}")
+            self.assertEqual((removed.returncode, removed.stderr), (DONE, b""), number)
+        self.assertLess(int(run("stat", "-c", "%s", "store.db").stdout), size - 19 * len(data))
+        self.assertEqual(run(CLOUDFS, "cat", "/29").stdout, data)
+        self.assertEqual(run(CLOUDFS, "verify").stdout, b"")
+
+    def start_with_disk(self, size):
+        """A process that has a small disk mounted on the folder, as only it and those who enter its mounts see."""
+        mounted = subprocess.Popen(["unshare", "-m", "sh", "-c", 'mount -t tmpfs -o size="$0" tmpfs "$1" && echo && '
+                                    "exec sleep 1000", size, self.work],
+                                   stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+        self.addCleanup(mounted.stdout.close)
+        self.addCleanup(mounted.wait)
+        self.addCleanup(mounted.kill)
+        if not mounted.stdout.readline():
+            self.skipTest("mounts are not permitted here")
+        return mounted
 
 
 class ReadingOnly(Case):
@@ -447,7 +510,7 @@ class Transfers(Case):
 class OwnFiles(Case):
     """The store as a local file among those that are copied."""
 
-    NAMES = ["store.db", "store.db-shm", "store.db-wal"]
+    NAMES = ["store.db", "store.db-reserve", "store.db-shm", "store.db-wal"]
 
     def setUp(self):
         super().setUp()

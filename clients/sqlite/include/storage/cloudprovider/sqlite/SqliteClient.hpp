@@ -25,8 +25,8 @@ struct SqliteOptions {
 ///           has the object as it was when the read began. Bytes are held in chunks of at most 1 MiB, so an
 ///           object may be as large as the file system takes. copyPart and copyObject share the stored chunks instead
 ///           of copying them, copyObject the parts and their tags, too; a chunk's room is used again when nothing
-///           refers to any of its bytes, so a small range that was copied keeps its whole chunk. The file does not
-///           shrink.
+///           refers to any of its bytes, so a small range that was copied keeps its whole chunk. The file
+///           shrinks by compactSqliteStore, or when something is removed while the disk is nearly full.
 /// Listings  at most 1,000 entries a page. With a delimiter the cost follows what is returned, not what lies
 ///           below. A common prefix has the time of its marker object, not_a_date_time without one.
 /// Parts     getObjectParts answers the parts as uploaded; an object put whole has parts of 8 MiB. copyPart
@@ -55,7 +55,8 @@ public:
     /// for reading or without the right to, is opened for reading: changes are PermissionDeniedExceptions.
     ///
     /// Values   the file's path in UTF-8; its folder must exist. Two more files, named like it with -wal and
-    ///          -shm, lie beside it; they belong to it. Reading only needs them, too, unless the mount is for reading.
+    ///          -shm, lie beside it; they belong to it. A third one, -reserve, takes up room for removals on a full
+    ///          disk. Reading only needs them, too, unless the mount is for reading.
     /// Errors   UnknownErrorException when the file is no such store, a newer one or damaged,
     ///          UnsupportedOperationException when it is an older one, which upgradeSqliteStore converts; it is left as
     ///          it is. PermissionDeniedException when it can be read neither, or not safely.
