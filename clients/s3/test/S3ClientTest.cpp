@@ -591,7 +591,9 @@ TEST_F(S3ClientTest, ListingsGoOnBehindEmptyPages) {
               "GET ?continuation-token=t&delimiter=%2F&encoding-type=url&list-type=2&max-keys=5&prefix=in%2Fp");
     m_server.next({200, "<ListBucketResult><Contents><Key>out</Key><Size>1</Size></Contents></ListBucketResult>"});
     EXPECT_THROW(m_client->listObjects("", token, {}), UnknownErrorException);
-    m_server.next({200, std::string(17'000'000, ' ')});
+    std::string tooLarge;
+    tooLarge.resize(17'000'000, ' ');
+    m_server.next({200, tooLarge});
     EXPECT_THROW(m_client->listObjects("", token, {}), UnknownErrorException);
 
     m_server.next({200,
