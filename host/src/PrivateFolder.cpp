@@ -132,8 +132,15 @@ private:
 
     // False when somebody who sweeps has come in between, or the name is taken.
     bool takeName(std::string name) {
-        if (m_isOthers || renameToNewName(m_path.c_str(), name.c_str()) != 0) {
+        if (m_isOthers) {
             return false;
+        }
+        if (renameToNewName(m_path.c_str(), name.c_str()) != 0) {
+            const int error = errno;  // what follows may change it
+            if (error == ENOENT || error == EEXIST || error == ENOTEMPTY) {
+                return false;
+            }
+            throw std::system_error(error, std::generic_category(), "cannot rename the folder " + m_path);
         }
         m_path = std::move(name);
         return true;
