@@ -127,8 +127,8 @@ const std::string& HttpResponse::header(const std::string& lowerName) const {
 /// One request on its way, as libcurl's callbacks see it. They let no exception through libcurl: the first one is kept.
 class HttpConnection::Exchange {
 public:
-    Exchange(const HttpRequest& request, BodySink* sink, std::chrono::milliseconds stallTimeout)
-        : m_request(request), m_sink(sink), m_stallTimeout(stallTimeout) {}
+    Exchange(const HttpRequest& request, BodySink* sink, const QuickAcks& acks, std::chrono::milliseconds stallTimeout)
+        : m_request(request), m_sink(sink), m_acks(acks), m_stallTimeout(stallTimeout) {}
 
     void attach(CURL* handle) {
         set(handle, CURLOPT_HEADERFUNCTION, &Exchange::onHeader);
@@ -193,6 +193,7 @@ private:
     void takeHeader(std::string_view line) {
         const auto colon = line.find(':');
         if (line.starts_with("HTTP/")) {
+            m_acks.acknowledge();
             m_response = {};  // after 100 Continue, or a proxy's word, comes another one
             const auto blank = line.find(' ');
             const auto status = blank == line.npos ? std::nullopt : toNumber(line.substr(blank + 1, 3));
@@ -276,6 +277,7 @@ private:
 
     const HttpRequest& m_request;
     BodySink* const m_sink;
+    const QuickAcks& m_acks;
     const std::chrono::milliseconds m_stallTimeout;
 
     HttpResponse m_response;
@@ -314,7 +316,7 @@ HttpResponse HttpConnection::perform(const HttpRequest& request, BodySink* sink)
         headers.add(value.empty() ? name + ';' : name + ": " + value);
     }
     std::array<char, CURL_ERROR_SIZE> details{};
-    Exchange exchange(request, sink, m_settings.StallTimeout);
+    Exchange exchange(request, sink, m_acks, m_settings.StallTimeout);
 
     ::curl_easy_reset(handle);  // keeps the connection
     set(handle, CURLOPT_ERRORBUFFER, details.data());
@@ -345,6 +347,7 @@ HttpResponse HttpConnection::perform(const HttpRequest& request, BodySink* sink)
         set(handle, CURLOPT_CUSTOMREQUEST, request.Method.c_str());
     }
     exchange.attach(handle);
+    m_acks.attach(handle);
 
     CURLcode code = CURLE_OK;
     {

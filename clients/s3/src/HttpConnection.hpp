@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "QuickAcks.hpp"
 #include "signing.hpp"
 
 #include <chrono>
@@ -103,6 +104,7 @@ private:
     class Exchange;
 
     const HttpSettings m_settings;
+    QuickAcks m_acks;
     void* m_handle;  // of libcurl
     HttpTraffic m_traffic;
     unsigned m_sends = 0;

@@ -630,6 +630,19 @@ TEST_F(S3ClientTest, KeysTravelAsTheyAre) {
     EXPECT_FALSE(m_client->getObjectInfo(""));
 }
 
+// Where the head waits for the kernel's own acknowledgement, each of these takes 40 ms.
+TEST_F(S3ClientTest, HeadsAreAcknowledgedAtOnce) {
+    constexpr int kReads = 50;
+    const auto start = std::chrono::steady_clock::now();
+    for (int i = 0; i < kReads; ++i) {
+        m_server.next(range("0123456789", 0, End::InTwo));
+        std::ostringstream sink;
+        m_client->getRange("k", "v", {0, 10, false}, sink);
+    }
+    EXPECT_LT(std::chrono::steady_clock::now() - start, kReads * std::chrono::milliseconds(20));
+    EXPECT_EQ(m_server.connections(), 1U);
+}
+
 TEST_F(S3ClientTest, ConnectionsAreKeptButNotAForkedParents) {
     for (int round = 0; round < 5; ++round) {
         m_server.next(object("v"));

@@ -167,6 +167,9 @@ void ScriptedServer::serveOne(int connection) {
         hasLength = hasLength || header.starts_with("Content-Length") || header.starts_with("Transfer");
     }
     answer += (hasLength ? "" : "Content-Length: " + std::to_string(reply.Body.size()) + "\r\n") + std::string("\r\n");
+    if (reply.How == Reply::End::InTwo) {
+        sendAll(connection, std::exchange(answer, {}));
+    }
     const bool isCut = reply.How == Reply::End::Truncate;
     if (request.Method != "HEAD") {
         answer += isCut ? reply.Body.substr(0, reply.Body.size() / 2) : reply.Body;

@@ -27,6 +27,7 @@ struct ServedRequest {
 struct Reply {
     enum class End : std::uint8_t {
         Stay,      ///< the connection stays
+        InTwo,     ///< the connection stays; the body goes by itself, as soon as the head has been acknowledged
         Silence,   ///< nothing is answered, the connection stays
         Drop,      ///< nothing is answered, the connection ends
         Truncate,  ///< it ends after half the body
