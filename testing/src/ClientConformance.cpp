@@ -330,6 +330,9 @@ TEST_P(ClientConformance, EveryReplacementHasAVersionOfItsOwnThatCoversTheObject
         GTEST_SKIP();
     }
     EXPECT_FALSE(client->describeObject("k"));
+    std::string nothing;
+    EXPECT_FALSE(client->describeWithStart("k", 10, nothing));
+    EXPECT_TRUE(nothing.empty());
     std::set<std::string> versions;
     const auto complete = [&] {
         const auto id = client->startMultipartUpload("k", {});
@@ -357,6 +360,12 @@ TEST_P(ClientConformance, EveryReplacementHasAVersionOfItsOwnThatCoversTheObject
         EXPECT_FALSE(described->Version.empty());
         EXPECT_TRUE(versions.insert(described->Version).second || GetParam().namesContents) << described->Version;
         EXPECT_EQ(client->describeObject("k")->Version, described->Version);
+        for (const std::uint64_t most : {std::uint64_t{1}, std::uint64_t{4}, std::uint64_t{65536}}) {
+            std::string start;
+            EXPECT_EQ(client->describeWithStart("k", most, start)->Version, described->Version);
+            const auto bytes = get("k");
+            EXPECT_TRUE(start.empty() || start == bytes.substr(0, most)) << start.size() << " of " << bytes.size();
+        }
         ASSERT_FALSE(described->Parts.empty());
         std::uint64_t end = 0;
         for (const auto& part : described->Parts) {

@@ -310,18 +310,29 @@ std::vector<PartInfo> FakeCloudClient::getObjectParts(const std::string& key) {
 }
 
 std::optional<ObjectDescription> FakeCloudClient::describeObject(const std::string& key) {
-    return perform({.operation = "describeObject", .key = key}, [&]() -> std::optional<ObjectDescription> {
-        requireKey(key);
-        const std::lock_guard lock(m_mutex);
-        const auto found = m_objects.find(key);
-        if (found == m_objects.end()) {
-            return std::nullopt;
-        }
-        const auto& object = found->second;
-        return ObjectDescription{object.version, object.parts.empty()
-                                                     ? std::vector<PartInfo>{{0, 0, object.bytes->size(), {}}}
-                                                     : object.parts};
-    });
+    return perform({.operation = "describeObject", .key = key}, [&] { return describe(key, 0, nullptr); });
+}
+
+std::optional<ObjectDescription> FakeCloudClient::describeWithStart(const std::string& key, std::uint64_t most,
+                                                                    std::string& start) {
+    require(start.empty(), "the start comes from the store: " + key);
+    return perform({.operation = "describeWithStart", .key = key}, [&] { return describe(key, most, &start); });
+}
+
+std::optional<ObjectDescription> FakeCloudClient::describe(const std::string& key, std::uint64_t most,
+                                                           std::string* start) const {
+    requireKey(key);
+    const std::lock_guard lock(m_mutex);
+    const auto found = m_objects.find(key);
+    if (found == m_objects.end()) {
+        return std::nullopt;
+    }
+    const auto& object = found->second;
+    if (start != nullptr) {
+        *start = object.bytes->substr(0, most);
+    }
+    return ObjectDescription{
+        object.version, object.parts.empty() ? std::vector<PartInfo>{{0, 0, object.bytes->size(), {}}} : object.parts};
 }
 
 std::string FakeCloudClient::startMultipartUpload(const std::string& key, const std::string& lastTag) {

@@ -64,6 +64,12 @@ std::optional<ObjectDescription> VersionedFakeClient::describeObject(const std::
     return m_store->describeObject(key);
 }
 
+std::optional<ObjectDescription> VersionedFakeClient::describeWithStart(const std::string& key, std::uint64_t most,
+                                                                        std::string& start) {
+    return m_store->sendsStarts() ? m_store->describeWithStart(key, most, start)
+                                  : ExtendedCloudClient::describeWithStart(key, most, start);
+}
+
 void VersionedFakeClient::getRange(const std::string& key, const std::string& version, const ObjectRange& range,
                                    std::ostream& sink) {
     m_store->getRange(key, version, range, sink);

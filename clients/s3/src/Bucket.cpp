@@ -33,8 +33,12 @@ S3Request Bucket::request(std::string method, const std::string& key) const {
 }
 
 std::optional<ObjectHead> Bucket::head(const std::string& key) {
+    return look(key, request("HEAD", key));
+}
+
+std::optional<ObjectHead> Bucket::look(const std::string& key, S3Request question) {
     try {
-        auto head = readHead(m_wire.send(request("HEAD", key)).Http);
+        auto head = readHead(m_wire.send(std::move(question)).Http);
         m_memory.see(key, {head.Version, head.Attributes});
         return head;
     } catch (const S3Failure& failure) {

@@ -39,6 +39,8 @@ public:
 
     /// What is stored; nothing when there is no such object.
     std::optional<ObjectHead> head(const std::string& key);
+    /// Likewise by a question of the caller's, whose answer has the headers of a HEAD's.
+    std::optional<ObjectHead> look(const std::string& key, S3Request question);
 
     /// What an edit of a version of the object keeps; of an empty one what a new object has. Throws AttributesLost when
     /// something cannot be kept and options do not allow that.

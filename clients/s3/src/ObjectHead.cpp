@@ -64,6 +64,13 @@ std::string joinIds(const std::vector<std::string>& ids) {
     return text;
 }
 
+// Of the whole object: "bytes 5-9/100" tells it where the answer has only a range.
+std::string_view lengthOf(const HttpResponse& response) {
+    const std::string_view range = response.header("content-range");
+    const auto slash = range.rfind('/');
+    return response.Status == 206 && slash != range.npos ? range.substr(slash + 1) : response.header("content-length");
+}
+
 }  // namespace
 
 bool ObjectAttributes::hasWrite(const std::string& id) const {
@@ -73,7 +80,7 @@ bool ObjectAttributes::hasWrite(const std::string& id) const {
 ObjectHead readHead(const HttpResponse& response) {
     ObjectHead head;
     head.Version = toVersion(response.header("etag"));
-    head.Size = toNumber(response.header("content-length")).value_or(0);
+    head.Size = toNumber(lengthOf(response)).value_or(0);
     head.LastModified = toTime(response.header("last-modified"));
     auto& attributes = head.Attributes;
     attributes.WriteIds = splitIds(response.header(kWritesHeader));

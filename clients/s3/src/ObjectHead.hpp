@@ -29,7 +29,7 @@ struct ObjectAttributes {
     bool isLastWrite(const std::string& id) const { return !WriteIds.empty() && WriteIds.front() == id; }
 };
 
-/// The answer to a HEAD.
+/// The answer to a HEAD, or what a GET answers besides bytes.
 struct ObjectHead {
     std::string Version;
     std::uint64_t Size = 0;

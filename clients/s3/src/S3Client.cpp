@@ -3,6 +3,7 @@
 
 #include "Bucket.hpp"
 #include "Download.hpp"
+#include "descriptions.hpp"
 #include "listing.hpp"
 #include "objects.hpp"
 #include "s3Errors.hpp"
@@ -174,17 +175,17 @@ void S3Client::completeMultipartUpload(const std::string& key, const std::string
 }
 
 std::optional<ObjectDescription> S3Client::describeObject(const std::string& key) {
-    return m_implementation->run("look up", key, [&](Bucket& bucket) -> std::optional<ObjectDescription> {
+    return m_implementation->run("look up", key, [&](Bucket& bucket) {
         const auto head = key.empty() ? std::nullopt : bucket.head(key);
-        if (!head) {
-            return std::nullopt;
-        }
-        const auto completion = bucket.memory().unsettledCompletion(key);
-        if (completion && head->Attributes.isLastWrite(completion->WriteId)) {
-            return ObjectDescription{head->Version, completion->Records};
-        }
-        const auto tag = head->Version.empty() ? std::string() : s3::makeTag({}, head->Version);
-        return ObjectDescription{head->Version, s3::uniformParts(head->Size, bucket.options().PartSize, tag)};
+        return head ? std::optional(s3::describe(bucket, key, *head)) : std::nullopt;
+    });
+}
+
+std::optional<ObjectDescription> S3Client::describeWithStart(const std::string& key, std::uint64_t most,
+                                                             std::string& start) {
+    return m_implementation->run("look up", key, [&](Bucket& bucket) {
+        const auto head = key.empty() ? std::nullopt : s3::headWithStart(bucket, key, most, start);
+        return head ? std::optional(s3::describe(bucket, key, *head)) : std::nullopt;
     });
 }
 

@@ -10,31 +10,6 @@
 
 namespace storage::cloudprovider::s3 {
 
-namespace {
-
-constexpr std::uint64_t kMebibyte = 1024 * 1024;
-// Of the 10,000 that an upload may have: the rest is left for what is written behind the object's end.
-constexpr std::uint64_t kMostDescribedParts = 9'000;
-
-std::uint64_t divideUp(std::uint64_t value, std::uint64_t divisor) {
-    return value / divisor + (value % divisor == 0 ? 0 : 1);
-}
-
-}  // namespace
-
-std::vector<PartInfo> uniformParts(std::uint64_t size, std::uint64_t smallestPart, const std::string& tag) {
-    const auto fitting = divideUp(divideUp(size, kMostDescribedParts), kMebibyte) * kMebibyte;
-    const auto partSize =
-        std::min(std::max(smallestPart, size > smallestPart * kMostDescribedParts ? fitting : 0), kLargestPart);
-    std::vector<PartInfo> parts;
-    std::uint64_t offset = 0;
-    do {
-        parts.push_back({parts.size(), offset, std::min(partSize, size - offset), tag});
-        offset += parts.back().Size;
-    } while (offset < size);
-    return parts;
-}
-
 std::string putObject(Bucket& bucket, const std::string& key, std::istream& data, std::uint64_t size,
                       const ExpectedObject& expected) {
     const auto attributes = bucket.attributesOf(key, expected.getVersion());

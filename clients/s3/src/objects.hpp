@@ -16,11 +16,6 @@ namespace storage::cloudprovider::s3 {
 /// reference, CopyObject).
 inline constexpr std::uint64_t kLargestPart = 5ULL * 1024 * 1024 * 1024;
 
-/// The parts that an object is described in: of one size, whatever it was uploaded in, since any range can be copied.
-///
-/// Values   tag: of each of them.
-std::vector<PartInfo> uniformParts(std::uint64_t size, std::uint64_t smallestPart, const std::string& tag);
-
 /// Store an object in one go; answers its version.
 std::string putObject(Bucket& bucket, const std::string& key, std::istream& data, std::uint64_t size,
                       const ExpectedObject& expected);

@@ -2,6 +2,7 @@
 #include "uploads.hpp"
 
 #include "Download.hpp"
+#include "descriptions.hpp"
 #include "digests.hpp"
 #include "objects.hpp"
 #include "text.hpp"

@@ -138,6 +138,41 @@ TEST_F(S3ClientTest, ABrokenDownloadGoesOnWhereItBroke) {
                           "GET /k", "GET /k \"v\" bytes=2-4"}));
 }
 
+TEST_F(S3ClientTest, AReaderGetsTheStartWithTheDescription) {
+    struct Row {
+        Reply reply;
+        const char* start;
+        std::uint64_t size;
+        bool isAskedAgain = false;
+    };
+    const std::string hundred(100, 'x');
+    const Row rows[] = {{range("0123456789", 0), "0123456789", 100},
+                        {{206, "01234", {"ETag: \"v\"", "Content-Range: bytes 0-4/5"}}, "01234", 5},
+                        {{200, "0123", {"ETag: \"v\""}}, "0123", 4},  // a store without ranges
+                        {{200, hundred, {"ETag: \"v\""}}, "", 100, true},
+                        {range("0123456789", 5), "", 100, true},
+                        {error(416, "InvalidRange"), "", 0, true}};
+    for (const auto& row : rows) {
+        const auto before = m_server.requests().size();
+        m_server.next({206, "01", {"ETag: \"w\"", "Content-Range: bytes 0-9/10", "Content-Length: 10"}, End::Truncate});
+        m_server.next(row.reply);
+        if (row.isAskedAgain) {
+            m_server.next(object("v", {"Content-Length: " + std::to_string(row.size)}));
+        }
+        std::string start;
+        const auto described = m_client->describeWithStart("k", 10, start);
+        ASSERT_TRUE(described);
+        EXPECT_EQ(start, row.start);
+        EXPECT_EQ(described->Version, "v");
+        EXPECT_EQ(described->Parts.back().Offset + described->Parts.back().Size, row.size);
+        EXPECT_EQ(m_server.requests().size() - before, row.isAskedAgain ? 3U : 2U);
+        EXPECT_EQ(m_server.requests().back().Method, row.isAskedAgain ? "HEAD" : "GET");
+    }
+    m_server.next(error(404, "NoSuchKey"));
+    std::string start;
+    EXPECT_FALSE(m_client->describeWithStart("k", 10, start));
+}
+
 TEST_F(S3ClientTest, WrongRangesAreNotWritten) {
     const Reply wrong[] = {range("0123456789x", 10),
                            range("0123456789", 11),

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // What needs no server: signatures, settings, addresses, answers in XML, the parts of a description.
 #include "S3Address.hpp"
-#include "objects.hpp"
+#include "descriptions.hpp"
 #include "s3Xml.hpp"
 #include "settings.hpp"
 #include "signing.hpp"

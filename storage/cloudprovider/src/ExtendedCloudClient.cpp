@@ -68,6 +68,11 @@ std::optional<ObjectDescription> ExtendedCloudClient::describeObject(const std::
     return ObjectDescription{{}, std::move(parts)};
 }
 
+std::optional<ObjectDescription> ExtendedCloudClient::describeWithStart(const std::string& key, std::uint64_t /*most*/,
+                                                                        std::string& /*start*/) {
+    return describeObject(key);
+}
+
 void ExtendedCloudClient::getRange(const std::string& key, const std::string& /*version*/, const ObjectRange& range,
                                    std::ostream& sink) {
     const auto last = range.First + range.Size - 1;

@@ -119,6 +119,7 @@ OpenFileManager::VersionStream OpenFileManager::openToRead(const StorageIRI& iri
                         {.existingContent = ExistingContent::Preserve,
                          .presence = Presence::Required,
                          .mustBeFirst = mustBeFirst,
+                         .isForReading = true,
                          .engine = engine},
                         client);
     return {std::move(readOnly), std::move(version)};
@@ -150,7 +151,7 @@ std::unique_ptr<ByteStream> OpenFileManager::openReplacement(const StorageIRI& i
     auto stream = std::make_unique<OpenFileByteStream>(ByteStreamOpenOptions::WriteMode::Positioned);
     auto& inner = *stream;
     auto writeOnly = std::make_unique<WriteOnlyByteStream>(std::move(stream));
-    open(inner, iri, {ExistingContent::Discard, Presence::Optional, expected, true, engine}, client);
+    open(inner, iri, {ExistingContent::Discard, Presence::Optional, expected, true, false, engine}, client);
     inner.storeAtClose();
     return writeOnly;
 }
@@ -227,7 +228,8 @@ OpenFileManager::Acquired OpenFileManager::makePartManager(const StorageIRI& iri
     }
     bool isKnownToExist = mustExist;
     if (opening.existingContent == ExistingContent::Preserve) {
-        isKnownToExist = manager->initPreserveExisting(mustExist);
+        const auto start = opening.isForReading ? OpenPartManager::Start::Fetch : OpenPartManager::Start::Leave;
+        isKnownToExist = manager->initPreserveExisting(mustExist, start);
     } else {
         context->version.replace(opening.discarded);
         if (mustExist && !context->client->getObjectInfo(context->key)) {

@@ -106,6 +106,7 @@ private:
         ByteStreamOpenOptions::Presence presence;
         ExpectedObject discarded = ExpectedObject::anything();  // what a discarded content may be stored over
         bool mustBeFirst = false;
+        bool isForReading = false;
         Engine engine{};
     };
     /// A manager that has counted a stream, and whether that is the first one; then with the version that it found.

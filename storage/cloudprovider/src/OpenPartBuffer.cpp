@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <cassert>
+#include <cstring>
 #include <ostream>
 #include <utility>
 
@@ -191,6 +192,17 @@ void OpenPartBuffer::download() {
     foundation::adviseLargePages(buffer->data(), m_capacity);
     fetch(*m_context, range, buffer->data());
     setOpenBuffer(std::move(buffer));
+}
+
+void OpenPartBuffer::fill(std::string_view stored) {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    assert(stored.size() == m_storedSize && !m_buffer && m_openCount == 0 && "the part is new, and the bytes its own");
+    auto buffer = buildOpenBuffer();
+    buffer->reserve(stored.size());
+    std::memcpy(buffer->data(), stored.data(), stored.size());
+    buffer->close();
+    const std::lock_guard lock(m_mutex);
+    m_buffer = std::move(buffer);
 }
 
 void OpenPartBuffer::createBlank() {

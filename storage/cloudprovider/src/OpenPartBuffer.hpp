@@ -13,6 +13,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace storage::cloudprovider {
 
@@ -65,6 +66,9 @@ public:
 
     /// Fetch the stored bytes into a new buffer; zeros follow them.
     void download();
+
+    /// Take the stored bytes, all of them, without fetching them. For a part that nobody has opened yet.
+    void fill(std::string_view stored);
 
     /// Make a new buffer of zeros.
     void createBlank();

@@ -32,6 +32,9 @@ constexpr int kMostRounds = 4;
 // second try makes the same pieces.
 constexpr std::uint64_t kRunBoundary = std::uint64_t{128} * 1024 * 1024;
 
+// A larger object's first bytes may be sent for nothing: that should take no longer than a request does.
+constexpr std::uint64_t kMostStart = std::uint64_t{64} * 1024;
+
 bool isNextOfRun(const OpenPartBuffer& last, const OpenPartBuffer& next) {
     return next.index() == last.index() + 1 && next.offset() / kRunBoundary == last.offset() / kRunBoundary;
 }
@@ -82,10 +85,13 @@ OpenPartManager::~OpenPartManager() {
     }
 }
 
-bool OpenPartManager::initPreserveExisting(bool requirePresent) {
+bool OpenPartManager::initPreserveExisting(bool requirePresent, Start start) {
     CLOUDPROVIDER_TRACE_FUNCTION();
     CLOUDPROVIDER_TRACE_ARGUMENTS(" requirePresent=", requirePresent);
-    auto stored = m_context->client->describeObject(m_context->key);
+    std::string bytes;
+    auto& client = *m_context->client;
+    auto stored = start == Start::Fetch ? client.describeWithStart(m_context->key, kMostStart, bytes)
+                                        : client.describeObject(m_context->key);
     if (!stored && requirePresent) {
         throw ResourceNotFoundException();
     }
@@ -104,6 +110,10 @@ bool OpenPartManager::initPreserveExisting(bool requirePresent) {
     }
     m_newParts = PartSizes(m_context->partSize, m_context->client->limits(), parts.size());
     parts.front()->setIsOnlyPart(parts.size() == 1);
+    if (parts.size() == 1 && !bytes.empty() && bytes.size() == parts.front()->end()) {
+        parts.front()->fill(bytes);
+        keepInCache(parts.front());
+    }
     const std::lock_guard lock(m_partsMutex);
     m_parts = std::move(parts);
     return stored.has_value();

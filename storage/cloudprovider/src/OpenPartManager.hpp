@@ -47,9 +47,12 @@ public:
     /// Take the stored object's parts instead; an absent object is an empty file. Tells whether there is one. Call
     /// before the first stream.
     ///
+    /// Values   start: whether a small object's bytes, which a reader is about to ask for, come along where the store
+    ///          can send both at once.
     /// Errors   ResourceNotFoundException when the object is absent and requirePresent is set; UnknownErrorException
     ///          when the client describes parts that do not follow each other from 0 on.
-    bool initPreserveExisting(bool requirePresent);
+    enum class Start : std::uint8_t { Leave, Fetch };
+    bool initPreserveExisting(bool requirePresent, Start start = Start::Leave);
 
     /// What to do in the step in which the manager retires: from then on it takes no further streams. Must not throw,
     /// nor call back. Call before the first stream.

@@ -66,6 +66,7 @@ TEST_F(ModelTest, StreamsOfOneFileBehaveLikeAPlainText) {
         const ScopedVariable partSize("VX_CLOUD_PART_SIZE_OVERRIDE", std::to_string(shape.partSize));
         const ScopedVariable cache("VX_CLOUD_DOWNLOADED_PART_CACHE_OVERRIDE",
                                    std::to_string(pick(0, 6) * shape.partSize));
+        m_storeOptions.sendsStarts = seed % 4 == 0;
         startAnew(tellsVersions);
         StreamModel run(seed, shape, file, key, *m_provider, *m_client);
         try {

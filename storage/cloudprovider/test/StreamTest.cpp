@@ -169,6 +169,28 @@ TEST_F(StreamTest, PartsThatDoNotFollowEachOtherAreRefused) {
     EXPECT_EQ(readAll(provider->openReadOnlyStream(m_file)), "") << "no parts: an empty object";
 }
 
+TEST_F(StreamTest, ASmallFileComesInOneRequestWhereTheStoreSendsItsStart) {
+    m_storeOptions.sendsStarts = true;
+    startAnew(true);
+    for (const std::size_t size : {0U, 1U, 8U, 70'000U}) {
+        const auto content = std::string(size, 'c');
+        m_client->store(m_key, content);
+        m_client->clearCalls();
+        const auto stream = openForReading();
+        m_client->store(m_key, "replaced");
+        if (size == 70'000) {
+            EXPECT_EQ(errorCodeOf([&] { readAll(stream); }), ErrorCode::InUse)
+                << "of a large one only the size is there";
+        } else {
+            EXPECT_EQ(readAll(stream), content);
+            EXPECT_EQ(m_client->callCount(), 1U);
+        }
+    }
+    const ScopedVariable noCache("VX_CLOUD_DOWNLOADED_PART_CACHE_OVERRIDE", "0");
+    m_client->store(m_key, m_content);
+    EXPECT_EQ(readAll(openForReading()), m_content) << "where nothing is kept, it is fetched again";
+}
+
 TEST_F(StreamTest, AWriteFarBehindTheEndIsRefusedBeforeAnythingChanges) {
     m_client->store(m_key, "small");
     {

@@ -69,6 +69,14 @@ std::optional<ProgressClient::ObjectDescription> ProgressClient::describeObject(
     return m_client->describeObject(key);
 }
 
+std::optional<ProgressClient::ObjectDescription> ProgressClient::describeWithStart(const std::string& key,
+                                                                                   std::uint64_t most,
+                                                                                   std::string& start) {
+    auto description = m_client->describeWithStart(key, most, start);
+    countFetched(start.size());
+    return description;
+}
+
 void ProgressClient::getRange(const std::string& key, const std::string& version, const ObjectRange& range,
                               std::ostream& sink) {
     m_client->getRange(key, version, range, sink);

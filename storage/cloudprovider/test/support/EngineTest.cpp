@@ -83,7 +83,7 @@ void EngineTest::startAnew(bool tellsVersions, const ProviderOptions& options) {
 }
 
 void EngineTest::startAnew(bool tellsVersions) {
-    m_client = std::make_shared<FakeCloudClient>();
+    m_client = std::make_shared<FakeCloudClient>(m_storeOptions);
     m_providersClient = m_client;
     if (tellsVersions) {
         m_providersClient = std::make_shared<VersionedFakeClient>(m_client);

@@ -98,7 +98,8 @@ protected:
     ScopedVariable m_partSize{"VX_CLOUD_PART_SIZE_OVERRIDE", std::to_string(kPartSize)};
     std::shared_ptr<FakeCloudClient> m_client = std::make_shared<FakeCloudClient>();
     std::shared_ptr<CloudClient> m_providersClient = m_client;
-    ProviderOptions m_options;  // of the providers made from now on
+    ProviderOptions m_options;                // of the providers made from now on
+    FakeCloudClient::Options m_storeOptions;  // of the stores that startAnew makes
     std::shared_ptr<foundation::storage::provider::IProvider> m_provider;
     const std::string m_key = "folder/file";
     const IRI m_file{u"/folder/file"};

@@ -109,6 +109,15 @@ public:
     /// Describe the object of exactly that key, all of it at one moment; nothing when there is none.
     virtual std::optional<ObjectDescription> describeObject(const std::string& key);
 
+    /// Describe an object as describeObject, for somebody who is about to read it from its beginning.
+    ///
+    /// Values   most: of the object's first bytes, for which no further request is to be made.
+    ///          start: empty.
+    /// Result   start has the first bytes of the version that is described, at most so many; none by default, or where
+    ///          the store cannot tell both at once.
+    virtual std::optional<ObjectDescription> describeWithStart(const std::string& key, std::uint64_t most,
+                                                               std::string& start);
+
     /// Write the bytes of a range to sink.
     ///
     /// Values   version: the description that the range was made by; empty where it had none.

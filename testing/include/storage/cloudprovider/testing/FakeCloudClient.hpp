@@ -39,6 +39,7 @@ public:
         /// on the caller's thread, so on several at once if calls are.
         std::function<void(std::string& bytes)> onDownload{};
         bool copiesInStore = true;  ///< copyObject copies; else it answers false
+        bool sendsStarts = false;   ///< describeWithStart sends bytes, too
         StoreLimits limits{};       ///< what limits answers
     };
 
@@ -92,6 +93,8 @@ public:
 
     /// As ExtendedCloudClient::describeObject.
     std::optional<ObjectDescription> describeObject(const std::string& key);
+    /// As ExtendedCloudClient::describeWithStart.
+    std::optional<ObjectDescription> describeWithStart(const std::string& key, std::uint64_t most, std::string& start);
     /// As ExtendedCloudClient::getRange.
     void getRange(const std::string& key, const std::string& version, const ObjectRange& range, std::ostream& sink);
     /// As ExtendedCloudClient::copyRange. With a version, part.Tag does not count.
@@ -115,6 +118,8 @@ public:
     void deleteObjects(const std::vector<std::string>& keys);
     /// As ExtendedCloudClient::limits; no call of the store.
     StoreLimits limits() const { return m_options.limits; }
+    /// Whether it is a store that has describeWithStart.
+    bool sendsStarts() const { return m_options.sendsStarts; }
 
 private:
     struct Object {
@@ -139,6 +144,7 @@ private:
         bool isAtEnd = false;              // only the empty last page is left
         bool wasEmpty = false;             // the empty page before this one was delivered
     };
+    std::optional<ObjectDescription> describe(const std::string& key, std::uint64_t most, std::string* start) const;
     [[noreturn]] void violate(const std::string& text) const;
     void require(bool condition, const std::string& text) const;
     void requireKey(const std::string& key) const;

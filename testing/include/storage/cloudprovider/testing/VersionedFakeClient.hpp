@@ -41,6 +41,8 @@ public:
     void completeMultipartUpload(const std::string& key, const std::string& uploadId,
                                  const std::vector<PartInfo>& parts) override;
     std::optional<ObjectDescription> describeObject(const std::string& key) override;
+    std::optional<ObjectDescription> describeWithStart(const std::string& key, std::uint64_t most,
+                                                       std::string& start) override;
     void getRange(const std::string& key, const std::string& version, const ObjectRange& range,
                   std::ostream& sink) override;
     std::string copyRange(const std::string& key, const std::string& uploadId, const PartInfo& part,
