@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "CommandLine.hpp"
-#include "failures.hpp"
-#include "interrupts.hpp"
+#include "commandline/CommandLine.hpp"
+#include "terminal/failures.hpp"
+#include "terminal/interrupts.hpp"
 
 #include <exception>
 #include <iostream>

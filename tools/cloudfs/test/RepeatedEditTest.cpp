@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "RepeatedEdit.hpp"
+#include "commands/RepeatedEdit.hpp"
 
-#include "FileDescriptor.hpp"
-#include "LocalSource.hpp"
-#include "failures.hpp"
-#include "interrupts.hpp"
+#include "local/FileDescriptor.hpp"
+#include "local/LocalSource.hpp"
+#include "terminal/failures.hpp"
+#include "terminal/interrupts.hpp"
 
 #include <EngineTest.hpp>
 #include <foundation/services/InterruptState.hpp>

@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "local/FileDescriptor.hpp"
+
+#include <string>
+#include <string_view>
+
+namespace cloudfs {
+
+/// A file of this machine to write, which appears complete or not at all.
+///
+/// The bytes go to a temporary file in the same folder, which takes the target's name when it is complete.
+/// Devices and pipes are written directly.
+class LocalTarget {
+public:
+    /// What to do when the target's name is a symbolic link: write the file it leads to, or put a file in the
+    /// link's place.
+    enum class Links { Follow, Replace };
+
+    /// Errors   Failure: the folder is missing or closed to us, the target is a folder. OperationInterrupted.
+    LocalTarget(std::string path, Links links);
+    LocalTarget(const LocalTarget&) = delete;
+    LocalTarget& operator=(const LocalTarget&) = delete;
+
+    /// Removes the temporary file unless complete() took it away.
+    ~LocalTarget();
+
+    /// Errors   Failure, OutputClosed, OperationInterrupted.
+    void write(std::string_view data);
+
+    /// Give the file its name; the last call. An existing file is replaced and leaves its permissions behind.
+    /// Errors   Failure.
+    void complete();
+
+private:
+    void createTemporary();
+
+    std::string m_path;
+    std::string m_temporaryPath;  // empty while there is none
+    FileDescriptor m_file;
+};
+
+}  // namespace cloudfs

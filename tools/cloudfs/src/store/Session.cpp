@@ -1,0 +1,101 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "store/Session.hpp"
+
+#include "terminal/failures.hpp"
+
+#include <storage/cloudprovider/sqlite/SqliteClient.hpp>
+#ifdef CLOUDFS_WITH_S3
+#include <storage/cloudprovider/s3/S3Client.hpp>
+#endif
+
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <string>
+#include <utility>
+
+namespace cloudfs {
+
+using foundation::storage::provider::ErrorCode;
+using storage::cloudprovider::CloudClient;
+using storage::cloudprovider::CloudException;
+using storage::cloudprovider::ExtendedCloudClient;
+using storage::cloudprovider::SqliteClient;
+
+namespace {
+
+// The library names the file in its messages, where people would read it twice.
+std::string causeOf(const CloudException& failure, const std::string& file) {
+    std::string cause = failure.what();
+    const auto at = cause.find(" " + file);
+    return at == std::string::npos ? cause : cause.erase(at, file.size() + 1);
+}
+
+}  // namespace
+
+bool Session::hasStore() const {
+    if (url.isBucket()) {
+        return true;  // whether it is there shows when it is asked
+    }
+    struct stat status {};
+    if (::stat(url.file.c_str(), &status) != 0) {
+        return errno != ENOENT;
+    }
+    return !S_ISREG(status.st_mode) || status.st_size > 0;
+}
+
+void Session::failWhenMissing() const {
+    if (!hasStore()) {
+        throw Failure(ErrorCode::NotFound, url.file, "there is no such store; put, append, touch and mkdir make one");
+    }
+}
+
+void Session::throwFailure(const CloudException& failure) const {
+    throw Failure(failure.getErrorCode(), url.name(), causeOf(failure, url.name()));
+}
+
+const std::string& Session::embeddedFile(const std::string& ability) const {
+    if (url.isBucket()) {
+        throw UsageError("only an embedded store, sqlite:FILE, can be " + ability + ", not: " + url.name());
+    }
+    failWhenMissing();
+    return url.file;
+}
+
+std::shared_ptr<ExtendedCloudClient> Session::openClient(MissingStore missing) const {
+    if (missing == MissingStore::Refuse) {
+        failWhenMissing();
+    }
+    return namingStore([this]() -> std::shared_ptr<ExtendedCloudClient> {
+#ifdef CLOUDFS_WITH_S3
+        if (url.isBucket()) {
+            storage::cloudprovider::S3Options options;
+            options.Bucket = url.bucket;
+            options.KeyPrefix = url.prefix;
+            auto client = std::make_shared<storage::cloudprovider::S3Client>(options);
+            if (traffic) {
+                traffic->of(client);
+            }
+            return client;
+        }
+#endif
+        return std::make_shared<SqliteClient>(url.file);
+    });
+}
+
+std::shared_ptr<IProvider> Session::providerFor(std::shared_ptr<CloudClient> client) const {
+    constexpr bool kCheckFolderOnCopy = true;
+    storage::cloudprovider::ProviderOptions options;
+    options.transferThreads = 8;
+    options.readAheadParts = 8;
+    options.lightBuffers = true;
+    options.copyInStore = true;
+    options.moveOrder = storage::cloudprovider::MoveOrder::StoreDestinationFirst;
+    return storage::cloudprovider::buildCloudProvider(std::move(client), folderPolicy, kCheckFolderOnCopy, options);
+}
+
+std::shared_ptr<IProvider> Session::open(MissingStore missing) const {
+    return providerFor(openClient(missing));
+}
+
+}  // namespace cloudfs

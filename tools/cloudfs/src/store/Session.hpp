@@ -1,0 +1,64 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "local/LocalStoreFiles.hpp"
+#include "store/StoreUrl.hpp"
+#include "store/TrafficReport.hpp"
+
+#include <foundation/storage/provider/IProvider.hpp>
+#include <storage/cloudprovider/CloudException.hpp>
+#include <storage/cloudprovider/ExtendedCloudClient.hpp>
+#include <storage/cloudprovider/buildCloudProvider.hpp>
+
+#include <memory>
+#include <string>
+
+namespace cloudfs {
+
+using foundation::storage::provider::IProvider;
+
+/// What to do about a store that is not there.
+enum class MissingStore { Refuse, Create };
+
+/// Which store a command works on, and how it shows folders. A plain value.
+struct Session {
+    StoreUrl url;
+    storage::cloudprovider::FolderPolicy folderPolicy = storage::cloudprovider::FolderPolicy::MarkerObjects;
+
+    /// Told of the client that is opened, to show its traffic; empty where nobody wants to know.
+    std::shared_ptr<TrafficReport> traffic;
+
+    /// Open the store. Errors: Failure, which names the store.
+    std::shared_ptr<IProvider> open(MissingStore missing) const;
+
+    /// The same in two steps, for who puts something in between. Errors: as open.
+    std::shared_ptr<storage::cloudprovider::ExtendedCloudClient> openClient(MissingStore missing) const;
+    std::shared_ptr<IProvider> providerFor(std::shared_ptr<storage::cloudprovider::CloudClient> client) const;
+
+    /// Whether there is a store; an empty file is none yet.
+    bool hasStore() const;
+
+    /// Run an action on the store: CloudExceptions become Failures, which name the store.
+    template <typename Action>
+    auto namingStore(const Action& action) const {
+        try {
+            return action();
+        } catch (const storage::cloudprovider::CloudException& failure) {
+            throwFailure(failure);
+        }
+    }
+
+    /// The file of the embedded store.
+    ///
+    /// Errors   UsageError, with what only an embedded store can do, for any other; Failure when there is none.
+    const std::string& embeddedFile(const std::string& ability) const;
+
+    /// The local files that the store consists of; a bucket has none.
+    LocalStoreFiles files() const { return url.isBucket() ? LocalStoreFiles() : LocalStoreFiles(url.file); }
+
+private:
+    [[noreturn]] void throwFailure(const storage::cloudprovider::CloudException& failure) const;
+    void failWhenMissing() const;
+};
+
+}  // namespace cloudfs
