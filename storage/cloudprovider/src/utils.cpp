@@ -100,6 +100,20 @@ std::string iriToKey(const foundation::storage::provider::StorageIRI& iri) {
     }
 }
 
+std::u16string keyToPath(const std::string& key) {
+    const std::u16string text = foundation::toUtf16(key);
+    std::u16string path(1, kSeparator);
+    path.reserve(text.size() + 1);
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        path.push_back(text[at]);
+        const bool isBeforeSlash = at + 1 == text.size() || text[at + 1] == kSeparator;
+        if (text[at] == kDot && isBeforeSlash) {
+            path.push_back(kDot);
+        }
+    }
+    return path;
+}
+
 ptime double2Ptime(double milliseconds) {
     const double seconds = std::trunc(milliseconds / 1000);
     // Also true for NaN, which compares false with everything.

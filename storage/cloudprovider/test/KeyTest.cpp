@@ -85,6 +85,18 @@ TEST(KeyTest, ResolvingKeepsTheKeyAndIsDoneOnce) {
     }
 }
 
+TEST(KeyTest, EveryKeyWithoutEmptyComponentsHasAPath) {
+    std::u16string text;
+    forAllTexts(7, text, [](const std::u16string& key) {
+        const bool hasEmptyComponent = (u'/' + key + u'/').find(u"//") != std::u16string::npos;
+        if (key.empty() || !hasEmptyComponent) {
+            const StorageIRI iri(utils::keyToPath(foundation::toUtf8(key)));
+            ASSERT_EQ(utils::iriToKey(iri), foundation::toUtf8(key));
+        }
+    });
+    EXPECT_THROW(utils::keyToPath("a\xFF"), foundation::InvalidTextError);
+}
+
 TEST(KeyTest, SlashesAreAddedAndRemovedOneAtATime) {
     EXPECT_EQ(utils::addLeadingSlash(u""), u"/");
     EXPECT_EQ(utils::addLeadingSlash(u"a"), u"/a");

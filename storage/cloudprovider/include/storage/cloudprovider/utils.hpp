@@ -45,6 +45,13 @@ CLOUDPROVIDER_EXPORT std::u16string canonicalize(const std::u16string& path);
 /// Errors   InvalidLocationException when the path is not valid UTF-16.
 CLOUDPROVIDER_EXPORT std::string iriToKey(const foundation::storage::provider::StorageIRI& iri);
 
+/// Answer the path of a key, for which iriToKey answers that key: canonicalize takes a "." before each "/" and one at the
+/// end, so a component that ends in one gets one more. "/" for the empty key. A key with an empty component, as behind a
+/// "/" at its end, has no such path: that component is lost.
+///
+/// Errors   foundation::InvalidTextError when the key is not valid UTF-8.
+CLOUDPROVIDER_EXPORT std::u16string keyToPath(const std::string& key);
+
 /// Convert milliseconds since 1970-01-01 00:00:00 UTC, cut to whole seconds toward zero; not_a_date_time for
 /// NaN and for times that a ptime cannot hold (before the year 1400, after 9999).
 CLOUDPROVIDER_EXPORT boost::posix_time::ptime double2Ptime(double milliseconds);
