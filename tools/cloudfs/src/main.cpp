@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "commandline/CommandLine.hpp"
+#include "commandline/describe.hpp"
 #include "terminal/failures.hpp"
 #include "terminal/interrupts.hpp"
 

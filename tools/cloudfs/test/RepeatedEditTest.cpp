@@ -5,6 +5,7 @@
 #include "local/LocalSource.hpp"
 #include "terminal/failures.hpp"
 #include "terminal/interrupts.hpp"
+#include "terminal/waitingIo.hpp"
 
 #include <EngineTest.hpp>
 #include <foundation/services/InterruptState.hpp>
@@ -21,7 +22,7 @@
 #include <string>
 #include <thread>
 
-namespace cloudfs {
+namespace cloudfs::commands {
 
 namespace {
 
@@ -108,4 +109,4 @@ TEST_F(RepeatedEditTest, AnInterruptEndsAPause) {
 
 }  // namespace
 
-}  // namespace cloudfs
+}  // namespace cloudfs::commands

@@ -121,6 +121,32 @@ class Case(unittest.TestCase):
     def assert_no_temporary_files(self):
         self.assertEqual(os.listdir(self.temporary), [])
 
+    def store_content(self):
+        return {name: self.ok("cat", "/" + name) for name in self.names("/", "-R", "--files")}
+
+    def start_put_through_fifo(self, path, parts=4):
+        """Start a put that has read that many parts and waits for more; answer the process and the FIFO's end."""
+        fifo = os.path.join(self.folder, "fifo")
+        os.mkfifo(fifo)
+        process = self.start("put", "-", path, stdin=os.open(fifo, os.O_RDWR), stderr=subprocess.PIPE)
+        writer = os.open(fifo, os.O_WRONLY)
+        self.addCleanup(os.close, writer)
+        # More than a FIFO holds: the last write returns only when the tool has read the most of it.
+        os.write(writer, bytes(parts * PART + 65536))
+        return process, writer
+
+    def start_with_disk(self, size):
+        """A process that has a small disk mounted on the folder, as only it and those who enter its mounts see."""
+        mounted = subprocess.Popen(["unshare", "-m", "sh", "-c", 'mount -t tmpfs -o size="$0" tmpfs "$1" && echo && '
+                                    "exec sleep 1000", size, self.work],
+                                   stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+        self.addCleanup(mounted.stdout.close)
+        self.addCleanup(mounted.wait)
+        self.addCleanup(mounted.kill)
+        if not mounted.stdout.readline():
+            self.skipTest("mounts are not permitted here")
+        return mounted
+
 
 class Usage(Case):
     def test_wrong_arguments_end_with_2_and_touch_nothing(self):
@@ -190,7 +216,7 @@ class Usage(Case):
 
     def test_a_file_that_is_no_store_is_reported_and_kept(self):
         self.local("store.db", b"not a database " * 100)
-        self.fails("Unknown", "store.db: cannot open the store: file", "ls", "/")
+        self.fails("Unknown", "store.db: cannot open the store store.db: file", "ls", "/")
         self.assertEqual(self.read_local("store.db"), b"not a database " * 100)
 
     def test_trace_shows_nested_records_for_the_mask(self):
@@ -206,18 +232,430 @@ class Usage(Case):
         self.assertNotIn("doOpenReadOnlyStream", arguments_only)
 
 
-class Maintenance(Case):
-    """What only an embedded store needs."""
+class Ls(Case):
+    def test_an_empty_store_lists_as_nothing(self):
+        self.ok("put", "-", "/f")
+        self.ok("rm", "/f")
+        self.assertEqual(self.ok("ls", "/"), b"")
+        self.assertEqual(self.ok("ls", "-R", "/"), b"")
+        self.assertEqual(self.ok("ls"), b"")
 
-    def test_an_old_store_is_refused_until_it_is_upgraded(self):
-        self.make_old_store({"f": b"old", "d/g": b""})
-        self.fails("Unsupported", "store.db", "ls", mentions="cloudfs upgrade")
-        self.fails("Unsupported", "store.db", "put", "-", "/f", mentions="cloudfs upgrade")
-        self.assertEqual(self.ok("upgrade"), b"converted to format 2\n")
-        self.assertEqual(self.ok("upgrade"), b"has format 2 already\n")
-        self.assertEqual(self.ok("cat", "/f"), b"old")
-        self.assertEqual(self.names("/", "-R"), ["d/", "d/g", "f"])
+    def test_kinds_depth_and_details_are_selected(self):
+        for path in ["/a.txt", "/b/c.txt", "/b/d/e.txt"]:
+            self.ok("put", "-", path, data=b"12345")
+        for options, path, expected in [
+                ([], "/", ["a.txt", "b/"]), (["--files"], "/", ["a.txt"]), (["--folders"], "/", ["b/"]),
+                (["-R"], "/", ["a.txt", "b/", "b/c.txt", "b/d/", "b/d/e.txt"]),
+                (["-R", "--files"], "/b", ["c.txt", "d/e.txt"]), (["-R", "--folders"], "/", ["b/", "b/d/"]),
+                ([], "/b/", ["c.txt", "d/"]), ([], "/b/c.txt", ["/b/c.txt"]), (["--folders"], "/b/c.txt", [])]:
+            with self.subTest(options=options, path=path):
+                self.assertEqual(self.names(path, *options), expected)
+        self.assertRegex(self.ok("ls", "-l", "/").decode(),
+                         r"\A +5  \d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ  a\.txt\n +-  .*  b/\n\Z")
 
+    def test_a_folder_that_is_missing_is_reported(self):
+        self.ok("put", "-", "/sub/f")
+        self.fails("NotFound", "/absent", "ls", "/absent")
+
+    def test_a_terminal_sees_escapes(self):
+        self.ok("put", "-", "/new\nline\x1b\\\u0085é")
+        master, slave = pty.openpty()
+        process = self.start("ls", "/", stdout=slave)
+        os.close(slave)
+        self.assertEqual(process.wait(DEADLINE_SECONDS), DONE)
+        self.assertEqual(os.read(master, 1000).decode(), "new\\nline\\033\\\\\\302\\205é\r\n")
+        os.close(master)
+
+
+class Stat(Case):
+    def test_kind_size_and_time_are_told(self):
+        self.ok("put", "-", "/a.txt", data=b"12345")
+        self.ok("put", "-", "/b/c.txt")
+        self.assertRegex(self.ok("stat", "/a.txt").decode(), r"path: /a.txt\nkind: file\nsize: 5\ntime: \d{4}-")
+        self.assertEqual(self.ok("stat", "/b"), b"path: /b\nkind: folder\nsize: -\ntime: -\n")
+        self.fails("NotFound", "/absent", "stat", "/absent")
+
+
+class Cat(Case):
+    def test_what_is_no_file_is_reported(self):
+        self.ok("put", "-", "/sub/f", data=b"x")
+        for code, path, name in [("NotFound", "/absent: there is no such file or folder", "/absent"),
+                                 ("NotFound", "/absent.", "/absent."), ("InvalidLocation", "/sub", "/sub"),
+                                 ("InvalidLocation", "/sub/f", "/sub/f/")]:
+            with self.subTest(name=name):
+                self.fails(code, path, "cat", name)
+
+    def test_output_that_cannot_be_written_is_a_failure(self):
+        self.ok("put", "-", "/f", data=b"x" * PART)
+        for command in ["cat", "ls", "stat"]:
+            with open("/dev/full", "wb") as full, self.subTest(command=command):
+                result = subprocess.run([CLOUDFS, command, "/f"], stdout=full, stderr=subprocess.PIPE, cwd=self.work,
+                                        env=self.environment)
+                self.assertEqual(result.returncode, FAILED)
+                self.assertIn(b"No space left", result.stderr)
+
+    def test_a_reader_that_leaves_ends_cat_quietly(self):
+        self.ok("put", "-", "/f", data=bytes(40 * PART))
+        process = self.start("cat", "/f", stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        process.stdout.read(1)
+        process.stdout.close()
+        self.assertEqual(process.wait(DEADLINE_SECONDS), FAILED)
+        self.assertEqual(process.stderr.read(), b"")
+        self.assert_no_temporary_files()
+
+
+class Put(Case):
+    def test_files_of_all_sizes_come_back_as_they_were(self):
+        for size in [0, 1, PART - 1, PART, PART + 1, 3 * PART, 20 * PART + 7]:
+            with self.subTest(size=size):
+                data = os.urandom(size)
+                self.local("in", data)
+                self.ok("put", "in", "/f")
+                self.assertEqual(self.ok("cat", "/f"), data)
+                self.ok("get", "/f", "out")
+                self.assertEqual(self.read_local("out"), data)
+                self.assertEqual(self.ok("get", "/f", "-"), data)
+                self.ok("put", "-", "/piped", data=data)
+                self.assertEqual(self.ok("cat", "/piped"), data)
+                self.assertIn(f"size: {size}\n".encode(), self.ok("stat", "/f"))
+        self.assert_no_temporary_files()
+
+    def test_put_replaces_and_goes_into_folders(self):
+        self.local("f", b"one")
+        self.ok("put", "f", "/sub/")
+        self.assertEqual(self.ok("cat", "/sub/f"), b"one")
+        self.local("f", b"two")
+        self.ok("put", "f", "/sub")
+        self.assertEqual(self.ok("cat", "/sub/f"), b"two")
+        self.ok("put", "f", "/")
+        self.assertEqual(self.names("/", "-R"), ["f", "sub/", "sub/f"])
+        self.misused("put", "-", "/sub/")
+
+    def test_what_cannot_be_read_is_reported(self):
+        os.mkdir(os.path.join(self.work, "folder"))
+        self.ok("touch", "/f")
+        for code, name in [("NotFound", "missing"), ("InvalidLocation", "folder")]:
+            with self.subTest(name=name):
+                self.fails(code, name, "put", name, "/a")
+        self.assertEqual(self.names(), ["f"])
+
+    def start_put(self, size):
+        with open(os.path.join(self.work, "in"), "wb") as file:
+            file.truncate(size)
+        self.environment["VX_CLOUD_PART_SIZE_OVERRIDE"] = str(1 << 20)
+        process = self.start("put", "in", "/f", stderr=subprocess.PIPE)
+        deadline = time.monotonic() + DEADLINE_SECONDS
+        while not self.part_files() and process.poll() is None:
+            self.assertLess(time.monotonic(), deadline)
+        return process
+
+    def test_a_file_that_grows_is_stored_as_it_was(self):
+        size = 16 << 20
+        process = self.start_put(size)
+        with open(os.path.join(self.work, "in"), "ab") as file:
+            while process.poll() is None and file.tell() < 1 << 32:
+                file.write(bytes(1 << 20))
+        self.assertEqual(process.wait(DEADLINE_SECONDS), DONE)
+        self.assertIn(f"size: {size}\n".encode(), self.ok("stat", "/f"))
+
+    def test_a_file_that_shrinks_is_not_stored(self):
+        process = self.start_put(1 << 36)
+        os.truncate(os.path.join(self.work, "in"), 1)
+        self.assertEqual(process.wait(DEADLINE_SECONDS), FAILED)
+        self.assertIn(b"in: the file got shorter", process.stderr.read())
+        self.assertEqual(self.names(), [])
+
+    def test_standard_input_is_read_from_where_it_stands(self):
+        self.local("in", b"read already, rest")
+        with open(os.path.join(self.work, "in"), "rb", buffering=0) as file:
+            file.seek(14)
+            self.assertEqual(self.start("put", "-", "/f", stdin=file).wait(DEADLINE_SECONDS), DONE)
+        self.assertEqual(self.ok("cat", "/f"), b"rest")
+
+    def make_tree(self, root):
+        files = {"a.txt": b"a", "sub/b.txt": os.urandom(2 * PART), "sub/deep/c": b"", "dot./x": b"x", "dot/x": b"y"}
+        for name, data in files.items():
+            self.local(f"{root}/{name}", data)
+        os.mkdir(os.path.join(self.work, root, "empty"))
+        return files
+
+    def test_a_tree_comes_back_as_it_was_under_both_policies(self):
+        for policy, keeps_empty in [("markers", True), ("implicit", False)]:
+            with self.subTest(policy=policy):
+                options = ["--folder-policy", policy, "--store", f"sqlite:{policy}.db"]
+                files = self.make_tree(f"{policy}-in")
+                self.ok(*options, "put", "-r", f"{policy}-in", "/tree")
+                self.ok(*options, "get", "-r", "/tree", f"{policy}-out")
+                for name, data in files.items():
+                    self.assertEqual(self.read_local(f"{policy}-out/{name}"), data, name)
+                self.assertEqual(os.path.isdir(os.path.join(self.work, f"{policy}-out/empty")), keeps_empty)
+        self.assert_no_temporary_files()
+
+    def test_trees_go_into_existing_folders_under_their_name(self):
+        self.local("tree/f", b"1")
+        self.ok("put", "-r", "tree", "/")
+        self.ok("put", "-r", "tree/", "/other/")
+        self.ok("put", "-r", "tree/.", "/tree")
+        self.assertEqual(self.names("/", "-R", "--files"), ["other/tree/f", "tree/f"])
+        os.mkdir(os.path.join(self.work, "out"))
+        self.ok("get", "-r", "/tree", "out")
+        self.ok("get", "-r", "/", "all")
+        self.assertEqual(self.read_local("out/tree/f"), b"1")
+        self.assertEqual(self.read_local("all/other/tree/f"), b"1")
+        self.ok("get", "-r", "/tree/f", "single")
+        self.assertEqual(self.read_local("single"), b"1")
+        self.fails("AlreadyExists", "/tree/f", "put", "-r", "tree", "/tree/f")
+
+    def test_local_trees_that_cannot_be_stored_are_refused_before_anything_is(self):
+        for name, make in [("bytes", lambda path: open(path + b"/a\xff", "wb").close()),
+                           ("fifo", lambda path: os.mkfifo(path + b"/fifo")),
+                           ("loop", lambda path: os.symlink(b"..", path + b"/up")),
+                           ("dangling", lambda path: os.symlink(b"nowhere", path + b"/link"))]:
+            with self.subTest(name=name):
+                self.local(f"{name}/0", b"x")
+                make(os.path.join(self.work, name).encode())
+                self.assertEqual(self.run_tool("put", "-r", name, "/").returncode, FAILED)
+                self.assertFalse(os.path.exists(os.path.join(self.work, "store.db")))
+        self.fails("InvalidLocation", "\\377", "put", b"\xff", "/f", mentions="not valid UTF-8")
+
+
+class Get(Case):
+    def test_get_keeps_permissions_follows_the_link_given_and_writes_to_devices(self):
+        self.ok("put", "-", "/f", data=b"new")
+        self.local("real", b"old")
+        os.chmod(os.path.join(self.work, "real"), 0o640)
+        os.symlink("real", os.path.join(self.work, "link"))
+        self.ok("get", "/f", "link")
+        self.assertTrue(os.path.islink(os.path.join(self.work, "link")))
+        self.assertEqual(self.read_local("real"), b"new")
+        self.assertEqual(os.stat(os.path.join(self.work, "real")).st_mode & 0o777, 0o640)
+        self.ok("get", "/f", "/dev/null")
+        self.assertFalse(os.path.isfile("/dev/null"))
+
+    def test_a_get_that_fails_leaves_what_was_there(self):
+        self.ok("put", "-", "/f", data=bytes(20 * PART))
+        self.local("out", b"old")
+        limit = 5 * PART
+        process = self.start("get", "/f", "out", stderr=subprocess.PIPE, restore_signals=False,
+                             preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (limit, limit)))
+        self.assertEqual(process.wait(DEADLINE_SECONDS), FAILED)
+        self.assertEqual(process.stderr.read(), b"Unknown: out: File too large\n")
+        self.assertEqual(self.read_local("out"), b"old")
+        self.assertEqual(self.local_names(), ["out", "store.db"])
+
+    def test_what_cannot_be_read_or_written_is_reported(self):
+        self.ok("put", "-", "/sub/f", data=b"x")
+        for code, path, arguments in [("NotFound", "/absent", ["/absent", "out"]),
+                                      ("InvalidLocation", "/sub: is a folder; get -r", ["/sub", "out"]),
+                                      ("NotFound", "nowhere/", ["/sub/f", "nowhere/out"])]:
+            with self.subTest(arguments=arguments):
+                self.fails(code, path, "get", *arguments)
+        self.assertEqual(self.local_names(), ["store.db"])
+
+    def test_get_stays_inside_the_folder_it_was_given(self):
+        # Names that no path of this tool can make, but other programs may.
+        for name in ["d/../../evil", "d/./evil"]:
+            with self.subTest(name=name):
+                self.make_old_store({name: b"evil"})
+                self.ok("upgrade")
+                self.fails("InvalidLocation", "/", "get", "-r", "/", "out")
+                self.assertFalse(os.path.exists(os.path.join(self.work, "out")))
+                os.remove(os.path.join(self.work, "store.db"))
+        # What has a component without a name is not even listed.
+        self.make_old_store({"d//evil": b"evil"})
+        self.ok("upgrade")
+        self.ok("get", "-r", "/", "unnamed")
+        self.assertEqual(os.listdir(os.path.join(self.work, "unnamed", "d")), [])
+        os.remove(os.path.join(self.work, "store.db"))
+        outside = os.path.join(self.folder, "outside")
+        os.mkdir(outside)
+        self.ok("put", "-", "/sub/f", data=b"x")
+        os.makedirs(os.path.join(self.work, "out"))
+        os.symlink(outside, os.path.join(self.work, "out/sub"))
+        self.ok("put", "-", "/out/sub/f", data=b"x")
+        self.fails("InvalidLocation", "out/sub", "get", "-r", "/sub", "out", mentions="link")
+        self.fails("InvalidLocation", "./out/sub", "get", "-r", "/out", ".", mentions="link")
+        with open(os.path.join(outside, "kept"), "wb"):
+            pass
+        os.symlink(os.path.join(outside, "kept"), os.path.join(self.work, "out/f"))
+        self.ok("get", "/sub/f", "out")
+        self.assertEqual(self.read_local("out/f"), b"x")
+        self.assertEqual(os.path.getsize(os.path.join(outside, "kept")), 0)
+        os.remove(os.path.join(outside, "kept"))
+        self.assertEqual(os.listdir(outside), [])
+
+
+class Append(Case):
+    def test_bytes_are_added_at_the_end(self):
+        expected = b""
+        for data in [b"made", b"", b"tail", os.urandom(2 * PART), b"behind"]:
+            self.ok("append", "-", "/f", data=data)
+            expected += data
+            self.assertEqual(self.ok("cat", "/f"), expected)
+        self.ok("append", "-", "/empty")
+        self.assertIn(b"size: 0\n", self.ok("stat", "/empty"))
+
+    def test_folders_are_refused(self):
+        os.mkdir(os.path.join(self.work, "folder"))
+        self.local("f", b"x")
+        self.ok("mkdir", "/sub")
+        self.fails("InvalidLocation", "/sub", "append", "f", "/sub")
+        self.fails("InvalidLocation", "folder", "append", "folder", "/a")
+
+
+class Write(Case):
+    def test_bytes_are_overwritten_in_place(self):
+        expected = bytearray(os.urandom(5 * PART + 100))
+        self.ok("put", "-", "/f", data=bytes(expected))
+        for offset, data in [(0, b"first"), (PART - 2, b"border"), (len(expected) - 1, b"last"), (7 * PART, b"gap")]:
+            self.ok("write", "--at", str(offset), "-", "/f", data=data)
+            expected.extend(bytes(max(0, offset + len(data) - len(expected))))
+            expected[offset:offset + len(data)] = data
+            self.assertEqual(self.ok("cat", "/f"), bytes(expected))
+        self.fails("NotFound", "/absent", "write", "--at", "0", "-", "/absent", data=b"x")
+        self.assertEqual(self.names(), ["f"])
+
+
+class Touch(Case):
+    def test_touch_creates_and_never_changes(self):
+        self.ok("touch", "/f")
+        self.assertEqual(self.ok("cat", "/f"), b"")
+        self.ok("put", "-", "/f", data=b"kept")
+        self.fails("AlreadyExists", "/f", "touch", "/f")
+        self.assertEqual(self.ok("cat", "/f"), b"kept")
+        self.ok("mkdir", "/a")
+        self.fails("AlreadyExists", "/a", "touch", "/a")
+
+
+class Mkdir(Case):
+    def test_folders_are_made(self):
+        self.ok("mkdir", "/a")
+        self.assertEqual(self.names(), ["a/"])
+        self.assertEqual(self.ok("ls", "/a"), b"")
+        self.assertIn(b"kind: folder", self.ok("stat", "/a"))
+        self.fails("AlreadyExists", "/a", "mkdir", "/a")
+        self.fails("NotFound", "/b:", "mkdir", "/b/c", mentions="mkdir -p")
+        self.ok("mkdir", "-p", "/b/c/d")
+        self.ok("mkdir", "-p", "/b/c/d")
+        self.assertEqual(self.names("/", "-R"), ["a/", "b/", "b/c/", "b/c/d/"])
+
+
+class Rm(Case):
+    def test_rm_removes_what_is_there_and_says_so_otherwise(self):
+        for path in ["/f", "/d/1", "/d/e/2", "/d2"]:
+            self.ok("put", "-", path, data=b"x")
+        self.ok("rm", "/f")
+        self.fails("NotFound", "/f", "rm", "/f")
+        self.fails("NotFound", "/f", "rm", "-r", "/f")
+        self.fails("InvalidLocation", "/d", "rm", "/d", mentions="rm -r")
+        self.ok("rm", "-r", "/d")
+        self.assertEqual(self.names("/", "-R"), ["d2"])
+        self.ok("rm", "-r", "/d2")
+        self.ok("rm", "-r", "/")
+        self.assertEqual(self.ok("ls"), b"")
+
+    def test_files_can_be_removed_on_a_full_disk(self):
+        disk = self.start_with_disk("200m")
+        data = os.urandom(1024 * 1024)
+        on_disk = ["nsenter", "-m", "-t", str(disk.pid), "sh", "-c", 'cd "$0" && exec "$@"', self.work]
+
+        def run(*command, data=b""):
+            return subprocess.run([*on_disk, *command], input=data, capture_output=True, env=self.environment,
+                                  timeout=DEADLINE_SECONDS)
+
+        for number in range(30):
+            self.assertEqual(run(CLOUDFS, "put", "-", f"/{number}", data=data).stderr, b"")
+        size = int(run("stat", "-c", "%s", "store.db").stdout)
+        for number in range(20):
+            filled = run("sh", "-c", "cat /dev/zero >>filler; sync")
+            self.assertIn(b"No space", filled.stderr)
+            if number == 0:
+                self.assertEqual(run(CLOUDFS, "put", "-", "/more", data=data).returncode, FAILED)
+            removed = run(CLOUDFS, "rm", f"/{number}")
+            self.assertEqual((removed.returncode, removed.stderr), (DONE, b""), number)
+        self.assertLess(int(run("stat", "-c", "%s", "store.db").stdout), size - 19 * len(data))
+        self.assertEqual(run(CLOUDFS, "cat", "/29").stdout, data)
+        self.assertEqual(run(CLOUDFS, "verify").stdout, b"")
+
+
+class Rmdir(Case):
+    def test_empty_folders_are_removed(self):
+        self.ok("mkdir", "-p", "/b/c/d")
+        self.fails("FolderNotEmpty", "/b", "rmdir", "/b", mentions="the folder is not empty")
+        self.ok("rmdir", "/b/c/d/")
+        self.fails("NotFound", "/b/c/d", "rmdir", "/b/c/d")
+        self.ok("touch", "/f")
+        self.fails("InvalidLocation", "/f", "rmdir", "/f", mentions="is a file")
+        self.assertEqual(self.names("/", "-R"), ["b/", "b/c/", "f"])
+
+
+class Mv(Case):
+    def test_files_are_replaced_only_when_told_and_go_into_folders(self):
+        big = os.urandom(3 * PART + 5)
+        self.ok("put", "-", "/a", data=big)
+        self.ok("put", "-", "/b", data=b"b")
+        self.fails("AlreadyExists", "/b", "mv", "/a", "/b", mentions="--replace")
+        self.assertEqual(self.ok("cat", "/b"), b"b")
+        self.ok("mv", "--replace", "/a", "/b")
+        self.assertEqual(self.ok("cat", "/b"), big)
+        self.assertEqual(self.run_tool("cat", "/a").returncode, FAILED)
+        self.ok("mv", "/b", "/new/")
+        self.assertEqual(self.ok("cat", "/new/b"), big)
+        self.ok("put", "-", "/c", data=b"c")
+        self.ok("mv", "/c", "/new")
+        self.assertEqual(self.ok("cat", "/new/c"), b"c")
+        self.fails("NotFound", "/absent", "mv", "/absent", "/x")
+        self.fails("Unsupported", "/new", "mv", "/new", "/elsewhere")
+        self.ok("put", "-", "/same", data=b"s")
+        self.ok("mv", "--replace", "/same", "/same")
+        self.assertEqual(self.ok("cat", "/same"), b"s")
+        self.assert_no_temporary_files()
+
+
+class Cp(Case):
+    def test_files_are_replaced_only_when_told_and_go_into_folders(self):
+        big = os.urandom(3 * PART + 5)
+        self.ok("put", "-", "/a", data=big)
+        self.ok("put", "-", "/b", data=b"b")
+        self.fails("AlreadyExists", "/b", "cp", "/a", "/b", mentions="--replace")
+        self.assertEqual(self.ok("cat", "/b"), b"b")
+        self.ok("cp", "--replace", "/a", "/b")
+        self.assertEqual(self.ok("cat", "/b"), big)
+        self.assertEqual(self.run_tool("cat", "/a").returncode, DONE)
+        self.ok("cp", "/b", "/new/")
+        self.assertEqual(self.ok("cat", "/new/b"), big)
+        self.ok("put", "-", "/c", data=b"c")
+        self.ok("cp", "/c", "/new")
+        self.assertEqual(self.ok("cat", "/new/c"), b"c")
+        self.fails("NotFound", "/absent", "cp", "/absent", "/x")
+        self.fails("Unsupported", "/new", "cp", "/new", "/elsewhere")
+        self.ok("put", "-", "/same", data=b"s")
+        self.ok("cp", "--replace", "/same", "/same")
+        self.assertEqual(self.ok("cat", "/same"), b"s")
+        self.assert_no_temporary_files()
+
+
+class Uploads(Case):
+    def test_the_uploads_of_a_killed_put_stay_until_somebody_ends_them(self):
+        self.ok("put", "-", "/old", data=b"old")
+        for path in ["/old", "/new"]:
+            process, _ = self.start_put_through_fifo(path, parts=40)  # more than are kept here
+            process.kill()
+            process.wait()
+            os.remove(os.path.join(self.folder, "fifo"))
+        self.assertEqual([line.split()[-1] for line in self.uploads()], ["/new", "/old"])
+        self.assertEqual([line.split()[-1] for line in self.uploads("/old")], ["/old"])
+        self.assertEqual(self.uploads("/ol"), [])
+        self.assertEqual(self.uploads("--abort", "--older-than", "1d"), [])
+        self.assertEqual(len(self.uploads("--abort")), 2)
+        self.assertEqual(self.uploads(), [])
+        self.assertEqual(self.store_content(), {"old": b"old"})
+
+    def uploads(self, *arguments):
+        return self.ok("uploads", *arguments).decode().splitlines()
+
+
+class Verify(Case):
     def test_verify_lists_what_is_damaged_and_nothing_else(self):
         for path in ["/d/one", "/d/two", "/dd", "/whole"]:
             self.ok("put", "-", path, data=b"of " + path.encode() + os.urandom(3 * PART))
@@ -243,9 +681,7 @@ class Maintenance(Case):
         self.assertEqual(self.ok("verify"), b"")
 
 
-class Room(Case):
-    """What a store takes up of its disk."""
-
+class Compact(Case):
     def store_size(self):
         return os.path.getsize(os.path.join(self.work, "store.db"))
 
@@ -270,40 +706,37 @@ class Room(Case):
         self.assertRegex(self.ok("compact"), rb"^gave back 1\.\d MiB\n$")
         self.assertEqual(self.ok("cat", "/kept") + self.ok("verify"), b"kept")
 
-    def test_files_can_be_removed_on_a_full_disk(self):
-        disk = self.start_with_disk("200m")
-        data = os.urandom(1024 * 1024)
-        on_disk = ["nsenter", "-m", "-t", str(disk.pid), "sh", "-c", 'cd "$0" && exec "$@"', self.work]
 
-        def run(*command, data=b""):
-            return subprocess.run([*on_disk, *command], input=data, capture_output=True, env=self.environment,
-                                  timeout=DEADLINE_SECONDS)
+class Upgrade(Case):
+    def test_an_old_store_is_refused_until_it_is_upgraded(self):
+        self.make_old_store({"f": b"old", "d/g": b""})
+        self.fails("Unsupported", "store.db", "ls", mentions="cloudfs upgrade")
+        self.fails("Unsupported", "store.db", "put", "-", "/f", mentions="cloudfs upgrade")
+        self.assertEqual(self.ok("upgrade"), b"converted to format 2\n")
+        self.assertEqual(self.ok("upgrade"), b"has format 2 already\n")
+        self.assertEqual(self.ok("cat", "/f"), b"old")
+        self.assertEqual(self.names("/", "-R"), ["d/", "d/g", "f"])
 
-        for number in range(30):
-            self.assertEqual(run(CLOUDFS, "put", "-", f"/{number}", data=data).stderr, b"")
-        size = int(run("stat", "-c", "%s", "store.db").stdout)
-        for number in range(20):
-            filled = run("sh", "-c", "cat /dev/zero >>filler; sync")
-            self.assertIn(b"No space", filled.stderr)
-            if number == 0:
-                self.assertEqual(run(CLOUDFS, "put", "-", "/more", data=data).returncode, FAILED)
-            removed = run(CLOUDFS, "rm", f"/{number}")
-            self.assertEqual((removed.returncode, removed.stderr), (DONE, b""), number)
-        self.assertLess(int(run("stat", "-c", "%s", "store.db").stdout), size - 19 * len(data))
-        self.assertEqual(run(CLOUDFS, "cat", "/29").stdout, data)
-        self.assertEqual(run(CLOUDFS, "verify").stdout, b"")
 
-    def start_with_disk(self, size):
-        """A process that has a small disk mounted on the folder, as only it and those who enter its mounts see."""
-        mounted = subprocess.Popen(["unshare", "-m", "sh", "-c", 'mount -t tmpfs -o size="$0" tmpfs "$1" && echo && '
-                                    "exec sleep 1000", size, self.work],
-                                   stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
-        self.addCleanup(mounted.stdout.close)
-        self.addCleanup(mounted.wait)
-        self.addCleanup(mounted.kill)
-        if not mounted.stdout.readline():
-            self.skipTest("mounts are not permitted here")
-        return mounted
+class OddNames(Case):
+    def test_odd_names_survive_and_are_escaped_on_a_terminal_only(self):
+        for name in ODD_NAMES:
+            with self.subTest(name=name):
+                data = name.encode()
+                self.ok("put", self.local("./" + name, data), "/odd/")
+                self.assertEqual(self.ok("cat", "/odd/" + name), data)
+                self.ok("get", "/odd/" + name, "out")
+                self.assertEqual(self.read_local("out"), data)
+                self.ok("append", "-", "/odd/" + name, data=b"+")
+                self.ok("write", "--at", "0", "-", "/odd/" + name, data=b"=")
+                self.assertEqual(self.ok("cat", "/odd/" + name), b"=" + data[1:] + b"+")
+                self.assertEqual(self.ok("ls", "/odd"), data + b"\n")
+                self.ok("mv", "/odd/" + name, "/odd2/" + name)
+                self.ok("cp", "/odd2/" + name, "/odd/" + name)
+                self.ok("rm", "/odd2/" + name)
+                self.assertIn(data, self.ok("stat", "/odd/" + name))
+                self.ok("rm", "/odd/" + name)
+        self.fails("NotFound", "/no\\nsuch\\033", "cat", "/no\nsuch\x1b")
 
 
 class ReadingOnly(Case):
@@ -400,113 +833,6 @@ class ReadingOnly(Case):
         self.reads_and_changes_nothing(self.on_a_read_only_mount, b"of a log")
 
 
-class Transfers(Case):
-    def test_files_of_all_sizes_come_back_as_they_were(self):
-        for size in [0, 1, PART - 1, PART, PART + 1, 3 * PART, 20 * PART + 7]:
-            with self.subTest(size=size):
-                data = os.urandom(size)
-                self.local("in", data)
-                self.ok("put", "in", "/f")
-                self.assertEqual(self.ok("cat", "/f"), data)
-                self.ok("get", "/f", "out")
-                self.assertEqual(self.read_local("out"), data)
-                self.assertEqual(self.ok("get", "/f", "-"), data)
-                self.ok("put", "-", "/piped", data=data)
-                self.assertEqual(self.ok("cat", "/piped"), data)
-                self.assertIn(f"size: {size}\n".encode(), self.ok("stat", "/f"))
-        self.assert_no_temporary_files()
-
-    def test_append_adds_and_write_overwrites_in_place(self):
-        expected = bytearray(os.urandom(5 * PART + 100))
-        self.ok("put", "-", "/f", data=bytes(expected))
-        for offset, data in [(0, b"first"), (PART - 2, b"border"), (len(expected) - 1, b"last"), (7 * PART, b"gap")]:
-            self.ok("write", "--at", str(offset), "-", "/f", data=data)
-            expected.extend(bytes(max(0, offset + len(data) - len(expected))))
-            expected[offset:offset + len(data)] = data
-            self.assertEqual(self.ok("cat", "/f"), bytes(expected))
-        for data in [b"", b"tail", os.urandom(2 * PART)]:
-            self.ok("append", "-", "/f", data=data)
-            expected.extend(data)
-            self.assertEqual(self.ok("cat", "/f"), bytes(expected))
-        self.ok("append", "-", "/new", data=b"made")
-        self.assertEqual(self.ok("cat", "/new"), b"made")
-        self.fails("NotFound", "/absent", "write", "--at", "0", "-", "/absent", data=b"x")
-        self.assertEqual(self.names(), ["f", "new"])
-
-    def test_put_replaces_and_goes_into_folders(self):
-        self.local("f", b"one")
-        self.ok("put", "f", "/sub/")
-        self.assertEqual(self.ok("cat", "/sub/f"), b"one")
-        self.local("f", b"two")
-        self.ok("put", "f", "/sub")
-        self.assertEqual(self.ok("cat", "/sub/f"), b"two")
-        self.ok("put", "f", "/")
-        self.assertEqual(self.names("/", "-R"), ["f", "sub/", "sub/f"])
-        self.misused("put", "-", "/sub/")
-        self.fails("InvalidLocation", "/sub", "append", "f", "/sub")
-
-    def test_what_cannot_be_read_here_or_there_is_reported(self):
-        os.mkdir(os.path.join(self.work, "folder"))
-        self.ok("put", "-", "/sub/f", data=b"x")
-        for code, path, arguments in [
-                ("NotFound", "missing", ["put", "missing", "/a"]),
-                ("InvalidLocation", "folder", ["put", "folder", "/a"]),
-                ("InvalidLocation", "folder", ["append", "folder", "/a"]),
-                ("NotFound", "/absent: there is no such file or folder", ["cat", "/absent"]),
-                ("NotFound", "/absent.", ["cat", "/absent."]),
-                ("NotFound", "/absent", ["get", "/absent", "out"]),
-                ("NotFound", "/absent", ["stat", "/absent"]),
-                ("NotFound", "/absent", ["ls", "/absent"]),
-                ("InvalidLocation", "/sub", ["cat", "/sub"]),
-                ("InvalidLocation", "/sub: is a folder; get -r", ["get", "/sub", "out"]),
-                ("InvalidLocation", "/sub/f", ["cat", "/sub/f/"]),
-                ("NotFound", "nowhere/", ["get", "/sub/f", "nowhere/out"])]:
-            with self.subTest(arguments=arguments):
-                self.fails(code, path, *arguments)
-        self.assertEqual(self.local_names(), ["folder", "store.db"])
-
-    def test_get_keeps_permissions_follows_the_link_given_and_writes_to_devices(self):
-        self.ok("put", "-", "/f", data=b"new")
-        self.local("real", b"old")
-        os.chmod(os.path.join(self.work, "real"), 0o640)
-        os.symlink("real", os.path.join(self.work, "link"))
-        self.ok("get", "/f", "link")
-        self.assertTrue(os.path.islink(os.path.join(self.work, "link")))
-        self.assertEqual(self.read_local("real"), b"new")
-        self.assertEqual(os.stat(os.path.join(self.work, "real")).st_mode & 0o777, 0o640)
-        self.ok("get", "/f", "/dev/null")
-        self.assertFalse(os.path.isfile("/dev/null"))
-
-    def test_a_get_that_fails_leaves_what_was_there(self):
-        self.ok("put", "-", "/f", data=bytes(20 * PART))
-        self.local("out", b"old")
-        limit = 5 * PART
-        process = self.start("get", "/f", "out", stderr=subprocess.PIPE, restore_signals=False,
-                             preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (limit, limit)))
-        self.assertEqual(process.wait(DEADLINE_SECONDS), FAILED)
-        self.assertEqual(process.stderr.read(), b"Unknown: out: File too large\n")
-        self.assertEqual(self.read_local("out"), b"old")
-        self.assertEqual(self.local_names(), ["out", "store.db"])
-
-    def test_output_that_cannot_be_written_is_a_failure(self):
-        self.ok("put", "-", "/f", data=b"x" * PART)
-        for command in ["cat", "ls", "stat"]:
-            with open("/dev/full", "wb") as full, self.subTest(command=command):
-                result = subprocess.run([CLOUDFS, command, "/f"], stdout=full, stderr=subprocess.PIPE, cwd=self.work,
-                                        env=self.environment)
-                self.assertEqual(result.returncode, FAILED)
-                self.assertIn(b"No space left", result.stderr)
-
-    def test_a_reader_that_leaves_ends_cat_quietly(self):
-        self.ok("put", "-", "/f", data=bytes(40 * PART))
-        process = self.start("cat", "/f", stdout=subprocess.PIPE, stderr=subprocess.PIPE)
-        process.stdout.read(1)
-        process.stdout.close()
-        self.assertEqual(process.wait(DEADLINE_SECONDS), FAILED)
-        self.assertEqual(process.stderr.read(), b"")
-        self.assert_no_temporary_files()
-
-
 class OwnFiles(Case):
     """The store as a local file among those that are copied."""
 
@@ -549,253 +875,7 @@ class OwnFiles(Case):
         self.assertEqual(self.names("/tree"), ["a", "store.db"])
 
 
-class ChangingFiles(Case):
-    def start_put(self, size):
-        with open(os.path.join(self.work, "in"), "wb") as file:
-            file.truncate(size)
-        self.environment["VX_CLOUD_PART_SIZE_OVERRIDE"] = str(1 << 20)
-        process = self.start("put", "in", "/f", stderr=subprocess.PIPE)
-        deadline = time.monotonic() + DEADLINE_SECONDS
-        while not self.part_files() and process.poll() is None:
-            self.assertLess(time.monotonic(), deadline)
-        return process
-
-    def test_a_file_that_grows_is_stored_as_it_was(self):
-        size = 16 << 20
-        process = self.start_put(size)
-        with open(os.path.join(self.work, "in"), "ab") as file:
-            while process.poll() is None and file.tell() < 1 << 32:
-                file.write(bytes(1 << 20))
-        self.assertEqual(process.wait(DEADLINE_SECONDS), DONE)
-        self.assertIn(f"size: {size}\n".encode(), self.ok("stat", "/f"))
-
-    def test_a_file_that_shrinks_is_not_stored(self):
-        process = self.start_put(1 << 36)
-        os.truncate(os.path.join(self.work, "in"), 1)
-        self.assertEqual(process.wait(DEADLINE_SECONDS), FAILED)
-        self.assertIn(b"in: the file got shorter", process.stderr.read())
-        self.assertEqual(self.names(), [])
-
-    def test_standard_input_is_read_from_where_it_stands(self):
-        self.local("in", b"read already, rest")
-        with open(os.path.join(self.work, "in"), "rb", buffering=0) as file:
-            file.seek(14)
-            self.assertEqual(self.start("put", "-", "/f", stdin=file).wait(DEADLINE_SECONDS), DONE)
-        self.assertEqual(self.ok("cat", "/f"), b"rest")
-
-
-class Listing(Case):
-    def test_an_empty_store_lists_as_nothing(self):
-        self.ok("put", "-", "/f")
-        self.ok("rm", "/f")
-        self.assertEqual(self.ok("ls", "/"), b"")
-        self.assertEqual(self.ok("ls", "-R", "/"), b"")
-        self.assertEqual(self.ok("ls"), b"")
-
-    def test_kinds_depth_and_details_are_selected(self):
-        for path in ["/a.txt", "/b/c.txt", "/b/d/e.txt"]:
-            self.ok("put", "-", path, data=b"12345")
-        for options, path, expected in [
-                ([], "/", ["a.txt", "b/"]), (["--files"], "/", ["a.txt"]), (["--folders"], "/", ["b/"]),
-                (["-R"], "/", ["a.txt", "b/", "b/c.txt", "b/d/", "b/d/e.txt"]),
-                (["-R", "--files"], "/b", ["c.txt", "d/e.txt"]), (["-R", "--folders"], "/", ["b/", "b/d/"]),
-                ([], "/b/", ["c.txt", "d/"]), ([], "/b/c.txt", ["/b/c.txt"]), (["--folders"], "/b/c.txt", [])]:
-            with self.subTest(options=options, path=path):
-                self.assertEqual(self.names(path, *options), expected)
-        self.assertRegex(self.ok("ls", "-l", "/").decode(),
-                         r"\A +5  \d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ  a\.txt\n +-  .*  b/\n\Z")
-        self.assertRegex(self.ok("stat", "/a.txt").decode(), r"path: /a.txt\nkind: file\nsize: 5\ntime: \d{4}-")
-        self.assertEqual(self.ok("stat", "/b"), b"path: /b\nkind: folder\nsize: -\ntime: -\n")
-
-    def test_odd_names_survive_and_are_escaped_on_a_terminal_only(self):
-        for name in ODD_NAMES:
-            with self.subTest(name=name):
-                data = name.encode()
-                self.ok("put", self.local("./" + name, data), "/odd/")
-                self.assertEqual(self.ok("cat", "/odd/" + name), data)
-                self.ok("get", "/odd/" + name, "out")
-                self.assertEqual(self.read_local("out"), data)
-                self.ok("append", "-", "/odd/" + name, data=b"+")
-                self.ok("write", "--at", "0", "-", "/odd/" + name, data=b"=")
-                self.assertEqual(self.ok("cat", "/odd/" + name), b"=" + data[1:] + b"+")
-                self.assertEqual(self.ok("ls", "/odd"), data + b"\n")
-                self.ok("mv", "/odd/" + name, "/odd2/" + name)
-                self.ok("cp", "/odd2/" + name, "/odd/" + name)
-                self.ok("rm", "/odd2/" + name)
-                self.assertIn(data, self.ok("stat", "/odd/" + name))
-                self.ok("rm", "/odd/" + name)
-        self.fails("NotFound", "/no\\nsuch\\033", "cat", "/no\nsuch\x1b")
-
-    def test_a_terminal_sees_escapes(self):
-        self.ok("put", "-", "/new\nline\x1b\\\u0085é")
-        master, slave = pty.openpty()
-        process = self.start("ls", "/", stdout=slave)
-        os.close(slave)
-        self.assertEqual(process.wait(DEADLINE_SECONDS), DONE)
-        self.assertEqual(os.read(master, 1000).decode(), "new\\nline\\033\\\\\\302\\205é\r\n")
-        os.close(master)
-
-
-class Trees(Case):
-    def make_tree(self, root):
-        files = {"a.txt": b"a", "sub/b.txt": os.urandom(2 * PART), "sub/deep/c": b"", "dot./x": b"x", "dot/x": b"y"}
-        for name, data in files.items():
-            self.local(f"{root}/{name}", data)
-        os.mkdir(os.path.join(self.work, root, "empty"))
-        return files
-
-    def test_a_tree_comes_back_as_it_was_under_both_policies(self):
-        for policy, keeps_empty in [("markers", True), ("implicit", False)]:
-            with self.subTest(policy=policy):
-                options = ["--folder-policy", policy, "--store", f"sqlite:{policy}.db"]
-                files = self.make_tree(f"{policy}-in")
-                self.ok(*options, "put", "-r", f"{policy}-in", "/tree")
-                self.ok(*options, "get", "-r", "/tree", f"{policy}-out")
-                for name, data in files.items():
-                    self.assertEqual(self.read_local(f"{policy}-out/{name}"), data, name)
-                self.assertEqual(os.path.isdir(os.path.join(self.work, f"{policy}-out/empty")), keeps_empty)
-        self.assert_no_temporary_files()
-
-    def test_trees_go_into_existing_folders_under_their_name(self):
-        self.local("tree/f", b"1")
-        self.ok("put", "-r", "tree", "/")
-        self.ok("put", "-r", "tree/", "/other/")
-        self.ok("put", "-r", "tree/.", "/tree")
-        self.assertEqual(self.names("/", "-R", "--files"), ["other/tree/f", "tree/f"])
-        os.mkdir(os.path.join(self.work, "out"))
-        self.ok("get", "-r", "/tree", "out")
-        self.ok("get", "-r", "/", "all")
-        self.assertEqual(self.read_local("out/tree/f"), b"1")
-        self.assertEqual(self.read_local("all/other/tree/f"), b"1")
-        self.ok("get", "-r", "/tree/f", "single")
-        self.assertEqual(self.read_local("single"), b"1")
-        self.fails("AlreadyExists", "/tree/f", "put", "-r", "tree", "/tree/f")
-
-    def test_local_trees_that_cannot_be_stored_are_refused_before_anything_is(self):
-        for name, make in [("bytes", lambda path: open(path + b"/a\xff", "wb").close()),
-                           ("fifo", lambda path: os.mkfifo(path + b"/fifo")),
-                           ("loop", lambda path: os.symlink(b"..", path + b"/up")),
-                           ("dangling", lambda path: os.symlink(b"nowhere", path + b"/link"))]:
-            with self.subTest(name=name):
-                self.local(f"{name}/0", b"x")
-                make(os.path.join(self.work, name).encode())
-                self.assertEqual(self.run_tool("put", "-r", name, "/").returncode, FAILED)
-                self.assertFalse(os.path.exists(os.path.join(self.work, "store.db")))
-        self.fails("InvalidLocation", "\\377", "put", b"\xff", "/f", mentions="not valid UTF-8")
-
-    def test_get_stays_inside_the_folder_it_was_given(self):
-        # Names that no path of this tool can make, but other programs may.
-        for name in ["d/../../evil", "d/./evil"]:
-            with self.subTest(name=name):
-                self.make_old_store({name: b"evil"})
-                self.ok("upgrade")
-                self.fails("InvalidLocation", "/", "get", "-r", "/", "out")
-                self.assertFalse(os.path.exists(os.path.join(self.work, "out")))
-                os.remove(os.path.join(self.work, "store.db"))
-        # What has a component without a name is not even listed.
-        self.make_old_store({"d//evil": b"evil"})
-        self.ok("upgrade")
-        self.ok("get", "-r", "/", "unnamed")
-        self.assertEqual(os.listdir(os.path.join(self.work, "unnamed", "d")), [])
-        os.remove(os.path.join(self.work, "store.db"))
-        outside = os.path.join(self.folder, "outside")
-        os.mkdir(outside)
-        self.ok("put", "-", "/sub/f", data=b"x")
-        os.makedirs(os.path.join(self.work, "out"))
-        os.symlink(outside, os.path.join(self.work, "out/sub"))
-        self.ok("put", "-", "/out/sub/f", data=b"x")
-        self.fails("InvalidLocation", "out/sub", "get", "-r", "/sub", "out", mentions="link")
-        self.fails("InvalidLocation", "./out/sub", "get", "-r", "/out", ".", mentions="link")
-        with open(os.path.join(outside, "kept"), "wb"):
-            pass
-        os.symlink(os.path.join(outside, "kept"), os.path.join(self.work, "out/f"))
-        self.ok("get", "/sub/f", "out")
-        self.assertEqual(self.read_local("out/f"), b"x")
-        self.assertEqual(os.path.getsize(os.path.join(outside, "kept")), 0)
-        os.remove(os.path.join(outside, "kept"))
-        self.assertEqual(os.listdir(outside), [])
-
-
-class Namespace(Case):
-    def test_touch_creates_and_never_changes(self):
-        self.ok("touch", "/f")
-        self.assertEqual(self.ok("cat", "/f"), b"")
-        self.ok("put", "-", "/f", data=b"kept")
-        self.fails("AlreadyExists", "/f", "touch", "/f")
-        self.assertEqual(self.ok("cat", "/f"), b"kept")
-        self.ok("append", "-", "/empty")
-        self.assertIn(b"size: 0\n", self.ok("stat", "/empty"))
-
-    def test_folders_are_made_and_removed(self):
-        self.ok("mkdir", "/a")
-        self.assertEqual(self.names(), ["a/"])
-        self.assertEqual(self.ok("ls", "/a"), b"")
-        self.assertIn(b"kind: folder", self.ok("stat", "/a"))
-        self.fails("AlreadyExists", "/a", "mkdir", "/a")
-        self.fails("AlreadyExists", "/a", "touch", "/a")
-        self.fails("NotFound", "/b:", "mkdir", "/b/c", mentions="mkdir -p")
-        self.ok("mkdir", "-p", "/b/c/d")
-        self.ok("mkdir", "-p", "/b/c/d")
-        self.assertEqual(self.names("/", "-R"), ["a/", "b/", "b/c/", "b/c/d/"])
-        self.fails("FolderNotEmpty", "/b", "rmdir", "/b")
-        self.ok("rmdir", "/b/c/d/")
-        self.fails("NotFound", "/b/c/d", "rmdir", "/b/c/d")
-        self.ok("touch", "/f")
-        self.fails("InvalidLocation", "/f", "rmdir", "/f", mentions="is a file")
-
-    def test_rm_removes_what_is_there_and_says_so_otherwise(self):
-        for path in ["/f", "/d/1", "/d/e/2", "/d2"]:
-            self.ok("put", "-", path, data=b"x")
-        self.ok("rm", "/f")
-        self.fails("NotFound", "/f", "rm", "/f")
-        self.fails("NotFound", "/f", "rm", "-r", "/f")
-        self.fails("InvalidLocation", "/d", "rm", "/d", mentions="rm -r")
-        self.ok("rm", "-r", "/d")
-        self.assertEqual(self.names("/", "-R"), ["d2"])
-        self.ok("rm", "-r", "/d2")
-        self.ok("rm", "-r", "/")
-        self.assertEqual(self.ok("ls"), b"")
-
-    def test_mv_and_cp_replace_only_when_told_and_go_into_folders(self):
-        big = os.urandom(3 * PART + 5)
-        for command, keeps_source in [("mv", False), ("cp", True)]:
-            with self.subTest(command=command):
-                self.ok("put", "-", "/a", data=big)
-                self.ok("put", "-", "/b", data=b"b")
-                self.fails("AlreadyExists", "/b", command, "/a", "/b", mentions="--replace")
-                self.assertEqual(self.ok("cat", "/b"), b"b")
-                self.ok(command, "--replace", "/a", "/b")
-                self.assertEqual(self.ok("cat", "/b"), big)
-                self.assertEqual(self.run_tool("cat", "/a").returncode, DONE if keeps_source else FAILED)
-                self.ok(command, "/b", "/new/")
-                self.assertEqual(self.ok("cat", "/new/b"), big)
-                self.ok("put", "-", "/c", data=b"c")
-                self.ok(command, "/c", "/new")
-                self.assertEqual(self.ok("cat", "/new/c"), b"c")
-                self.fails("NotFound", "/absent", command, "/absent", "/x")
-                self.fails("Unsupported", "/new", command, "/new", "/elsewhere")
-                self.ok("put", "-", "/same", data=b"s")
-                self.ok(command, "--replace", "/same", "/same")
-                self.assertEqual(self.ok("cat", "/same"), b"s")
-                self.ok("rm", "-r", "/")
-        self.assert_no_temporary_files()
-
-
 class Interrupts(Case):
-    def start_put_through_fifo(self, path, parts=4):
-        """Start a put that has read that many parts and waits for more; answer the process and the FIFO's end."""
-        fifo = os.path.join(self.folder, "fifo")
-        os.mkfifo(fifo)
-        process = self.start("put", "-", path, stdin=os.open(fifo, os.O_RDWR), stderr=subprocess.PIPE)
-        writer = os.open(fifo, os.O_WRONLY)
-        self.addCleanup(os.close, writer)
-        # More than a FIFO holds: the last write returns only when the tool has read the most of it.
-        os.write(writer, bytes(parts * PART + 65536))
-        return process, writer
-
-    def store_content(self):
-        return {name: self.ok("cat", "/" + name) for name in self.names("/", "-R", "--files")}
-
     def test_signals_end_a_put_without_a_trace(self):
         self.ok("put", "-", "/old", data=b"old")
         for number in [signal.SIGINT, signal.SIGTERM, signal.SIGHUP]:
@@ -872,6 +952,15 @@ class Interrupts(Case):
         process.stdin.close()
         self.assertEqual(process.wait(DEADLINE_SECONDS), DONE)
 
+    def test_input_that_breaks_off_stores_nothing(self):
+        self.ok("put", "-", "/f", data=b"whole")
+        # Reading a process's own memory from address 0 fails in the middle of nowhere.
+        for arguments in [["put", "/proc/self/mem", "/f"], ["append", "/proc/self/mem", "/f"],
+                          ["put", "/proc/self/mem", "/g"], ["write", "--at", "1", "/proc/self/mem", "/f"]]:
+            with self.subTest(arguments=arguments):
+                self.fails("Unknown", "/proc/self/mem", *arguments)
+                self.assertEqual(self.store_content(), {"f": b"whole"})
+
     def test_a_killed_put_leaves_every_file_whole(self):
         contents = {"old": os.urandom(3 * PART), "other": b"other"}
         for name, data in contents.items():
@@ -887,26 +976,6 @@ class Interrupts(Case):
         # Parts lie in named temporary files while a file is open: those of a killed process go with the next one.
         self.ok("put", "-", "/after", data=b"after")
         self.assert_no_temporary_files()
-        # Its uploads stay in the store until somebody ends them.
-        self.assertEqual([line.split()[-1] for line in self.names_of_uploads()], ["/new", "/old"])
-        self.assertEqual([line.split()[-1] for line in self.names_of_uploads("/old")], ["/old"])
-        self.assertEqual(self.names_of_uploads("/ol"), [])
-        self.assertEqual(self.names_of_uploads("--abort", "--older-than", "1d"), [])
-        self.assertEqual(len(self.names_of_uploads("--abort")), 2)
-        self.assertEqual(self.names_of_uploads(), [])
-        self.assertEqual(self.store_content(), {**contents, "after": b"after"})
-
-    def names_of_uploads(self, *arguments):
-        return self.ok("uploads", *arguments).decode().splitlines()
-
-    def test_input_that_breaks_off_stores_nothing(self):
-        self.ok("put", "-", "/f", data=b"whole")
-        # Reading a process's own memory from address 0 fails in the middle of nowhere.
-        for arguments in [["put", "/proc/self/mem", "/f"], ["append", "/proc/self/mem", "/f"],
-                          ["put", "/proc/self/mem", "/g"], ["write", "--at", "1", "/proc/self/mem", "/f"]]:
-            with self.subTest(arguments=arguments):
-                self.fails("Unknown", "/proc/self/mem", *arguments)
-                self.assertEqual(self.store_content(), {"f": b"whole"})
 
 
 class Writers(Case):

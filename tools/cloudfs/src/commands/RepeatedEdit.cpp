@@ -9,7 +9,7 @@
 
 #include <algorithm>
 
-namespace cloudfs {
+namespace cloudfs::commands {
 
 using foundation::storage::provider::ErrorCode;
 using foundation::storage::provider::ErrorCoded;
@@ -62,4 +62,4 @@ void RepeatedEdit::pause() {
     m_longestPause = std::min<Microseconds>(2 * m_longestPause, kLongestPause);
 }
 
-}  // namespace cloudfs
+}  // namespace cloudfs::commands

@@ -11,6 +11,10 @@ namespace cloudfs {
 class LocalSource;
 class ProgressBar;
 
+}  // namespace cloudfs
+
+namespace cloudfs::commands {
+
 /// An edit of a file of the store that begins again when the file, or the store, turns out to be in use: another writer
 /// replaced the file meanwhile, so that the store refused the edit, or kept the store busy. In between it waits, for
 /// longer and longer random times, so that writers who met do not meet again and again.
@@ -45,4 +49,4 @@ private:
     std::minstd_rand m_random{std::random_device{}()};
 };
 
-}  // namespace cloudfs
+}  // namespace cloudfs::commands

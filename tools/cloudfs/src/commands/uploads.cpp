@@ -3,57 +3,21 @@
 
 #include "store/StorePath.hpp"
 #include "terminal/StandardOutput.hpp"
-#include "terminal/failures.hpp"
 #include "terminal/formatting.hpp"
 
 #include <foundation/services/InterruptState.hpp>
-#include <storage/cloudprovider/utils.hpp>
 
 #include <boost/date_time/posix_time/posix_time_types.hpp>
 
 #include <algorithm>
-#include <charconv>
-#include <vector>
 
-namespace cloudfs {
+namespace cloudfs::commands {
 
 using boost::posix_time::ptime;
 using boost::posix_time::second_clock;
-using boost::posix_time::time_duration;
 using storage::cloudprovider::UnfinishedUpload;
 
 namespace {
-
-constexpr std::int64_t kMinute = 60;
-constexpr std::int64_t kHour = 60 * kMinute;
-constexpr std::int64_t kDay = 24 * kHour;
-
-std::int64_t secondsOf(char unit) {
-    switch (unit) {
-        case 's':
-            return 1;
-        case 'm':
-            return kMinute;
-        case 'h':
-            return kHour;
-        case 'd':
-            return kDay;
-        default:
-            return 0;
-    }
-}
-
-time_duration parseAge(const std::string& text) {
-    constexpr std::int64_t kMost = 100'000;
-    std::int64_t number = -1;
-    const auto* const end = text.data() + text.size();
-    const auto [unit, error] = std::from_chars(text.data(), end, number);
-    const auto seconds = unit + 1 == end ? secondsOf(*unit) : 0;
-    if (error != std::errc() || number < 0 || number > kMost || seconds == 0) {
-        throw UsageError("an age is a number of seconds, minutes, hours or days, such as 1d, not: " + text);
-    }
-    return boost::posix_time::seconds(number * seconds);
-}
 
 // One of unknown age counts as new: somebody may be at work on it. The store's clock may be ahead of ours.
 bool isOld(const UnfinishedUpload& upload, const ptime& latest) {
@@ -76,10 +40,11 @@ void writeUpload(StandardOutput& output, const UnfinishedUpload& upload) {
 
 }  // namespace
 
-void showUploads(const Session& session, const UploadsRequest& request) {
-    const auto latest =
-        request.olderThan.empty() ? ptime() : second_clock::universal_time() - parseAge(request.olderThan);
-    const auto key = storage::cloudprovider::utils::iriToKey(StorePath(request.path).iri());
+void uploads(const Session& session, const UploadsRequest& request) {
+    const auto latest = request.olderThan
+                            ? second_clock::universal_time() - boost::posix_time::seconds(request.olderThan->count())
+                            : ptime();
+    const auto key = StorePath(request.path).key();
     const auto client = session.openClient(MissingStore::Refuse);
     StandardOutput output;
     std::string token;
@@ -99,4 +64,4 @@ void showUploads(const Session& session, const UploadsRequest& request) {
     output.flush();
 }
 
-}  // namespace cloudfs
+}  // namespace cloudfs::commands

@@ -3,18 +3,21 @@
 
 #include "store/Session.hpp"
 
+#include <chrono>
+#include <optional>
 #include <string>
 
-namespace cloudfs {
+namespace cloudfs::commands {
 
 /// What `uploads` was asked for.
 struct UploadsRequest {
     std::string path = "/";
     bool isAborting = false;
-    std::string olderThan;  ///< such as "1d"; empty: any age
+    /// Only those that were begun so long ago; nothing: any.
+    std::optional<std::chrono::seconds> olderThan;
 };
 
 /// List the unfinished uploads of a file, or of all files below a folder, or end them. Errors: see main.cpp.
-void showUploads(const Session& session, const UploadsRequest& request);
+void uploads(const Session& session, const UploadsRequest& request);
 
-}  // namespace cloudfs
+}  // namespace cloudfs::commands

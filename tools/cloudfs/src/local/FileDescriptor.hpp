@@ -1,9 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <cstddef>
 #include <string>
-#include <string_view>
 #include <utility>
 
 namespace cloudfs {
@@ -28,12 +26,5 @@ public:
 private:
     int m_descriptor = -1;
 };
-
-/// Read up to count bytes; 0 at the end. Waits where it must. Errors: Failure, OperationInterrupted.
-std::size_t readSome(int descriptor, const std::string& path, char* buffer, std::size_t count);
-
-/// Write all of data. Waits where it must. Errors: Failure, OperationInterrupted, and OutputClosed when a
-/// pipe has lost its reader.
-void writeAll(int descriptor, const std::string& path, std::string_view data);
 
 }  // namespace cloudfs

@@ -2,8 +2,7 @@
 #include "local/LocalSource.hpp"
 
 #include "terminal/failures.hpp"
-
-#include <foundation/services/Text.hpp>
+#include "terminal/waitingIo.hpp"
 
 #include <fcntl.h>
 #include <linux/magic.h>
@@ -97,14 +96,6 @@ std::string localName(const std::string& path) {
     const auto begin = slash == std::string::npos ? 0 : slash + 1;
     auto name = path.substr(begin, last + 1 - begin);
     return name == "." || name == ".." ? std::string() : name;
-}
-
-void failUnlessUtf8(const std::string& path) {
-    try {
-        foundation::toUtf16(path);
-    } catch (const foundation::InvalidTextError&) {
-        throw Failure(ErrorCode::InvalidLocation, path, "the name is not valid UTF-8");
-    }
 }
 
 }  // namespace cloudfs

@@ -54,7 +54,4 @@ private:
 /// ".", "..", and standard input.
 std::string localName(const std::string& path);
 
-/// Refuse a local name that cannot become one in the store. Errors: Failure.
-void failUnlessUtf8(const std::string& path);
-
 }  // namespace cloudfs

@@ -2,6 +2,7 @@
 #include "local/LocalTarget.hpp"
 
 #include "terminal/failures.hpp"
+#include "terminal/waitingIo.hpp"
 
 #include <fcntl.h>
 #include <sys/stat.h>

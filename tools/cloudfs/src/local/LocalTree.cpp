@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "local/LocalTree.hpp"
 
-#include "local/LocalSource.hpp"
 #include "local/LocalStoreFiles.hpp"
 #include "terminal/escapeText.hpp"
 #include "terminal/failures.hpp"

@@ -2,6 +2,7 @@
 #include "local/SpoolFile.hpp"
 
 #include "terminal/failures.hpp"
+#include "terminal/waitingIo.hpp"
 
 #include <foundation/services/Files.hpp>
 

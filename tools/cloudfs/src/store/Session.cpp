@@ -22,17 +22,6 @@ using storage::cloudprovider::CloudException;
 using storage::cloudprovider::ExtendedCloudClient;
 using storage::cloudprovider::SqliteClient;
 
-namespace {
-
-// The library names the file in its messages, where people would read it twice.
-std::string causeOf(const CloudException& failure, const std::string& file) {
-    std::string cause = failure.what();
-    const auto at = cause.find(" " + file);
-    return at == std::string::npos ? cause : cause.erase(at, file.size() + 1);
-}
-
-}  // namespace
-
 bool Session::hasStore() const {
     if (url.isBucket()) {
         return true;  // whether it is there shows when it is asked
@@ -51,7 +40,7 @@ void Session::failWhenMissing() const {
 }
 
 void Session::throwFailure(const CloudException& failure) const {
-    throw Failure(failure.getErrorCode(), url.name(), causeOf(failure, url.name()));
+    throw Failure(failure.getErrorCode(), url.name(), failure.what());
 }
 
 const std::string& Session::embeddedFile(const std::string& ability) const {

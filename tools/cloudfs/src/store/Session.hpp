@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "local/LocalStoreFiles.hpp"
 #include "store/StoreUrl.hpp"
 #include "store/TrafficReport.hpp"
 
@@ -52,9 +51,6 @@ struct Session {
     ///
     /// Errors   UsageError, with what only an embedded store can do, for any other; Failure when there is none.
     const std::string& embeddedFile(const std::string& ability) const;
-
-    /// The local files that the store consists of; a bucket has none.
-    LocalStoreFiles files() const { return url.isBucket() ? LocalStoreFiles() : LocalStoreFiles(url.file); }
 
 private:
     [[noreturn]] void throwFailure(const storage::cloudprovider::CloudException& failure) const;

@@ -3,22 +3,14 @@
 
 #include "terminal/failures.hpp"
 
-#include <foundation/services/Text.hpp>
+#include <storage/cloudprovider/utils.hpp>
 
 namespace cloudfs {
 
-using foundation::storage::provider::ErrorCode;
 using foundation::storage::provider::StorageIRI;
+namespace utils = storage::cloudprovider::utils;
 
 namespace {
-
-void failUnlessUtf8(std::string_view text) {
-    try {
-        foundation::toUtf16(text);
-    } catch (const foundation::InvalidTextError&) {
-        throw Failure(ErrorCode::InvalidLocation, std::string(text), "the path is not valid UTF-8");
-    }
-}
 
 // Calls visit(component) for each run between slashes, the empty ones too.
 template <typename Visit>
@@ -33,17 +25,13 @@ void forEachComponent(std::string_view text, Visit visit) {
     }
 }
 
-bool endsWith(std::string_view text, std::string_view end) {
-    return text.size() >= end.size() && text.substr(text.size() - end.size()) == end;
-}
-
 }  // namespace
 
 StorePath::StorePath(std::string_view text) {
     if (text.empty() || text.front() != '/') {
         throw UsageError("a path in the store begins with \"/\": " + std::string(text));
     }
-    failUnlessUtf8(text);
+    failUnlessUtf8(std::string(text));
     std::string joined;
     std::string_view last;
     forEachComponent(text, [&](std::string_view component) {
@@ -80,30 +68,16 @@ StorePath StorePath::child(std::string_view name) const {
     return result;
 }
 
-// Keys are made without one "." before each "/" and at the end, so a component that ends in one needs one
-// more to keep it.
+std::string StorePath::key() const {
+    return m_text.substr(1);
+}
+
 StorageIRI StorePath::iri() const {
-    std::string escaped;
-    forEachComponent(std::string_view(m_text).substr(1), [&](std::string_view component) {
-        escaped.append("/").append(component);
-        if (endsWith(component, ".")) {
-            escaped.push_back('.');
-        }
-    });
-    return StorageIRI::fromUtf8(escaped);
+    return StorageIRI(utils::keyToPath(key()));
 }
 
 std::string StorePath::displayText(const StorageIRI& iri) {
-    const auto text = iri.toDisplayText();
-    std::string result;
-    forEachComponent(text, [&](std::string_view component) {
-        if (endsWith(component, "..")) {
-            component.remove_suffix(1);
-        }
-        result.append(component).push_back('/');
-    });
-    result.pop_back();
-    return result;
+    return '/' + utils::iriToKey(iri);
 }
 
 }  // namespace cloudfs

@@ -33,10 +33,13 @@ public:
     /// The path of what lies below, by its name relative to this one, which is taken as it is.
     StorePath child(std::string_view name) const;
 
-    /// The identifier whose key is exactly this path.
+    /// The key of the object that a file at this path is; empty for the root.
+    std::string key() const;
+
+    /// The identifier of that key.
     foundation::storage::provider::StorageIRI iri() const;
 
-    /// The path that an identifier made by iri() stands for; other identifiers as they are.
+    /// The path that an identifier stands for.
     static std::string displayText(const foundation::storage::provider::StorageIRI& iri);
 
 private:

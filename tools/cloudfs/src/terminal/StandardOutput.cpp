@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "terminal/StandardOutput.hpp"
 
-#include "local/FileDescriptor.hpp"
 #include "terminal/escapeText.hpp"
+#include "terminal/waitingIo.hpp"
 
 #include <unistd.h>
 

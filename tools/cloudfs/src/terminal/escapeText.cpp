@@ -42,14 +42,6 @@ std::size_t announcedLength(unsigned char first) {
     return first >= 0xC0 ? 2 : 1;
 }
 
-bool isValid(std::string_view character) {
-    try {
-        return !foundation::toUtf16(character).empty();
-    } catch (const foundation::InvalidTextError&) {
-        return false;
-    }
-}
-
 // U+0080 to U+009F: terminals take some of them for the start of a command.
 bool isSecondControlBlock(std::string_view character) {
     return character.size() == 2 && character[0] == '\xC2' && static_cast<unsigned char>(character[1]) < 0xA0;
@@ -72,6 +64,15 @@ void appendAscii(std::string& result, char character) {
 
 }  // namespace
 
+bool isUtf8(std::string_view text) {
+    try {
+        foundation::toUtf16(text);
+        return true;
+    } catch (const foundation::InvalidTextError&) {
+        return false;
+    }
+}
+
 std::string escapeText(std::string_view text) {
     std::string result;
     result.reserve(text.size());
@@ -80,7 +81,7 @@ std::string escapeText(std::string_view text) {
         auto character = text.substr(0, announcedLength(first));
         if (first < 0x80) {
             appendAscii(result, text.front());
-        } else if (!isValid(character)) {
+        } else if (!isUtf8(character)) {
             character = text.substr(0, 1);
             appendEscaped(result, character);
         } else if (isSecondControlBlock(character)) {

@@ -6,6 +6,9 @@
 
 namespace cloudfs {
 
+/// Whether a text is valid UTF-8.
+bool isUtf8(std::string_view text);
+
 /// Make a text fit for one line of a terminal: control characters and bytes that are not UTF-8 become
 /// backslash escapes as in C (\n, \033), a backslash becomes two; everything else stays.
 std::string escapeText(std::string_view text);

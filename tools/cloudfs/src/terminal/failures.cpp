@@ -1,46 +1,22 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "terminal/failures.hpp"
 
-#include "store/StorePath.hpp"
 #include "terminal/escapeText.hpp"
 
-#include <algorithm>
-#include <array>
 #include <cerrno>
-#include <string_view>
 #include <system_error>
 
 namespace cloudfs {
 
 using foundation::storage::provider::ErrorCode;
-using foundation::storage::provider::Exception;
 
 namespace {
-
-struct Wording {
-    std::string_view ofLibrary;
-    std::string_view forPeople;
-};
-
-constexpr std::array kWordings{
-    Wording{"Cloud Resource not found", "there is no such file or folder"},
-    Wording{"Cloud Resource already exists", "exists already"},
-    Wording{"Cloud Folder was not empty", "the folder is not empty"},
-    Wording{"Unsupported Cloud operation", "the store cannot do this"},
-    Wording{"Resource is in use", "is open elsewhere"},
-};
-
-std::string_view inPlainWords(std::string_view cause) {
-    const auto* const found = std::find_if(kWordings.begin(), kWordings.end(),
-                                           [&](const Wording& wording) { return wording.ofLibrary == cause; });
-    return found == kWordings.end() ? cause : found->forPeople;
-}
 
 std::string compose(ErrorCode code, const std::string& path, const std::string& cause) {
     std::string text(toString(code));
     text.append(": ").append(path);
     if (!cause.empty()) {
-        text.append(": ").append(inPlainWords(cause));
+        text.append(": ").append(cause);
     }
     return text;
 }
@@ -78,19 +54,27 @@ Failure::Failure(ErrorCode code, const std::string& path, const std::string& cau
 StreamFailure::StreamFailure(ErrorCode code, const std::string& path, const std::string& cause)
     : Failure(code, path, cause), m_code(code) {}
 
-void throwLocalFailure(const std::string& path, int error) {
-    throw Failure(toErrorCode(error), path, std::generic_category().message(error));
+std::string causeOf(ErrorCode code, const std::string& ownWords) {
+    switch (code) {
+        case ErrorCode::NotFound:
+            return "there is no such file or folder";
+        case ErrorCode::AlreadyExists:
+            return "exists already";
+        case ErrorCode::FolderNotEmpty:
+            return "the folder is not empty";
+        default:
+            return ownWords;
+    }
 }
 
-std::string describe(const std::exception& failure) {
-    if (dynamic_cast<const Failure*>(&failure) != nullptr || dynamic_cast<const UsageError*>(&failure) != nullptr) {
-        return escapeText(failure.what());
+void failUnlessUtf8(const std::string& path) {
+    if (!isUtf8(path)) {
+        throw Failure(ErrorCode::InvalidLocation, path, "the path is not valid UTF-8");
     }
-    if (const auto* ofProvider = dynamic_cast<const Exception*>(&failure)) {
-        return escapeText(compose(ofProvider->getErrorCode(), StorePath::displayText(ofProvider->getIRI()),
-                                  ofProvider->getContext().getMessage()));
-    }
-    return escapeText("Unknown: " + std::string(failure.what()));
+}
+
+void throwLocalFailure(const std::string& path, int error) {
+    throw Failure(toErrorCode(error), path, std::generic_category().message(error));
 }
 
 }  // namespace cloudfs

@@ -42,6 +42,13 @@ private:
     const foundation::storage::provider::ErrorCode m_code;
 };
 
+/// Say for people why an operation of the store failed: by its code where that says all there is to say, else in the
+/// store's own words.
+std::string causeOf(foundation::storage::provider::ErrorCode code, const std::string& ownWords);
+
+/// Refuse a path, of the store or of this machine, that is not valid UTF-8. Errors: Failure.
+void failUnlessUtf8(const std::string& path);
+
 /// Throw the Failure of a system call on a local path. error is an errno value.
 [[noreturn]] void throwLocalFailure(const std::string& path, int error);
 
@@ -51,11 +58,9 @@ auto namingPath(const std::string& path, Operation operation) {
     try {
         return operation();
     } catch (const foundation::storage::provider::ByteStreamFailure& failure) {
-        throw StreamFailure(failure.getErrorCode(), path, failure.getContext().getMessage());
+        throw StreamFailure(failure.getErrorCode(), path,
+                            causeOf(failure.getErrorCode(), failure.getContext().getMessage()));
     }
 }
-
-/// One line for people: the code's name, the path, the cause. Control characters are escaped.
-std::string describe(const std::exception& failure);
 
 }  // namespace cloudfs

@@ -1,13 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "commands/download.hpp"
+#include "commands/get.hpp"
 
-#include "local/FileDescriptor.hpp"
+#include "commands/localOperands.hpp"
+#include "commands/toStandardOutput.hpp"
 #include "local/LocalSource.hpp"
 #include "local/LocalStoreFiles.hpp"
 #include "local/LocalTarget.hpp"
 #include "local/LocalTree.hpp"
-#include "store/StoreFile.hpp"
 #include "store/StorePath.hpp"
+#include "store/operands.hpp"
+#include "store/readStoreFile.hpp"
 #include "terminal/ProgressBar.hpp"
 #include "terminal/failures.hpp"
 
@@ -15,13 +17,13 @@
 #include <foundation/services/Text.hpp>
 
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
-#include <optional>
+#include <string_view>
+#include <utility>
 #include <vector>
 
-namespace cloudfs {
+namespace cloudfs::commands {
 
 using foundation::storage::provider::ErrorCode;
 using foundation::storage::provider::FolderEntry;
@@ -33,16 +35,6 @@ struct StoreEntry {
     bool isFolder = false;
     std::uint64_t size = 0;
 };
-
-ProgressBar::Visibility visibilityBesideOutput() {
-    return ::isatty(STDOUT_FILENO) == 1 ? ProgressBar::Visibility::Never : ProgressBar::Visibility::WhenTerminal;
-}
-
-void writeToOutput(const IProvider& provider, const StorePath& path) {
-    ProgressBar progress(sizeOf(provider, path), visibilityBesideOutput());
-    readStoreFile(
-        provider, path, [](std::string_view data) { writeAll(STDOUT_FILENO, "standard output", data); }, progress);
-}
 
 void getFile(const IProvider& provider, const StorePath& path, const std::string& local, LocalTarget::Links links,
              ProgressBar& progress) {
@@ -129,7 +121,7 @@ void makeRootFolder(const std::string& place, const std::string& local) {
 }
 
 void getTree(const Session& session, const IProvider& provider, const StorePath& path, const std::string& local) {
-    const auto storeFiles = session.files();
+    const auto storeFiles = filesOf(session);
     const auto entries = listTree(provider, path);
     std::uint64_t total = 0;
     for (const auto& entry : entries) {
@@ -153,30 +145,24 @@ void getTree(const Session& session, const IProvider& provider, const StorePath&
 
 }  // namespace
 
-void cat(const Session& session, const std::string& path) {
-    const StorePath storePath(path);
-    writeToOutput(*session.open(MissingStore::Refuse), storePath);
-}
-
-void get(const Session& session, const std::string& path, const std::string& local, bool isRecursive) {
-    const StorePath storePath(path);
+void get(const Session& session, const GetRequest& request) {
+    const StorePath path(request.path);
     const auto provider = session.open(MissingStore::Refuse);
-    if (local == kStandardStream) {
-        writeToOutput(*provider, storePath);
+    if (request.local == kStandardStream) {
+        writeToOutput(*provider, path);
         return;
     }
-    const bool isFile = !storePath.meansFolder() && provider->fileExists(storePath.iri());
-    if (!isFile && (storePath.isRoot() || provider->folderExists(storePath.iri()))) {
-        if (!isRecursive) {
-            throw Failure(ErrorCode::InvalidLocation, storePath.text(), "is a folder; get -r copies folders");
+    if (!isFile(*provider, path) && (path.isRoot() || provider->folderExists(path.iri()))) {
+        if (!request.isRecursive) {
+            throw Failure(ErrorCode::InvalidLocation, path.text(), "is a folder; get -r copies folders");
         }
-        getTree(session, *provider, storePath, local);
+        getTree(session, *provider, path, request.local);
         return;
     }
-    ProgressBar progress(sizeOf(*provider, storePath));
-    const auto place = localPlaceFor(local, storePath.name());
-    session.files().failIfContain(place);
-    getFile(*provider, storePath, place, linksFor(place, local), progress);
+    ProgressBar progress(sizeOf(*provider, path));
+    const auto place = localPlaceFor(request.local, path.name());
+    filesOf(session).failIfContain(place);
+    getFile(*provider, path, place, linksFor(place, request.local), progress);
 }
 
-}  // namespace cloudfs
+}  // namespace cloudfs::commands

@@ -1,17 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "commands/listing.hpp"
+#include "commands/ls.hpp"
 
+#include "commands/entryText.hpp"
 #include "store/StorePath.hpp"
+#include "store/operands.hpp"
 #include "terminal/StandardOutput.hpp"
-#include "terminal/formatting.hpp"
 
 #include <foundation/services/InterruptState.hpp>
 #include <foundation/services/Text.hpp>
 
 #include <memory>
-#include <string_view>
 
-namespace cloudfs {
+namespace cloudfs::commands {
 
 using foundation::storage::provider::ErrorCode;
 using foundation::storage::provider::Exception;
@@ -21,18 +21,6 @@ using foundation::storage::provider::IFolderEntryIterator;
 namespace {
 
 constexpr std::size_t kSizeWidth = 14;
-
-std::string sizeText(const FolderEntry& entry) {
-    if (entry.isFolder() || !entry.getFileAttributes().getSize()) {
-        return "-";
-    }
-    return std::to_string(*entry.getFileAttributes().getSize());
-}
-
-std::string timeText(const FolderEntry& entry) {
-    return formatTime(entry.isFile() ? entry.getFileAttributes().getLastModified()
-                                     : entry.getFolderAttributes().getLastModified());
-}
 
 std::string padLeft(const std::string& text, std::size_t width) {
     return text.size() < width ? std::string(width - text.size(), ' ') + text : text;
@@ -51,12 +39,12 @@ void writeEntry(StandardOutput& output, const FolderEntry& entry, bool isLong) {
     output.write(entry.isFolder() ? "/\n" : "\n");
 }
 
-bool isWanted(const FolderEntry& entry, const ListRequest& request) {
+bool isWanted(const FolderEntry& entry, const LsRequest& request) {
     return entry.isFile() ? !request.onlyFolders : !request.onlyFiles;
 }
 
 std::unique_ptr<IFolderEntryIterator> openListing(const IProvider& provider, const StorePath& path,
-                                                  const ListRequest& request) {
+                                                  const LsRequest& request) {
     const auto iri = path.iri();
     if (request.isRecursive) {
         return provider.listAllRecursive(iri);
@@ -69,12 +57,12 @@ std::unique_ptr<IFolderEntryIterator> openListing(const IProvider& provider, con
 
 // A path without entries below it: the root is there nevertheless, and a file is listed as itself. Tells
 // whether it was one of these.
-bool listWithoutFolder(const IProvider& provider, const StorePath& path, const ListRequest& request,
+bool listWithoutFolder(const IProvider& provider, const StorePath& path, const LsRequest& request,
                        StandardOutput& output) {
     if (path.isRoot()) {
         return true;
     }
-    if (path.meansFolder() || !provider.fileExists(path.iri())) {
+    if (!isFile(provider, path)) {
         return false;
     }
     const FolderEntry entry(foundation::toUtf16(path.text()), provider.getFileAttributes(path.iri()));
@@ -84,25 +72,9 @@ bool listWithoutFolder(const IProvider& provider, const StorePath& path, const L
     return true;
 }
 
-void writeStatus(StandardOutput& output, const StorePath& path, const FolderEntry& entry) {
-    output.write("path: ");
-    output.writeName(path.text());
-    output.write(std::string("\nkind: ") + (entry.isFile() ? "file" : "folder"));
-    output.write("\nsize: " + sizeText(entry) + "\ntime: " + timeText(entry) + "\n");
-    output.flush();
-}
-
-FolderEntry describeEntry(const IProvider& provider, const StorePath& path) {
-    const auto iri = path.iri();
-    if (!path.meansFolder() && provider.fileExists(iri)) {
-        return {iri.getName(), provider.getFileAttributes(iri)};
-    }
-    return {iri.getName(), provider.getFolderAttributes(iri)};
-}
-
 }  // namespace
 
-void list(const Session& session, const ListRequest& request) {
+void ls(const Session& session, const LsRequest& request) {
     const StorePath path(request.path);
     const auto provider = session.open(MissingStore::Refuse);
     StandardOutput output;
@@ -125,11 +97,4 @@ void list(const Session& session, const ListRequest& request) {
     output.flush();
 }
 
-void showStatus(const Session& session, const std::string& path) {
-    const StorePath storePath(path);
-    const auto provider = session.open(MissingStore::Refuse);
-    StandardOutput output;
-    writeStatus(output, storePath, describeEntry(*provider, storePath));
-}
-
-}  // namespace cloudfs
+}  // namespace cloudfs::commands

@@ -5,10 +5,10 @@
 
 #include <string>
 
-namespace cloudfs {
+namespace cloudfs::commands {
 
 /// What `ls` was asked for.
-struct ListRequest {
+struct LsRequest {
     std::string path = "/";
     bool isLong = false;
     bool isRecursive = false;
@@ -17,9 +17,6 @@ struct ListRequest {
 };
 
 /// Write one line for each entry of a folder, or one for a file. Errors: see main.cpp.
-void list(const Session& session, const ListRequest& request);
+void ls(const Session& session, const LsRequest& request);
 
-/// Write kind, size and time of a file or folder. Errors: see main.cpp.
-void showStatus(const Session& session, const std::string& path);
-
-}  // namespace cloudfs
+}  // namespace cloudfs::commands

@@ -1,0 +1,27 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "commandline/describe.hpp"
+
+#include "store/StorePath.hpp"
+#include "terminal/escapeText.hpp"
+#include "terminal/failures.hpp"
+
+#include <foundation/storage/provider/Exception.hpp>
+
+namespace cloudfs {
+
+using foundation::storage::provider::Exception;
+
+std::string describe(const std::exception& failure) {
+    if (dynamic_cast<const Failure*>(&failure) != nullptr || dynamic_cast<const UsageError*>(&failure) != nullptr) {
+        return escapeText(failure.what());
+    }
+    if (const auto* ofProvider = dynamic_cast<const Exception*>(&failure)) {
+        const auto code = ofProvider->getErrorCode();
+        const Failure worded(code, StorePath::displayText(ofProvider->getIRI()),
+                             causeOf(code, ofProvider->getContext().getMessage()));
+        return escapeText(worded.what());
+    }
+    return escapeText("Unknown: " + std::string(failure.what()));
+}
+
+}  // namespace cloudfs

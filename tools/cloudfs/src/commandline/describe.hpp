@@ -1,0 +1,12 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <exception>
+#include <string>
+
+namespace cloudfs {
+
+/// One line for people: the code's name, the path, the cause. Control characters are escaped.
+std::string describe(const std::exception& failure);
+
+}  // namespace cloudfs

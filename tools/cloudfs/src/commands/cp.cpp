@@ -1,0 +1,13 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "commands/cp.hpp"
+
+#include "commands/transfer.hpp"
+
+namespace cloudfs::commands {
+
+void cp(const Session& session, const CpRequest& request) {
+    transfer(session, {StorePath(request.source), StorePath(request.destination), request.mayReplace},
+             "is a folder; only files are copied", &IProvider::copyFile);
+}
+
+}  // namespace cloudfs::commands

@@ -1,0 +1,13 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "commands/mv.hpp"
+
+#include "commands/transfer.hpp"
+
+namespace cloudfs::commands {
+
+void mv(const Session& session, const MvRequest& request) {
+    transfer(session, {StorePath(request.source), StorePath(request.destination), request.mayReplace},
+             "is a folder; folders cannot be moved", &IProvider::moveFile);
+}
+
+}  // namespace cloudfs::commands

@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "commands/stat.hpp"
+
+#include "commands/entryText.hpp"
+#include "store/StorePath.hpp"
+#include "store/operands.hpp"
+#include "terminal/StandardOutput.hpp"
+
+namespace cloudfs::commands {
+
+using foundation::storage::provider::FolderEntry;
+
+namespace {
+
+void writeStatus(StandardOutput& output, const StorePath& path, const FolderEntry& entry) {
+    output.write("path: ");
+    output.writeName(path.text());
+    output.write(std::string("\nkind: ") + (entry.isFile() ? "file" : "folder"));
+    output.write("\nsize: " + sizeText(entry) + "\ntime: " + timeText(entry) + "\n");
+    output.flush();
+}
+
+FolderEntry describeEntry(const IProvider& provider, const StorePath& path) {
+    const auto iri = path.iri();
+    if (isFile(provider, path)) {
+        return {iri.getName(), provider.getFileAttributes(iri)};
+    }
+    return {iri.getName(), provider.getFolderAttributes(iri)};
+}
+
+}  // namespace
+
+void stat(const Session& session, const StatRequest& request) {
+    const StorePath path(request.path);
+    const auto provider = session.open(MissingStore::Refuse);
+    StandardOutput output;
+    writeStatus(output, path, describeEntry(*provider, path));
+}
+
+}  // namespace cloudfs::commands

@@ -1,0 +1,55 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "store/readStoreFile.hpp"
+
+#include "store/operands.hpp"
+#include "terminal/ProgressBar.hpp"
+#include "terminal/failures.hpp"
+
+#include <foundation/services/InterruptState.hpp>
+
+#include <memory>
+#include <vector>
+
+namespace cloudfs {
+
+using foundation::storage::provider::ByteStream;
+using foundation::storage::provider::ErrorCode;
+using foundation::storage::provider::Exception;
+
+namespace {
+
+// Between two chunks an interrupt is noticed.
+constexpr std::size_t kChunkSize = 256 * 1024;
+
+std::unique_ptr<ByteStream> openForReading(const IProvider& provider, const StorePath& path) {
+    try {
+        return provider.openReadOnlyStream(path.iri());
+    } catch (const Exception& failure) {
+        if (failure.getErrorCode() == ErrorCode::NotFound) {
+            failIfFolder(provider, path);
+        }
+        throw;
+    }
+}
+
+}  // namespace
+
+void readStoreFile(const IProvider& provider, const StorePath& path, const std::function<void(std::string_view)>& sink,
+                   ProgressBar& progress) {
+    failIfMeansFolder(path);
+    const auto stream = openForReading(provider, path);
+    std::vector<char> buffer(kChunkSize);
+    while (true) {
+        foundation::utInterruptState::ThrowIfInterruptPending();
+        const auto count = namingPath(
+            path.text(), [&] { return stream->read(buffer.data(), static_cast<std::int64_t>(buffer.size())); });
+        if (count < 0) {
+            break;
+        }
+        sink({buffer.data(), static_cast<std::size_t>(count)});
+        progress.advance(static_cast<std::uint64_t>(count));
+    }
+    namingPath(path.text(), [&] { stream->close(); });
+}
+
+}  // namespace cloudfs
