@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "commandline/CommandLine.hpp"
-#include "commandline/describe.hpp"
+#include "commands/describe.hpp"
 #include "terminal/failures.hpp"
 #include "terminal/interrupts.hpp"
 
@@ -14,7 +14,7 @@ constexpr int kWrongUsage = 2;
 constexpr int kSignalBase = 128;
 
 int report(const std::exception& failure, int status) {
-    std::cerr << cloudfs::describe(failure) << '\n';
+    std::cerr << cloudfs::commands::describe(failure) << '\n';
     return status;
 }
 
@@ -31,7 +31,7 @@ int runReporting(int argc, const char* const* argv) {
         commandLine.run();
         return 0;
     } catch (const cloudfs::UsageError& error) {
-        std::cerr << cloudfs::describe(error) << cloudfs::kUsageHint;
+        std::cerr << cloudfs::commands::describe(error) << cloudfs::kUsageHint;
         return kWrongUsage;
     } catch (const cloudfs::OutputClosed&) {
         return kFailed;

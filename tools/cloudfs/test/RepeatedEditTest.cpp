@@ -87,8 +87,8 @@ TEST_F(RepeatedEditTest, OtherFailuresAndTheLimitEndIt) {
         EXPECT_THROW(RepeatedEdit(source, limit).run([&](ProgressBar&) { ++attempts, fail(); }), std::exception);
         return attempts;
     };
-    EXPECT_EQ(countAttempts(RepeatedEdit::kLimit, [] { throw StreamFailure(ErrorCode::Unknown, "/f", ""); }), 1);
-    EXPECT_EQ(countAttempts(RepeatedEdit::kLimit, [] { throwLocalFailure("here", EBUSY); }), 1);
+    EXPECT_EQ(countAttempts(Patience::kLimit, [] { throw StreamFailure(ErrorCode::Unknown, "/f", ""); }), 1);
+    EXPECT_EQ(countAttempts(Patience::kLimit, [] { throwLocalFailure("here", EBUSY); }), 1);
     EXPECT_EQ(countAttempts(milliseconds(0), failInUse), 1);
     EXPECT_GT(countAttempts(milliseconds(50), failInUse), 1);
 }

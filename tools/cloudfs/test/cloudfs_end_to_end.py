@@ -5,8 +5,10 @@
 usage: cloudfs_end_to_end.py CLOUDFS [unittest arguments]
 """
 
+import datetime
 import os
 import pty
+import re
 import resource
 import select
 import shutil
@@ -159,10 +161,10 @@ class Usage(Case):
                           ["--store", "sqlite:", "ls", "/"], ["--store", "s3:///prefix", "ls", "/"],
                           ["--store", "s3://bucket", "upgrade"], ["--store", "s3://bucket", "verify"],
                           ["uploads", "--older-than", "1y"], ["uploads", "--older-than", "d"],
-                          ["cat", "/f", "/g"], ["put", "-", "/sub/"]]:
+                          ["put", "-", "/sub/"], ["put", "f", "--links", "what", "/"],
+                          ["get", "--transfers", "0", "/f"], ["get", "--transfers", "65", "/f"]]:
             with self.subTest(arguments=arguments):
                 self.misused(*arguments)
-        self.misused("put", "a", "b", "c", "/", mentions="one local file")
         self.misused("b\x1bgus", mentions=r"b\\033gus")
         self.assertEqual(os.listdir(self.work), ["f"])
 
@@ -285,6 +287,15 @@ class Cat(Case):
             with self.subTest(name=name):
                 self.fails(code, path, "cat", name)
 
+    def test_a_file_that_is_replaced_meanwhile_is_a_failure(self):
+        self.ok("put", "-", "/f", data=b"1" * (100 * PART))
+        cat = self.start("cat", "/f", stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        first = cat.stdout.read(1)  # it waits for the pipe now
+        self.ok("put", "-", "/f", data=b"2" * (100 * PART))
+        output, error = cat.communicate(timeout=DEADLINE_SECONDS)
+        self.assertEqual((cat.returncode, set(first + output)), (FAILED, set(b"1")))
+        self.assertRegex(error.decode(), r"^InUse: /f: .+\n\Z")
+
     def test_output_that_cannot_be_written_is_a_failure(self):
         self.ok("put", "-", "/f", data=b"x" * PART)
         for command in ["cat", "ls", "stat"]:
@@ -406,17 +417,47 @@ class Put(Case):
         self.assertEqual(self.read_local("single"), b"1")
         self.fails("AlreadyExists", "/tree/f", "put", "-r", "tree", "/tree/f")
 
-    def test_local_trees_that_cannot_be_stored_are_refused_before_anything_is(self):
-        for name, make in [("bytes", lambda path: open(path + b"/a\xff", "wb").close()),
-                           ("fifo", lambda path: os.mkfifo(path + b"/fifo")),
-                           ("loop", lambda path: os.symlink(b"..", path + b"/up")),
-                           ("dangling", lambda path: os.symlink(b"nowhere", path + b"/link"))]:
-            with self.subTest(name=name):
-                self.local(f"{name}/0", b"x")
-                make(os.path.join(self.work, name).encode())
-                self.assertEqual(self.run_tool("put", "-r", name, "/").returncode, FAILED)
-                self.assertFalse(os.path.exists(os.path.join(self.work, "store.db")))
+    def test_a_tree_goes_on_after_what_cannot_be_stored(self):
+        self.local("tree/a", b"a")
+        self.local("tree/sub/b", b"b")
+        tree = os.path.join(self.work, "tree").encode()
+        with open(tree + b"/bytes\xff", "wb"):
+            pass
+        os.mkfifo(tree + b"/fifo")
+        result = self.run_tool("put", "-r", "tree", "/")
+        self.assertEqual(result.returncode, FAILED)
+        lines = result.stderr.decode().splitlines()
+        self.assertEqual([line.split(": ")[:2] for line in lines[:-1]],
+                         [["InvalidLocation", "tree/bytes\\377"], ["Unsupported", "tree/fifo"]])
+        self.assertEqual(lines[-1], "2 failures")
+        self.assertEqual(self.names("/", "-R", "--files"), ["tree/a", "tree/sub/b"])
         self.fails("InvalidLocation", "\\377", "put", b"\xff", "/f", mentions="not valid UTF-8")
+
+    def test_links_are_skipped_followed_or_refused(self):
+        self.local("tree/0", b"x")
+        self.local("real", b"real")
+        for name, target in [("up", "."), ("dangling", "nowhere"), ("file", "../real")]:
+            os.symlink(target, os.path.join(self.work, "tree", name))
+        os.symlink("tree", os.path.join(self.work, "named"))
+        for how, status, stored, words in [("skip", DONE, ["named/0"], "skipped"),
+                                           ("follow", FAILED, ["named/0", "named/file"], "leads back|No such file"),
+                                           ("error", FAILED, ["named/0"], "is a symbolic link")]:
+            with self.subTest(how=how):
+                result = self.run_tool("put", "-r", "--links", how, "named", "/")
+                self.assertEqual(result.returncode, status)
+                self.assertEqual(len(re.findall(words, result.stderr.decode())), 2 if how == "follow" else 3)
+                self.assertEqual(self.names("/", "-R", "--files"), stored)
+                self.ok("rm", "-r", "/named")
+
+    def test_several_files_go_into_a_folder(self):
+        for name in ["a", "b"]:
+            self.local(name, name.encode())
+        self.fails("InvalidLocation", "/d", "put", "a", "b", "/d", mentions="no folder")
+        self.assertEqual(self.ok("put", "a", "b", "/d/", "--dry-run"), b"put a /d/a\nput b /d/b\n")
+        self.ok("put", "a", "b", "/d/")
+        self.fails("NotFound", "absent", "put", "a", "absent", "b", "/d")
+        self.assertEqual(self.store_content(), {"d/a": b"a", "d/b": b"b"})
+        self.assertEqual(self.ok("cat", "/d/a", "/d/b", "/d/?"), b"abab")
 
 
 class Get(Case):
@@ -452,15 +493,65 @@ class Get(Case):
                 self.fails(code, path, "get", *arguments)
         self.assertEqual(self.local_names(), ["store.db"])
 
+    def test_several_files_and_patterns_go_into_a_folder(self):
+        for name in ["a", "b", "sub/a"]:
+            self.ok("put", "-", "/d/" + name, data=name.encode())
+        self.ok("get", "/d/a")
+        self.assertEqual(self.read_local("a"), b"a")
+        os.mkdir(os.path.join(self.work, "out"))
+        self.fails("InvalidLocation", "a", "get", "/d/a", "/d/b", "a", mentions="no folder")
+        self.assertEqual(self.ok("get", "--dry-run", "/d/[ab]", "out"), b"get /d/a out/a\nget /d/b out/b\n")
+        self.fails("InvalidLocation", "/d/sub/a", "get", "/d/[ab]", "/d/sub/a", "out", mentions="same local path")
+        self.assertEqual([self.read_local(name) for name in ["out/a", "out/b"]], [b"a", b"b"])
+
+    def test_a_file_that_is_replaced_meanwhile_is_read_once_more(self):
+        size = 400 * PART
+        self.ok("put", "-", "/f", data=b"1" * size)
+        self.local("old", b"2" * size)
+        get = self.start("get", "/f", "out")
+
+        def progress():
+            return [os.path.getsize(os.path.join(self.work, name)) for name in self.local_names() if "cloudfs-" in name]
+
+        while not any(progress()) and get.poll() is None:
+            time.sleep(0.0005)
+        get.send_signal(signal.SIGSTOP)
+        self.assertTrue(any(done < size for done in progress()), "it was too fast to be held")
+        self.ok("put", "old", "/f")
+        get.send_signal(signal.SIGCONT)
+        self.assertEqual(get.wait(DEADLINE_SECONDS), DONE)
+        self.assertEqual(set(self.read_local("out")), set(b"2"))
+        self.assertEqual(self.local_names(), ["old", "out", "store.db"])
+
+    def test_files_get_the_time_of_the_store(self):
+        self.ok("put", "-", "/f", data=b"x")
+        time.sleep(1.1)
+        self.ok("get", "/f", "f")
+        told = re.search(r"time: (\S+)", self.ok("stat", "/f").decode())[1]
+        local = os.stat(os.path.join(self.work, "f")).st_mtime
+        self.assertEqual(datetime.datetime.fromtimestamp(int(local), datetime.timezone.utc).strftime("%FT%TZ"), told)
+
+    def test_a_tree_goes_on_after_a_file_that_cannot_be_written(self):
+        for name in ["a", "b", "c/d"]:
+            self.ok("put", "-", "/tree/" + name, data=name.encode())
+        os.makedirs(os.path.join(self.work, "tree/a"))
+        self.local("tree/c", b"in the way")
+        result = self.run_tool("get", "-r", "/tree", ".")
+        self.assertEqual((result.returncode, result.stderr.decode().splitlines()[-1]), (FAILED, "2 failures"))
+        self.assertEqual((self.read_local("tree/b"), self.read_local("tree/c")), (b"b", b"in the way"))
+
     def test_get_stays_inside_the_folder_it_was_given(self):
         # Names that no path of this tool can make, but other programs may.
         for name in ["d/../../evil", "d/./evil"]:
             with self.subTest(name=name):
                 self.make_old_store({name: b"evil"})
                 self.ok("upgrade")
-                self.fails("InvalidLocation", "/", "get", "-r", "/", "out")
-                self.assertFalse(os.path.exists(os.path.join(self.work, "out")))
+                result = self.run_tool("get", "-r", "/", "out")
+                self.assertEqual(result.returncode, FAILED)
+                self.assertIn(f"InvalidLocation: /{name}: cannot be a local path\n", result.stderr.decode())
+                self.assertEqual([files for _, _, files in os.walk(self.folder) if "evil" in files], [])
                 os.remove(os.path.join(self.work, "store.db"))
+                shutil.rmtree(os.path.join(self.work, "out"))
         # What has a component without a name is not even listed.
         self.make_old_store({"d//evil": b"evil"})
         self.ok("upgrade")
@@ -551,8 +642,27 @@ class Rm(Case):
         self.ok("rm", "-r", "/d")
         self.assertEqual(self.names("/", "-R"), ["d2"])
         self.ok("rm", "-r", "/d2")
-        self.ok("rm", "-r", "/")
+        self.ok("put", "-", "/last", data=b"x")
+        self.assertEqual(self.run_tool("rm", "-r", "/").returncode, USAGE)
+        self.assertEqual(self.names(), ["last"])
+        self.ok("rm", "-r", "--force", "/")
         self.assertEqual(self.ok("ls"), b"")
+
+    def test_several_operands_patterns_and_what_is_only_told(self):
+        names = ["a.gz", "b.gz", "c.txt", "*.gz", "sub/a.gz"]
+        for name in names:
+            self.ok("put", "-", "/d/" + name, data=b"x")
+        self.ok("rm", "-r", "--dry-run", "/d/c*", "/d/sub")
+        self.ok("rm", "/d/*.gz")  # there is one of that very name
+        self.assertEqual(self.names("/d", "-R", "--files"), ["a.gz", "b.gz", "c.txt", "sub/a.gz"])
+        result = self.run_tool("rm", "/d/absent", "/d/*.gz", "/d/no*")
+        self.assertEqual(result.returncode, FAILED)
+        self.assertEqual(result.stderr.decode().splitlines(),
+                         ["NotFound: /d/absent: there is no such file or folder",
+                          "NotFound: /d/no*: nothing fits the pattern", "2 failures"])
+        self.assertEqual(self.names("/d", "-R", "--files"), ["c.txt", "sub/a.gz"])
+        self.ok("rm", "-f", "/d/absent", "/d/no*", "/*/s?b/[a].gz")
+        self.assertEqual(self.names("/d", "-R", "--files"), ["c.txt"])
 
     def test_files_can_be_removed_on_a_full_disk(self):
         disk = self.start_with_disk("200m")
@@ -871,7 +981,7 @@ class OwnFiles(Case):
         self.ok("put", "-", "/tree/a", data=b"a")
         self.ok("put", "-", "/tree/store.db", data=b"evil")
         self.fails("InvalidLocation", "./tree/store.db", "get", "-r", "/tree", ".", mentions="is the store itself")
-        self.assertEqual(self.local_names("tree"), ["store.db"])
+        self.assertEqual(self.local_names("tree"), ["a", "store.db"])
         self.assertEqual(self.names("/tree"), ["a", "store.db"])
 
 

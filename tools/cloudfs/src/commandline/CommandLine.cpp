@@ -31,6 +31,7 @@
 #include <algorithm>
 #include <functional>
 #include <iostream>
+#include <map>
 #include <string>
 
 namespace cloudfs {
@@ -47,7 +48,26 @@ const char* const kFlagWithoutValue = "true";
 const char* const kPathHelp = "A path in the store, such as /a/b.txt";
 const char* const kRepetitionHelp =
     "Begins again, for up to a minute, when somebody else changes the file meanwhile.\n";
+const char* const kPathsHelp = "Paths in the store, which may be patterns such as '/logs/*.gz'";
+const char* const kDryRunHelp = "Only tell what would be done";
 const char* const kLocalInHelp = "A local file, or - for standard input";
+
+// So many operands are more than the system passes on.
+constexpr int kManyOperands = 1 << 20;
+
+const std::map<std::string, Links> kLinks{{"skip", Links::Skip}, {"follow", Links::Follow}, {"error", Links::Fail}};
+
+template <typename Request>
+void addTransferOptions(CLI::App& app, Request& request) {
+    constexpr std::size_t kUsual = 8;
+    constexpr std::size_t kMost = 64;
+    request.transfers = kUsual;
+    app.add_option("--transfers", request.transfers, "How many files are copied at once")
+        ->check(CLI::Range(std::size_t{1}, kMost))
+        ->type_name("NUMBER")
+        ->capture_default_str();
+    app.add_flag("--dry-run", request.isDryRun, kDryRunHelp);
+}
 
 }  // namespace
 
@@ -75,7 +95,6 @@ private:
     template <typename Request>
     Definition<Request> define(Command<Request> command, const std::string& name, const std::string& description,
                                const std::string& example);
-    bool isSurplusOfPut() const;
     void defineGlobalOptions();
     void defineLs();
     void defineStat();
@@ -144,21 +163,11 @@ std::optional<int> CommandLine::Grammar::parse(int argc, const char* const* argv
         m_app.exit(error);
         return kWrongUsage;
     } catch (const CLI::ExtrasError& error) {
-        if (isSurplusOfPut()) {
-            throw UsageError("put takes one local file, or with -r one folder, and a path in the store");
-        }
         m_app.exit(error);
         return kWrongUsage;
     } catch (const CLI::ParseError& error) {
         return m_app.exit(error) == 0 ? 0 : kWrongUsage;
     }
-}
-
-// What a shell makes of "put *.jpg /".
-bool CommandLine::Grammar::isSurplusOfPut() const {
-    const auto surplus = m_app.remaining(true);
-    const auto isOption = [](const std::string& argument) { return argument.size() > 1 && argument.front() == '-'; };
-    return m_app.got_subcommand("put") && std::none_of(surplus.begin(), surplus.end(), isOption);
 }
 
 void CommandLine::Grammar::run() const {
@@ -227,25 +236,34 @@ void CommandLine::Grammar::defineStat() {
 
 void CommandLine::Grammar::defineCat() {
     auto [cat, request] =
-        define(commands::cat, "cat", "Write a file to standard output", "cloudfs cat /notes/today.txt | less");
-    cat.add_option("PATH", request.path, kPathHelp)->required();
+        define(commands::cat, "cat", "Write files to standard output", "cloudfs cat /notes/today.txt | less");
+    cat.add_option("PATH", request.paths, kPathsHelp)->required();
 }
 
 void CommandLine::Grammar::defineGet() {
-    auto [get, request] =
-        define(commands::get, "get", "Copy a file out of the store; an existing local file is replaced",
-               "cloudfs get -r /photos/2024 backup");
-    get.add_flag("-r", request.isRecursive, "Copy a folder with all it holds");
-    get.add_option("PATH", request.path, kPathHelp)->required();
-    get.add_option("LOCAL", request.local, "A local file or folder to copy to, or - for standard output")->required();
+    auto [get, request] = define(commands::get, "get", "Copy files out of the store; existing local files are replaced",
+                                 "cloudfs get -r /photos/2024 backup");
+    get.add_flag("-r", request.isRecursive, "Copy folders with all they hold");
+    addTransferOptions(get, request);
+    get.add_option("PATH", request.operands,
+                   "Paths in the store, which may be patterns such as '/logs/*.gz'; last, after one or more of them,\n"
+                   "the local file or folder to copy to, . unless told, or - for standard output")
+        ->option_text("PATH... [LOCAL]")
+        ->required();
 }
 
 void CommandLine::Grammar::definePut() {
-    auto [put, request] = define(commands::put, "put", "Copy a local file into the store; an existing file is replaced",
+    auto [put, request] = define(commands::put, "put", "Copy local files into the store; existing files are replaced",
                                  "cloudfs put -r photos /");
-    put.add_flag("-r", request.isRecursive, "Copy a folder with all it holds");
-    put.add_option("LOCAL", request.local, kLocalInHelp)->required();
-    put.add_option("PATH", request.path, kPathHelp)->required();
+    put.add_flag("-r", request.isRecursive, "Copy folders with all they hold");
+    addTransferOptions(put, request);
+    put.add_option("--links", request.links, "What to do about symbolic links in folders: skip, follow or error")
+        ->transform(CLI::Transformer(kLinks))
+        ->type_name("WHAT");
+    put.add_option("LOCAL", request.operands, "Local files, or - for standard input; last, the path in the store")
+        ->option_text("LOCAL... PATH")
+        ->required()
+        ->expected(2, kManyOperands);
 }
 
 void CommandLine::Grammar::defineAppend() {
@@ -284,9 +302,11 @@ void CommandLine::Grammar::defineMkdir() {
 }
 
 void CommandLine::Grammar::defineRm() {
-    auto [rm, request] = define(commands::rm, "rm", "Remove a file", "cloudfs rm -r /photos/2023");
-    rm.add_flag("-r", request.isRecursive, "Remove a folder with all it holds");
-    rm.add_option("PATH", request.path, kPathHelp)->required();
+    auto [rm, request] = define(commands::rm, "rm", "Remove files", "cloudfs rm -r /photos/2023 '/logs/*.gz'");
+    rm.add_flag("-r", request.isRecursive, "Remove folders with all they hold");
+    rm.add_flag("-f,--force", request.isForced, "What is missing is fine; never ask");
+    rm.add_flag("--dry-run", request.isDryRun, kDryRunHelp);
+    rm.add_option("PATH", request.paths, kPathsHelp)->required();
 }
 
 void CommandLine::Grammar::defineRmdir() {

@@ -3,12 +3,19 @@
 
 #include "commands/toStandardOutput.hpp"
 #include "store/StorePath.hpp"
+#include "store/patterns.hpp"
 
 namespace cloudfs::commands {
 
 void cat(const Session& session, const CatRequest& request) {
-    const StorePath path(request.path);
-    writeToOutput(*session.open(MissingStore::Refuse), path);
+    std::vector<StorePath> paths;
+    for (const auto& text : request.paths) {
+        paths.emplace_back(text);
+    }
+    const auto provider = session.open(MissingStore::Refuse);
+    for (const auto& path : expandPatterns(*provider, paths)) {
+        writeToOutput(*provider, path);
+    }
 }
 
 }  // namespace cloudfs::commands

@@ -4,15 +4,17 @@
 #include "store/Session.hpp"
 
 #include <string>
+#include <vector>
 
 namespace cloudfs::commands {
 
 /// What `cat` was asked for.
 struct CatRequest {
-    std::string path;
+    /// Files of the store, or patterns of them.
+    std::vector<std::string> paths;
 };
 
-/// Write a file of the store to standard output. Errors: see main.cpp.
+/// Write files of the store, one after the other, to standard output. Errors: see main.cpp.
 void cat(const Session& session, const CatRequest& request);
 
 }  // namespace cloudfs::commands

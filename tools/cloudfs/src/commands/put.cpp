@@ -1,17 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "commands/put.hpp"
 
+#include "commands/FileTransfers.hpp"
+#include "commands/PutPlan.hpp"
 #include "commands/localOperands.hpp"
 #include "local/LocalSource.hpp"
-#include "local/LocalTree.hpp"
-#include "store/StoreFileWriter.hpp"
 #include "store/StorePath.hpp"
 #include "store/operands.hpp"
 #include "terminal/ProgressBar.hpp"
+#include "terminal/StandardOutput.hpp"
 #include "terminal/failures.hpp"
 
-#include <cstdint>
-#include <numeric>
+#include <memory>
+#include <utility>
 
 namespace cloudfs::commands {
 
@@ -20,18 +21,12 @@ using storage::cloudprovider::FolderPolicy;
 
 namespace {
 
-void putFile(const IProvider& provider, LocalSource& source, const StorePath& path, ProgressBar& progress) {
-    StoreFileWriter writer(provider, path);
-    writeAll(source, writer, progress);
-    writer.store(progress);
-}
-
-// Folders are made as such where the store can hold them, so that empty ones are kept.
-void putFolder(const IProvider& provider, const StorePath& path, FolderPolicy policy) {
-    if (policy == FolderPolicy::MarkerObjects) {
-        provider.createFolderRecursive(path.iri());
-    }
-}
+// A local operand as it was found, before there is a store.
+struct Found {
+    std::string local;
+    std::shared_ptr<LocalSource> source;  // of a file; null for a folder
+    std::vector<LocalEntry> entries{};    // of a folder
+};
 
 // The folder that a copied folder becomes: a new one below an existing one, as with files. A local name such
 // as "." has no name to give; its contents are put into the folder itself.
@@ -44,47 +39,91 @@ StorePath folderPlaceFor(const IProvider& provider, const StorePath& path, const
     return place;
 }
 
-void putTree(const Session& session, const std::string& local, const StorePath& path) {
-    const auto entries = scanLocalFolder(local, filesOf(session));
-    const auto total = std::accumulate(entries.begin(), entries.end(), std::uint64_t{0},
-                                       [](std::uint64_t sum, const LocalEntry& entry) { return sum + entry.size; });
-    const auto provider = session.open(MissingStore::Create);
-    const auto root = folderPlaceFor(*provider, path, localName(local));
-    ProgressBar progress(total);
-    putFolder(*provider, root, session.folderPolicy);
-    for (const auto& entry : entries) {
-        const auto place = root.child(entry.name);
-        if (entry.isFolder) {
-            putFolder(*provider, place, session.folderPolicy);
-        } else {
-            LocalSource source(entry.path);
-            putFile(*provider, source, place, progress);
+Found find(const Session& session, const PutRequest& request, const std::string& local, const StorePath& path,
+           FileTransfers& transfers) {
+    if (local != kStandardStream) {
+        failUnlessUtf8(local);
+        if (isLocalFolder(local)) {
+            if (!request.isRecursive) {
+                throw Failure(ErrorCode::InvalidLocation, local, "is a folder; put -r copies folders");
+            }
+            const auto onFailure = [&](std::exception_ptr failure) { transfers.addFailure(std::move(failure)); };
+            return {local, nullptr, scanLocalFolder(local, filesOf(session), request.links, onFailure)};
         }
     }
+    failIfStore(session, local);
+    auto source = std::make_shared<LocalSource>(local);
+    failUnlessNameable(path, localName(local));
+    return {local, std::move(source)};
+}
+
+void add(PutPlan& plan, const IProvider& provider, Found found, const StorePath& path, bool keepsOpen) {
+    const auto name = localName(found.local);
+    if (!found.source) {
+        plan.addTree(found.entries, folderPlaceFor(provider, path, name));
+        return;
+    }
+    const auto size = found.source->size().value_or(0);
+    plan.addFile({found.local, placeFor(provider, path, name), size, keepsOpen ? std::move(found.source) : nullptr});
+}
+
+// Folders are made as such where the store can hold them, so that empty ones are kept.
+void makeFolders(const IProvider& provider, const PutPlan& plan, FolderPolicy policy, FileTransfers& transfers) {
+    if (policy == FolderPolicy::MarkerObjects) {
+        for (const auto& folder : plan.folders()) {
+            transfers.attempt([&] { provider.createFolderRecursive(folder.iri()); });
+        }
+    }
+}
+
+void show(const PutPlan& plan) {
+    StandardOutput output;
+    for (const auto& file : plan.files()) {
+        output.write("put ");
+        output.writeName(file.from);
+        output.write(" ");
+        output.writeName(file.to.text());
+        output.write("\n");
+    }
+    output.flush();
+}
+
+void execute(const Session& session, const IProvider& provider, const PutPlan& plan, FileTransfers& transfers) {
+    makeFolders(provider, plan, session.folderPolicy, transfers);
+    const auto& files = plan.files();
+    ProgressBar progress(plan.size(), files.size());
+    transfers.run(files.size(), progress, [&](std::size_t index) { putFile(provider, files[index], progress); });
 }
 
 }  // namespace
 
 void put(const Session& session, const PutRequest& request) {
-    const StorePath path(request.path);
-    if (request.local != kStandardStream) {
-        failUnlessUtf8(request.local);
-        if (isLocalFolder(request.local)) {
-            if (!request.isRecursive) {
-                throw Failure(ErrorCode::InvalidLocation, request.local, "is a folder; put -r copies folders");
-            }
-            putTree(session, request.local, path);
-            return;
-        }
+    auto locals = request.operands;
+    const StorePath path(locals.back());
+    locals.pop_back();
+    FileTransfers transfers(request.transfers);
+    std::vector<Found> found;
+    for (const auto& local : locals) {
+        transfers.attempt([&] { found.push_back(find(session, request, local, path, transfers)); });
     }
-    failIfStore(session, request.local);
-    LocalSource source(request.local);
-    const auto name = localName(request.local);
-    failUnlessNameable(path, name);  // before a store is made
-    const auto provider = session.open(MissingStore::Create);
-    const auto place = placeFor(*provider, path, name);
-    ProgressBar progress(source.size());
-    putFile(*provider, source, place, progress);
+    if (found.empty()) {
+        transfers.finish();  // before a store is made
+        return;
+    }
+    const auto provider = session.open(request.isDryRun ? MissingStore::Refuse : MissingStore::Create);
+    if (locals.size() > 1 && !path.meansFolder() && !provider->folderExists(path.iri())) {
+        throw Failure(ErrorCode::InvalidLocation, path.text(), "is no folder, which several files need");
+    }
+    PutPlan plan;
+    for (auto& operand : found) {
+        transfers.attempt([&] { add(plan, *provider, std::move(operand), path, locals.size() == 1); });
+    }
+    if (request.isDryRun) {
+        show(plan);
+    } else {
+        execute(session, *provider, plan, transfers);
+    }
+    transfers.finish();
 }
 
 }  // namespace cloudfs::commands

@@ -4,6 +4,8 @@
 #include "terminal/failures.hpp"
 #include "terminal/waitingIo.hpp"
 
+#include <boost/date_time/posix_time/posix_time_types.hpp>
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -11,6 +13,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <memory>
 #include <optional>
 #include <utility>
@@ -42,18 +45,43 @@ std::string resolveLinks(const std::string& path) {
     return resolved.get();
 }
 
+// Asking umask itself would change it for a moment, in which other threads make files.
+mode_t creationMask() {
+    constexpr mode_t kUsual = 022;
+    std::ifstream status("/proc/self/status");
+    for (std::string line; std::getline(status, line);) {
+        if (line.starts_with("Umask:")) {
+            return static_cast<mode_t>(std::strtoul(line.c_str() + line.find(':') + 1, nullptr, 8));
+        }
+    }
+    return kUsual;
+}
+
 // Permissions of a new file, which the system would have worked out had open made it.
 mode_t defaultPermissions() {
     constexpr mode_t kReadWriteForAll = 0666;
-    const mode_t mask = ::umask(0);
-    ::umask(mask);
-    return kReadWriteForAll & ~mask;
+    return kReadWriteForAll & ~creationMask();
 }
 
 mode_t permissionsFor(const std::string& path) {
     constexpr mode_t kPermissionBits = 0777;
     const auto existing = modeOf(path, false);
     return existing && S_ISREG(*existing) ? *existing & kPermissionBits : defaultPermissions();
+}
+
+timespec toTimespec(const boost::posix_time::ptime& time) {
+    static const boost::posix_time::ptime kEpoch(boost::gregorian::date(1970, 1, 1));
+    const auto sinceEpoch = time - kEpoch;
+    constexpr std::int64_t kNanosecondsPerMicrosecond = 1000;
+    constexpr std::int64_t kMicrosecondsPerSecond = 1'000'000;
+    const auto microseconds = sinceEpoch.total_microseconds();
+    auto seconds = microseconds / kMicrosecondsPerSecond;
+    auto rest = microseconds % kMicrosecondsPerSecond;
+    if (rest < 0) {
+        rest += kMicrosecondsPerSecond;
+        --seconds;
+    }
+    return {static_cast<time_t>(seconds), static_cast<long>(rest * kNanosecondsPerMicrosecond)};
 }
 
 }  // namespace
@@ -98,9 +126,15 @@ void LocalTarget::write(std::string_view data) {
     writeAll(m_file.get(), m_path, data);
 }
 
-void LocalTarget::complete() {
+void LocalTarget::complete(const boost::posix_time::ptime& lastModified) {
     if (!m_temporaryPath.empty() && ::fchmod(m_file.get(), permissionsFor(m_path)) != 0) {
         throwLocalFailure(m_path, errno);
+    }
+    if (!m_temporaryPath.empty() && !lastModified.is_special()) {
+        const timespec times[] = {{0, UTIME_OMIT}, toTimespec(lastModified)};
+        if (::futimens(m_file.get(), static_cast<const timespec*>(times)) != 0) {
+            throwLocalFailure(m_path, errno);
+        }
     }
     m_file.close(m_path);
     if (!m_temporaryPath.empty()) {

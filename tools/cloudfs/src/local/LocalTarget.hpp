@@ -3,6 +3,8 @@
 
 #include "local/FileDescriptor.hpp"
 
+#include <boost/date_time/posix_time/ptime.hpp>
+
 #include <string>
 #include <string_view>
 
@@ -29,9 +31,14 @@ public:
     /// Errors   Failure, OutputClosed, OperationInterrupted.
     void write(std::string_view data);
 
+    /// Whether what was written so far goes away with this, so that another try can begin from nothing.
+    bool canBeginAgain() const noexcept { return !m_temporaryPath.empty(); }
+
     /// Give the file its name; the last call. An existing file is replaced and leaves its permissions behind.
+    ///
+    /// Values   lastModified: what the file shows, in UTC; not_a_date_time: now.
     /// Errors   Failure.
-    void complete();
+    void complete(const boost::posix_time::ptime& lastModified);
 
 private:
     void createTemporary();

@@ -30,6 +30,14 @@ struct stat statusOf(const std::string& path) {
     return status;
 }
 
+bool isLink(const std::string& path) {
+    struct stat status {};
+    if (::lstat(path.c_str(), &status) != 0) {
+        throwLocalFailure(path, errno);
+    }
+    return S_ISLNK(status.st_mode);
+}
+
 std::vector<std::string> sortedNames(const std::string& folder) {
     std::vector<std::string> names;
     try {
@@ -45,7 +53,8 @@ std::vector<std::string> sortedNames(const std::string& folder) {
 
 class Scan {
 public:
-    explicit Scan(const LocalStoreFiles& storeFiles) : m_storeFiles(storeFiles) {}
+    Scan(const LocalStoreFiles& storeFiles, Links links, const std::function<void(std::exception_ptr)>& onFailure)
+        : m_storeFiles(storeFiles), m_links(links), m_onFailure(onFailure) {}
 
     // prefix is what the names of entries begin with: empty, or ending in "/".
     void enter(const std::string& folder, const std::string& prefix) {
@@ -54,9 +63,14 @@ public:
         if (std::find(m_open.begin(), m_open.end(), identity) != m_open.end()) {
             throw Failure(ErrorCode::InvalidLocation, folder, "the link leads back to a folder above it");
         }
+        const auto names = sortedNames(folder);
         m_open.push_back(identity);
-        for (const auto& name : sortedNames(folder)) {
-            add(folder.back() == '/' ? folder + name : folder + "/" + name, prefix + name);
+        for (const auto& name : names) {
+            try {
+                add(folder.back() == '/' ? folder + name : folder + "/" + name, prefix + name);
+            } catch (const Failure&) {
+                m_onFailure(std::current_exception());
+            }
         }
         m_open.pop_back();
     }
@@ -73,18 +87,31 @@ private:
             return;
         }
         failUnlessUtf8(path);
+        if (m_links != Links::Follow && isLink(path)) {
+            leaveOut(path);
+            return;
+        }
         const auto status = statusOf(path);
         if (S_ISREG(status.st_mode)) {
-            m_entries.push_back({path, name, false, static_cast<std::uint64_t>(status.st_size)});
+            m_entries.push_back({path, name, false, static_cast<std::uint64_t>(status.st_size), status.st_mtim});
         } else if (S_ISDIR(status.st_mode)) {
-            m_entries.push_back({path, name, true, 0});
+            m_entries.push_back({path, name, true});
             enter(path, name + "/");
         } else {
             throw Failure(ErrorCode::Unsupported, path, "neither a file nor a folder");
         }
     }
 
+    void leaveOut(const std::string& path) const {
+        if (m_links == Links::Fail) {
+            throw Failure(ErrorCode::Unsupported, path, "is a symbolic link");
+        }
+        std::cerr << escapeText(path) << ": skipped, it is a symbolic link (see --links)\n";
+    }
+
     const LocalStoreFiles& m_storeFiles;
+    const Links m_links;
+    const std::function<void(std::exception_ptr)>& m_onFailure;
     std::vector<LocalEntry> m_entries;
     std::vector<Identity> m_open;  // the folders being scanned, outermost first
 };
@@ -95,8 +122,9 @@ bool isLocalFolder(const std::string& path) {
     return S_ISDIR(statusOf(path).st_mode);
 }
 
-std::vector<LocalEntry> scanLocalFolder(const std::string& path, const LocalStoreFiles& storeFiles) {
-    Scan scan(storeFiles);
+std::vector<LocalEntry> scanLocalFolder(const std::string& path, const LocalStoreFiles& storeFiles, Links links,
+                                        const std::function<void(std::exception_ptr)>& onFailure) {
+    Scan scan(storeFiles, links, onFailure);
     scan.enter(path, "");
     return scan.takeEntries();
 }

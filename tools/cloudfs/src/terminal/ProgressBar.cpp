@@ -58,6 +58,9 @@ ProgressBar::ProgressBar(std::optional<std::uint64_t> total, Visibility visibili
       m_isWanted(visibility == Visibility::WhenTerminal && ::isatty(STDERR_FILENO) == 1),
       m_nextDraw(m_start + kDelay) {}
 
+ProgressBar::ProgressBar(std::uint64_t total, std::size_t files)
+    : m_total(total), m_files(files), m_isWanted(::isatty(STDERR_FILENO) == 1), m_nextDraw(m_start + kDelay) {}
+
 ProgressBar::~ProgressBar() {
     if (m_isVisible) {
         show(std::string(kClearLine));
@@ -65,15 +68,35 @@ ProgressBar::~ProgressBar() {
 }
 
 void ProgressBar::advance(std::uint64_t bytes) {
+    const std::lock_guard lock(m_mutex);
     m_done += bytes;
-    if (m_isWanted && Clock::now() >= m_nextDraw) {
-        draw("");
-    }
+    drawIfDue();
+}
+
+void ProgressBar::retreat(std::uint64_t bytes) {
+    const std::lock_guard lock(m_mutex);
+    m_done -= std::min(bytes, m_done);
+}
+
+void ProgressBar::finishFile() {
+    const std::lock_guard lock(m_mutex);
+    ++m_filesDone;
+    drawIfDue();
 }
 
 void ProgressBar::announceStoring() {
+    const std::lock_guard lock(m_mutex);
+    if (m_files != 1) {
+        return;
+    }
     if (m_isVisible || (m_isWanted && m_done >= kNoticeableSize)) {
         draw(", storing...");
+    }
+}
+
+void ProgressBar::drawIfDue() {
+    if (m_isWanted && Clock::now() >= m_nextDraw) {
+        draw("");
     }
 }
 
@@ -82,6 +105,9 @@ void ProgressBar::draw(std::string_view remark) {
     m_nextDraw = now + kInterval;
     m_isVisible = true;
     auto text = numbers(m_done, m_total, std::chrono::duration<double>(now - m_start).count());
+    if (m_files != 1) {
+        text.insert(0, std::to_string(m_filesDone) + " of " + std::to_string(m_files) + " files, ");
+    }
     text.append(remark);
     constexpr std::size_t kRoomAroundBar = 4;  // brackets, blank, and the last column, which may wrap
     const auto columns = terminalColumns();

@@ -2,20 +2,25 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
+#include <mutex>
 #include <optional>
 #include <string_view>
 
 namespace cloudfs {
 
-/// Shows on standard error how far a transfer has come, if that is a terminal and the transfer takes longer
-/// than half a second; takes itself away at the end. Writing it never fails.
+/// Shows on standard error how far a transfer has come, of one file or of many at once, if that is a terminal and the
+/// transfer takes longer than half a second; takes itself away at the end. Writing it never fails. Threads: any.
 class ProgressBar {
 public:
     enum class Visibility { WhenTerminal, Never };
 
     /// total in bytes, nothing when nobody knows.
     explicit ProgressBar(std::optional<std::uint64_t> total, Visibility visibility = Visibility::WhenTerminal);
+
+    /// A transfer of so many files, which has total bytes.
+    ProgressBar(std::uint64_t total, std::size_t files);
     ProgressBar(const ProgressBar&) = delete;
     ProgressBar& operator=(const ProgressBar&) = delete;
     ~ProgressBar();
@@ -23,19 +28,32 @@ public:
     /// Count bytes that are done.
     void advance(std::uint64_t bytes);
 
-    /// Say that the store is being waited for, which may take a while and cannot be measured.
+    /// Take back bytes that have to be transferred again.
+    void retreat(std::uint64_t bytes);
+
+    /// Count a file that is done, or has failed.
+    void finishFile();
+
+    /// Say that the store is being waited for, which may take a while and cannot be measured. Of one of many files
+    /// nothing is said.
     void announceStoring();
 
 private:
     using Clock = std::chrono::steady_clock;
 
+    void drawIfDue();
     void draw(std::string_view remark);
 
     const std::optional<std::uint64_t> m_total;
+    const std::size_t m_files = 1;
     const bool m_isWanted;
     const Clock::time_point m_start = Clock::now();
+
+    // Guards what follows, and the terminal's line.
+    std::mutex m_mutex;
     Clock::time_point m_nextDraw;
     std::uint64_t m_done = 0;
+    std::size_t m_filesDone = 0;
     bool m_isVisible = false;
 };
 

@@ -48,6 +48,8 @@ ErrorCode toErrorCode(int error) {
 
 }  // namespace
 
+PartFailure::PartFailure(std::size_t failures) : std::runtime_error(std::to_string(failures) + " failures") {}
+
 Failure::Failure(ErrorCode code, const std::string& path, const std::string& cause)
     : std::runtime_error(compose(code, path, cause)) {}
 

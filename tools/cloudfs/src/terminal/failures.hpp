@@ -3,6 +3,7 @@
 
 #include <foundation/storage/provider/Exception.hpp>
 
+#include <cstddef>
 #include <exception>
 #include <stdexcept>
 #include <string>
@@ -17,6 +18,12 @@ public:
 
 /// What follows the message of a wrong usage, with the end of its line.
 inline constexpr const char* kUsageHint = "\nRun with --help for more information.\n";
+
+/// Several things could not be done; each has been told already.
+class PartFailure : public std::runtime_error {
+public:
+    explicit PartFailure(std::size_t failures);
+};
 
 /// Whoever reads our standard output has gone; there is nobody left to tell.
 class OutputClosed : public std::exception {

@@ -4,9 +4,9 @@
 #include <exception>
 #include <string>
 
-namespace cloudfs {
+namespace cloudfs::commands {
 
 /// One line for people: the code's name, the path, the cause. Control characters are escaped.
 std::string describe(const std::exception& failure);
 
-}  // namespace cloudfs
+}  // namespace cloudfs::commands

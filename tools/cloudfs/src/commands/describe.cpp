@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "commandline/describe.hpp"
+#include "commands/describe.hpp"
 
 #include "store/StorePath.hpp"
 #include "terminal/escapeText.hpp"
@@ -7,12 +7,13 @@
 
 #include <foundation/storage/provider/Exception.hpp>
 
-namespace cloudfs {
+namespace cloudfs::commands {
 
 using foundation::storage::provider::Exception;
 
 std::string describe(const std::exception& failure) {
-    if (dynamic_cast<const Failure*>(&failure) != nullptr || dynamic_cast<const UsageError*>(&failure) != nullptr) {
+    if (dynamic_cast<const Failure*>(&failure) != nullptr || dynamic_cast<const UsageError*>(&failure) != nullptr ||
+        dynamic_cast<const PartFailure*>(&failure) != nullptr) {
         return escapeText(failure.what());
     }
     if (const auto* ofProvider = dynamic_cast<const Exception*>(&failure)) {
@@ -24,4 +25,4 @@ std::string describe(const std::exception& failure) {
     return escapeText("Unknown: " + std::string(failure.what()));
 }
 
-}  // namespace cloudfs
+}  // namespace cloudfs::commands
