@@ -149,6 +149,62 @@ class Case(unittest.TestCase):
             self.skipTest("mounts are not permitted here")
         return mounted
 
+    def wait_for(self, condition):
+        deadline = time.monotonic() + DEADLINE_SECONDS
+        while not condition():
+            self.assertLess(time.monotonic(), deadline)
+
+    def status(self, pid):
+        with open(f"/proc/{pid}/status") as file:
+            return dict(line.rstrip("\n").split(":\t", 1) for line in file if ":\t" in line)
+
+    def waits_for_the_store(self, pid):
+        try:
+            links = [os.readlink(f"/proc/{pid}/fd/{name}") for name in os.listdir(f"/proc/{pid}/fd")]
+        except FileNotFoundError:
+            return False  # closed meanwhile
+        return any(link.endswith("store.db-shm") for link in links) and self.status(pid)["State"].startswith("S")
+
+    def start_waiting(self, *arguments, **options):
+        """Start a command that changes the store while somebody else does; answer it and the other."""
+        other = sqlite3.connect(os.path.join(self.work, "store.db"), isolation_level=None)
+        self.addCleanup(other.close)
+        other.execute("BEGIN IMMEDIATE")
+        process = self.start(*arguments, **options)
+        self.wait_for(lambda: self.waits_for_the_store(process.pid))
+        return process, other
+
+    def make_store_tree(self, root="/old"):
+        """A folder with files, a folder in it and an empty one; answer the files' content by their paths below it."""
+        files = {"a": b"of a", "b.": os.urandom(2 * PART), "sub/c": b"", "sub/deep/d": b"of d"}
+        for name, data in files.items():
+            self.ok("put", "-", f"{root}/{name}", data=data)
+        self.ok("mkdir", root + "/empty")
+        return files
+
+    def files_below(self, root):
+        names = self.names(root, "-R", "--files") if root.strip("/") + "/" in self.names("/", "-R") else []
+        return {name: self.ok("cat", f"{root}/{name}") for name in names}
+
+    def change_store(self, *statements):
+        connection = sqlite3.connect(os.path.join(self.work, "store.db"))
+        for statement in statements:
+            connection.execute(statement)
+        connection.commit()
+        connection.close()
+
+    def fail_at(self, event, key):
+        """Let the store fail from now on at that event, INSERT, UPDATE or DELETE, on an object."""
+        row = "OLD" if event == "DELETE" else "NEW"
+        self.change_store(f"CREATE TRIGGER fault_{event} BEFORE {event} ON objects WHEN {row}.key = CAST('{key}' AS BLOB)"
+                          " BEGIN SELECT RAISE(ABORT, 'fault'); END")
+
+    def assert_fault(self, *arguments, mentions=b""):
+        result = self.run_tool(*arguments)
+        self.assertEqual(result.returncode, FAILED, result.stderr)
+        self.assertIn(b"fault", result.stderr)
+        self.assertIn(mentions, result.stderr)
+
 
 class Usage(Case):
     def test_wrong_arguments_end_with_2_and_touch_nothing(self):
@@ -715,11 +771,87 @@ class Mv(Case):
         self.ok("mv", "/c", "/new")
         self.assertEqual(self.ok("cat", "/new/c"), b"c")
         self.fails("NotFound", "/absent", "mv", "/absent", "/x")
-        self.fails("Unsupported", "/new", "mv", "/new", "/elsewhere")
+        self.fails("InvalidLocation", "/new", "mv", "/new", "/elsewhere", mentions="mv -r")
         self.ok("put", "-", "/same", data=b"s")
         self.ok("mv", "--replace", "/same", "/same")
         self.assertEqual(self.ok("cat", "/same"), b"s")
         self.assert_no_temporary_files()
+
+    def test_a_failure_leaves_the_source_and_what_was_at_the_destination(self):
+        self.ok("put", "-", "/a", data=b"new")
+        self.ok("put", "-", "/b", data=b"former")
+        for event in ["INSERT", "UPDATE"]:
+            self.fail_at(event, "b")
+        self.assert_fault("mv", "--replace", "/a", "/b")
+        self.assertEqual(self.store_content(), {"a": b"new", "b": b"former"})
+        self.change_store("DROP TRIGGER fault_INSERT", "DROP TRIGGER fault_UPDATE")
+        self.fail_at("DELETE", "a")
+        self.assert_fault("mv", "--replace", "/a", "/b", mentions=b"is stored")
+        self.assertEqual(self.store_content(), {"a": b"new", "b": b"new"})
+
+    def test_folders_are_moved_with_all_they_hold(self):
+        for policy in ["markers", "implicit"]:
+            with self.subTest(policy=policy):
+                files = self.make_store_tree()
+                listed = self.names("/old", "-R")
+                self.ok("--folder-policy", policy, "mv", "-r", "/old", "/new")
+                self.assertEqual((self.names("/new", "-R"), self.files_below("/new")), (listed, files))
+                self.assertEqual(self.names(), ["new/"])
+                self.ok("mv", "-r", "/new", "/into/")
+                self.assertEqual(self.names(), ["into/"])
+                self.assertEqual(self.files_below("/into/new"), files)
+                self.ok("rm", "-r", "/")
+
+    def test_a_tree_is_removed_when_all_of_it_is_stored(self):
+        files = self.make_store_tree()
+        self.fail_at("INSERT", "new/sub/c")
+        self.assert_fault("mv", "-r", "/old", "/new")
+        self.assertEqual(self.files_below("/old"), files)
+        self.change_store("DROP TRIGGER fault_INSERT")
+        self.ok("rm", "-r", "/new")
+        self.fail_at("DELETE", "old/sub/c")
+        self.assert_fault("mv", "-r", "/old", "/new", mentions=b"all is at /new")
+        self.assertEqual(self.files_below("/new"), files)
+        self.assertEqual(list(self.files_below("/old")), ["sub/c", "sub/deep/d"])
+
+    def test_what_is_there_is_refused_before_anything_is_moved(self):
+        files = self.make_store_tree()
+        self.ok("put", "-", "/new/old/sub/deep/d", data=b"former")
+        self.ok("put", "-", "/file", data=b"file")
+        for code, path, destination in [("AlreadyExists", "/new/old/sub/deep/d", "/new"),
+                                        ("AlreadyExists", "/file", "/file"), ("InvalidLocation", "/old/old", "/old"),
+                                        ("InvalidLocation", "/old/sub/old", "/old/sub"),
+                                        ("InvalidLocation", "/old", "/")]:
+            with self.subTest(destination=destination):
+                self.fails(code, path, "mv", "-r", "/old", destination)
+        self.assertEqual(self.files_below("/old"), files)
+        self.assertEqual(self.files_below("/new"), {"old/sub/deep/d": b"former"})
+        self.ok("put", "-", "/x/x/f", data=b"outer")
+        self.ok("put", "-", "/x/x/x/f", data=b"inner")
+        self.fails("InvalidLocation", "/x", "mv", "-r", "--replace", "/x/x", "/")
+        self.assertEqual(self.files_below("/x"), {"x/f": b"outer", "x/x/f": b"inner"})
+        self.ok("mv", "-r", "--replace", "/old", "/new")
+        self.assertEqual(self.files_below("/new/old"), files)
+
+    def test_a_killed_move_of_a_tree_loses_nothing_and_can_be_done_again(self):
+        for number in range(40):
+            self.local(f"tree/sub{number % 4}/{number}", b"%d" % number)
+        self.ok("put", "-r", "tree", "/from/")
+        files = self.files_below("/from/tree")
+        for seconds in [0.02, 0.05, 0.1, 0.2, 0.4]:
+            process = self.start("mv", "-r", "--replace", "/from/tree", "/to/", stderr=subprocess.PIPE)
+            time.sleep(seconds)
+            process.kill()
+            process.wait()
+            source, target = self.files_below("/from/tree"), self.files_below("/to/tree")
+            self.assertEqual({**source, **target}, files)
+            self.assertTrue(source.items() <= files.items())
+            if not source:
+                break
+        else:
+            self.ok("mv", "-r", "--replace", "/from/tree", "/to/")
+        self.assertEqual(self.files_below("/to/tree"), files)
+        self.assertEqual(self.files_below("/from/tree"), {})
 
 
 class Cp(Case):
@@ -738,11 +870,33 @@ class Cp(Case):
         self.ok("cp", "/c", "/new")
         self.assertEqual(self.ok("cat", "/new/c"), b"c")
         self.fails("NotFound", "/absent", "cp", "/absent", "/x")
-        self.fails("Unsupported", "/new", "cp", "/new", "/elsewhere")
+        self.fails("InvalidLocation", "/new", "cp", "/new", "/elsewhere", mentions="cp -r")
         self.ok("put", "-", "/same", data=b"s")
         self.ok("cp", "--replace", "/same", "/same")
         self.assertEqual(self.ok("cat", "/same"), b"s")
         self.assert_no_temporary_files()
+
+    def test_folders_are_copied_with_all_they_hold(self):
+        files = self.make_store_tree()
+        for destination, place in [("/new", "/new"), ("/new", "/new/old"), ("/into/", "/into/old")]:
+            with self.subTest(place=place):
+                self.ok("cp", "-r", "/old", destination)
+                self.assertEqual(self.files_below(place).items() & files.items(), files.items())
+                self.assertIn("empty/", self.names(place))
+        self.assertEqual(self.files_below("/old"), files)
+        self.fails("AlreadyExists", "/into/old/a", "cp", "-r", "/old", "/into", mentions="--replace")
+        self.ok("put", "-", "/into/old/a", data=b"former")
+        self.ok("cp", "-r", "--replace", "/old", "/into")
+        self.assertEqual(self.files_below("/into/old"), files)
+        self.fails("InvalidLocation", "/x", "cp", "-r", "/", "/x")
+        self.fails("NotFound", "/absent", "cp", "-r", "/absent", "/x")
+
+    def test_names_that_no_path_has_are_refused_before_anything_is_copied(self):
+        self.make_old_store({"d/f": b"f", "d/sub//g": b"g"})
+        self.ok("upgrade")
+        for command in ["cp", "mv"]:
+            self.fails("InvalidLocation", "/d/sub//g", command, "-r", "/d", "/e")
+        self.assertEqual(self.names(), ["d/"])
 
 
 class Uploads(Case):
@@ -1025,11 +1179,7 @@ class Interrupts(Case):
 
     def test_a_second_signal_ends_a_wait_for_the_store(self):
         self.ok("put", "-", "/f")
-        other = sqlite3.connect(os.path.join(self.work, "store.db"), isolation_level=None)
-        self.addCleanup(other.close)
-        other.execute("BEGIN IMMEDIATE")
-        process = self.start("touch", "/g", stderr=subprocess.PIPE)
-        self.wait_for(lambda: self.waits_for_the_store(process.pid))
+        process, other = self.start_waiting("touch", "/g", stderr=subprocess.PIPE)
         process.send_signal(signal.SIGINT)
         self.wait_for(lambda: int(self.status(process.pid)["ShdPnd"], 16) == 0)
         self.assertIsNone(process.poll())
@@ -1038,21 +1188,14 @@ class Interrupts(Case):
         other.execute("ROLLBACK")
         self.assertEqual(self.names(), ["f"])
 
-    def wait_for(self, condition):
-        deadline = time.monotonic() + DEADLINE_SECONDS
-        while not condition():
-            self.assertLess(time.monotonic(), deadline)
-
-    def status(self, pid):
-        with open(f"/proc/{pid}/status") as file:
-            return dict(line.rstrip("\n").split(":\t", 1) for line in file if ":\t" in line)
-
-    def waits_for_the_store(self, pid):
-        try:
-            links = [os.readlink(f"/proc/{pid}/fd/{name}") for name in os.listdir(f"/proc/{pid}/fd")]
-        except FileNotFoundError:
-            return False  # closed meanwhile
-        return any(link.endswith("store.db-shm") for link in links) and self.status(pid)["State"].startswith("S")
+    def test_sigint_ends_a_move_of_a_tree_between_files(self):
+        files = self.make_store_tree()
+        process, other = self.start_waiting("mv", "-r", "/old", "/new", stderr=subprocess.PIPE)
+        process.send_signal(signal.SIGINT)
+        other.execute("ROLLBACK")
+        self.assertEqual(process.wait(DEADLINE_SECONDS), INTERRUPTED)
+        self.assertEqual(self.files_below("/old"), files)
+        self.assertLessEqual(self.files_below("/new").items(), files.items())
 
     def test_an_ignored_sigint_stays_ignored(self):
         process = self.start("put", "-", "/f", stdin=subprocess.PIPE, stderr=subprocess.PIPE,
@@ -1174,6 +1317,17 @@ class Progress(Case):
         self.assertRegex(text, r"\[#+ *\] [\d.]+ [KM]iB of 4\.0 MiB, [\d.]+ [KM]iB/s")
         self.assertRegex(text, r"\d:\d\d left")
         self.assertTrue(text.endswith("\r\x1b[K"), repr(text[-80:]))
+
+    def test_a_tree_draws_a_bar_though_no_byte_travels(self):
+        self.make_store_tree()
+        master, slave = pty.openpty()
+        self.addCleanup(os.close, master)
+        process, other = self.start_waiting("cp", "-r", "/old", "/new", stderr=slave)
+        os.close(slave)
+        time.sleep(0.6)  # the bar is due after half a second
+        other.execute("ROLLBACK")
+        self.assertEqual(process.wait(DEADLINE_SECONDS), DONE)
+        self.assertRegex(os.read(master, 10000).decode(), r"\[#* *\] [\d.]+ K?i?B of 128\.0 KiB")
 
     def test_cp_and_mv_show_no_bar_where_no_byte_travels(self):
         self.environment["VX_CLOUD_PART_SIZE_OVERRIDE"] = str(1 << 21)

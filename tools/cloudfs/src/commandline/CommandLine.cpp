@@ -315,15 +315,17 @@ void CommandLine::Grammar::defineRmdir() {
 }
 
 void CommandLine::Grammar::defineMoving() {
-    const auto addOperands = [](CLI::App& app, auto& request) {
-        app.add_flag("--replace", request.mayReplace, "Replace an existing file");
-        app.add_option("A", request.source, "The file in the store")->required();
+    const auto addOperands = [](CLI::App& app, auto& request, const std::string& recursion) {
+        app.add_flag("-r", request.isRecursive, recursion);
+        app.add_flag("--replace", request.mayReplace, "Replace existing files");
+        app.add_option("A", request.source, "The file or folder in the store")->required();
         app.add_option("B", request.destination, "Its new path, or the folder to put it into")->required();
     };
-    const auto mv = define(commands::mv, "mv", "Move a file", "cloudfs mv /draft.txt /notes/");
-    addOperands(mv.app, mv.request);
+    const auto mv = define(commands::mv, "mv", "Move a file: store it at its new path, then remove it at the old one",
+                           "cloudfs mv /draft.txt /notes/");
+    addOperands(mv.app, mv.request, "Move a folder with all it holds");
     const auto cp = define(commands::cp, "cp", "Copy a file", "cloudfs cp --replace /notes/a.txt /notes/b.txt");
-    addOperands(cp.app, cp.request);
+    addOperands(cp.app, cp.request, "Copy a folder with all it holds");
 }
 
 void CommandLine::Grammar::defineUploads() {

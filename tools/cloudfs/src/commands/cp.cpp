@@ -6,8 +6,9 @@
 namespace cloudfs::commands {
 
 void cp(const Session& session, const CpRequest& request) {
-    transfer(session, {StorePath(request.source), StorePath(request.destination), request.mayReplace},
-             "is a folder; only files are copied", &IProvider::copyFile);
+    transfer(session,
+             {StorePath(request.source), StorePath(request.destination), request.mayReplace, request.isRecursive},
+             Source::Kept, "cp");
 }
 
 }  // namespace cloudfs::commands

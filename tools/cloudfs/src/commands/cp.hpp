@@ -12,9 +12,11 @@ struct CpRequest {
     std::string source;
     std::string destination;
     bool mayReplace = false;
+    bool isRecursive = false;
 };
 
-/// Copy a file, into the destination if that is a folder. Errors: see main.cpp.
+/// Copy a file or, if the request is recursive, a folder, into the destination if that is a folder. Errors: see
+/// main.cpp.
 void cp(const Session& session, const CpRequest& request);
 
 }  // namespace cloudfs::commands

@@ -6,8 +6,9 @@
 namespace cloudfs::commands {
 
 void mv(const Session& session, const MvRequest& request) {
-    transfer(session, {StorePath(request.source), StorePath(request.destination), request.mayReplace},
-             "is a folder; folders cannot be moved", &IProvider::moveFile);
+    transfer(session,
+             {StorePath(request.source), StorePath(request.destination), request.mayReplace, request.isRecursive},
+             Source::Removed, "mv");
 }
 
 }  // namespace cloudfs::commands

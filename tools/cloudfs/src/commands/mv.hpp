@@ -12,9 +12,12 @@ struct MvRequest {
     std::string source;
     std::string destination;
     bool mayReplace = false;
+    bool isRecursive = false;
 };
 
-/// Move a file, into the destination if that is a folder. Errors: see main.cpp.
+/// Move a file or, if the request is recursive, a folder, into the destination if that is a folder. It is stored there
+/// before it is removed: whatever ends it, each file is whole at one of its places or at both. Errors: see
+/// main.cpp.
 void mv(const Session& session, const MvRequest& request);
 
 }  // namespace cloudfs::commands

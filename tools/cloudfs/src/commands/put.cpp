@@ -28,17 +28,6 @@ struct Found {
     std::vector<LocalEntry> entries{};    // of a folder
 };
 
-// The folder that a copied folder becomes: a new one below an existing one, as with files. A local name such
-// as "." has no name to give; its contents are put into the folder itself.
-StorePath folderPlaceFor(const IProvider& provider, const StorePath& path, const std::string& name) {
-    const bool goesInto = !name.empty() && (path.meansFolder() || provider.folderExists(path.iri()));
-    auto place = goesInto ? path.child(name) : path;
-    if (!place.isRoot() && provider.fileExists(place.iri())) {
-        throw Failure(ErrorCode::AlreadyExists, place.text(), "is a file");
-    }
-    return place;
-}
-
 Found find(const Session& session, const PutRequest& request, const std::string& local, const StorePath& path,
            FileTransfers& transfers) {
     if (local != kStandardStream) {

@@ -4,25 +4,25 @@
 #include "store/Session.hpp"
 #include "store/StorePath.hpp"
 
-#include <foundation/storage/provider/ReplacementPolicy.hpp>
+#include <string>
 
 namespace cloudfs::commands {
 
-/// A file to move or copy, where to, and whether it may replace one there.
+/// What becomes of the source when it is stored at the destination.
+enum class Source { Kept, Removed };
+
+/// A file or folder to copy or move, where to, whether it may replace files there, and whether folders are meant, too.
 struct TransferRequest {
     StorePath from;
     StorePath to;
     bool mayReplace = false;
+    bool isRecursive = false;
 };
 
-/// IProvider's moveFile or copyFile.
-using TransferOperation = void (IProvider::*)(const foundation::storage::provider::StorageIRI& source,
-                                              const foundation::storage::provider::StorageIRI& destination,
-                                              const foundation::storage::provider::ReplacementPolicy& policy) const;
-
-/// Move or copy a file, into the destination if that is a folder. Errors: see main.cpp; a Failure with refusalOfFolders
-/// when the source is a folder.
-void transfer(const Session& session, const TransferRequest& request, const char* refusalOfFolders,
-              TransferOperation operation);
+/// Copy or move a file or folder, into the destination if that is a folder. A source is removed when everything is
+/// stored, and only what was copied of it. Errors: see main.cpp.
+///
+/// Values   command: how messages call it.
+void transfer(const Session& session, const TransferRequest& request, Source source, const std::string& command);
 
 }  // namespace cloudfs::commands

@@ -61,6 +61,11 @@ StorePath StorePath::parent() const {
     return result;
 }
 
+bool StorePath::contains(const StorePath& other) const {
+    const auto beginning = isRoot() ? m_text : m_text + "/";
+    return (other.m_text + "/").compare(0, beginning.size(), beginning) == 0;
+}
+
 StorePath StorePath::child(std::string_view name) const {
     StorePath result;
     result.m_text = isRoot() ? "/" : m_text + "/";

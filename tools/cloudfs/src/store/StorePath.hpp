@@ -30,6 +30,9 @@ public:
     /// Whether only a folder can be meant: the root, and what was written with a "/" or "/." at its end.
     bool meansFolder() const noexcept { return m_meansFolder; }
 
+    /// Whether the other path is this one, or lies below it.
+    bool contains(const StorePath& other) const;
+
     /// The path of what lies below, by its name relative to this one, which is taken as it is.
     StorePath child(std::string_view name) const;
 

@@ -59,4 +59,13 @@ StorePath placeFor(const IProvider& provider, const StorePath& path, const std::
     return place;
 }
 
+StorePath folderPlaceFor(const IProvider& provider, const StorePath& path, const std::string& name) {
+    const bool goesInto = !name.empty() && (path.meansFolder() || provider.folderExists(path.iri()));
+    auto place = goesInto ? path.child(name) : path;
+    if (!place.isRoot() && provider.fileExists(place.iri())) {
+        throw Failure(ErrorCode::AlreadyExists, place.text(), "is a file");
+    }
+    return place;
+}
+
 }  // namespace cloudfs

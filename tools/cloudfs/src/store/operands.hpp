@@ -36,4 +36,9 @@ void failUnlessNameable(const StorePath& path, const std::string& name);
 /// to path itself. name is the file's own one. Errors: UsageError when it has none but needs one, Exception.
 StorePath placeFor(const IProvider& provider, const StorePath& path, const std::string& name);
 
+/// The folder that a folder copied or moved to path becomes: one of its name in an existing folder, or where only a
+/// folder can be meant; else path itself. One without a name gives its content to path itself. Errors: Failure where
+/// there is a file, Exception.
+StorePath folderPlaceFor(const IProvider& provider, const StorePath& path, const std::string& name);
+
 }  // namespace cloudfs

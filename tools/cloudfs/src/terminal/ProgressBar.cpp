@@ -85,12 +85,20 @@ void ProgressBar::finishFile() {
 }
 
 void ProgressBar::announceStoring() {
+    announce(", storing...");
+}
+
+void ProgressBar::announceRemoval() {
+    announce(", removing the source...");
+}
+
+void ProgressBar::announce(std::string_view remark) {
     const std::lock_guard lock(m_mutex);
     if (m_files != 1) {
         return;
     }
     if (m_isVisible || (m_isWanted && m_done >= kNoticeableSize)) {
-        draw(", storing...");
+        draw(remark);
     }
 }
 

@@ -38,10 +38,14 @@ public:
     /// nothing is said.
     void announceStoring();
 
+    /// Say that what was copied is being removed.
+    void announceRemoval();
+
 private:
     using Clock = std::chrono::steady_clock;
 
     void drawIfDue();
+    void announce(std::string_view remark);
     void draw(std::string_view remark);
 
     const std::optional<std::uint64_t> m_total;
