@@ -229,7 +229,7 @@ class Usage(Case):
         self.assertIn("\nCommands:\n", overview)
         self.assertNotIn("{", overview.split("--trace")[1])
         for command in ["ls", "stat", "cat", "put", "get", "append", "write", "touch", "mkdir", "rm", "rmdir", "mv",
-                        "cp", "uploads", "verify", "compact", "upgrade"]:
+                        "cp", "sync", "uploads", "verify", "compact", "upgrade"]:
             with self.subTest(command=command):
                 self.assertIn(f"\n  {command} ", overview)
                 self.assertRegex(self.ok(command, "--help").decode(), rf"Example: .*cloudfs {command} ")
@@ -632,6 +632,103 @@ class Get(Case):
         self.assertEqual(os.listdir(outside), [])
 
 
+class Sync(Case):
+    """Each file in both places, or as --delete and its guards leave them."""
+
+    def tree(self, folder):
+        root = os.path.join(self.work, folder)
+        return {os.path.relpath(os.path.join(at, name), root): self.read_local(os.path.join(at, name))
+                for at, _, names in os.walk(root) for name in names}
+
+    def stored(self, folder="/t"):
+        return {name: self.ok("cat", f"{folder}/{name}") for name in self.names(folder, "-R", "--files")}
+
+    def planned(self, *arguments):
+        return self.ok("sync", "--dry-run", *arguments).decode().splitlines()
+
+    def age(self, name, seconds):
+        path = os.path.join(self.work, name)
+        os.utime(path, (time.time() + seconds, time.time() + seconds))
+
+    def test_only_what_changed_is_copied_both_ways(self):
+        for name in ["a", "b/c", "b/d"]:
+            self.local("t/" + name, name.encode())
+        os.mkdir(os.path.join(self.work, "t/empty"))
+        for policy in ["markers", "implicit"]:
+            with self.subTest(policy=policy):
+                self.ok("--folder-policy", policy, "sync", "t", "store:/t")
+                self.assertEqual(self.stored(), self.tree("t"))
+                self.assertEqual(self.planned("--folder-policy", policy, "t", "store:/t", "--delete"), [])
+                self.ok("sync", "store:/t", "back")
+                self.assertEqual(self.tree("back"), self.tree("t"))
+                self.assertEqual(self.planned("store:/t", "back"), [])
+                shutil.rmtree(os.path.join(self.work, "back"))
+        self.assertIn("empty/", self.names("/t"))
+        self.ok("sync", "store:/t", "back")
+        self.local("t/a", b"A")  # as long as before
+        self.local("t/b/c", b"longer")
+        self.age("t/b/c", -3600)  # but older
+        self.age("t/b/d", +3600)  # touched
+        self.assertEqual(self.planned("t", "store:/t"), ["put store:/t/a", "put store:/t/b/c", "put store:/t/b/d"])
+        self.assertEqual(self.planned("--checksum", "t", "store:/t"), ["put store:/t/b/c", "put store:/t/a"])
+        self.age("t/b/d", -3600)
+        self.ok("sync", "t", "store:/t")
+        self.assertEqual(self.stored(), self.tree("t"))
+        self.assertEqual(self.planned("store:/t", "back"), ["get back/a", "get back/b/c"])
+        self.ok("sync", "store:/t", "back")
+        self.assertEqual(self.tree("back"), self.tree("t"))
+
+    def test_what_is_only_there_is_removed_when_told_and_when_all_else_is_well(self):
+        for name in ["kept", "gone", "folder/gone", "deep/er/gone", "x.log", "logs/kept"]:
+            self.ok("put", "-", "/t/" + name, data=b"x")
+        everything = self.stored()
+        self.local("t/kept", b"x")
+        os.mkfifo(os.path.join(self.work, "t/fifo"))
+        arguments = ["sync", "--delete", "--exclude", "*.log", "--exclude", "/logs/", "t", "store:/t"]
+        result = self.run_tool(*arguments)
+        self.assertEqual((result.returncode, self.stored()), (FAILED, everything))
+        self.assertIn("nothing is removed after a failure", result.stderr.decode())
+        os.remove(os.path.join(self.work, "t/fifo"))
+        os.symlink("kept", os.path.join(self.work, "t/gone"))
+        self.assertEqual(self.run_tool(*arguments).returncode, DONE)
+        self.assertEqual(self.names("/t", "-R"), ["gone", "kept", "logs/", "logs/kept", "x.log"])
+        os.remove(os.path.join(self.work, "t/gone"))
+        os.remove(os.path.join(self.work, "t/kept"))
+        self.fails("Unsupported", "t", "sync", "--delete", "t", "store:/t", mentions="--force")
+        self.fails("NotFound", "absent", "sync", "--delete", "--force", "absent", "store:/t")
+        self.fails("NotFound", "/absent", "sync", "--delete", "--force", "store:/absent", "t")
+        self.assertEqual(len(self.stored()), 4)
+        self.ok("sync", "--delete", "--force", "t", "store:/t")
+        self.assertEqual(self.names("/", "-R", "--files"), [])
+
+    def test_nothing_local_is_removed_through_a_link_or_after_it_changed(self):
+        self.local("outside/kept", b"x")
+        self.local("t/sub/gone", b"x")
+        os.symlink("../outside", os.path.join(self.work, "t/link"))
+        self.ok("put", "-", "/t/new", data=b"new")
+        self.assertEqual(self.run_tool("sync", "--delete", "store:/t", "t").returncode, DONE)
+        self.assertEqual(sorted(os.listdir(os.path.join(self.work, "t"))), ["link", "new"])
+        self.assertEqual(os.listdir(os.path.join(self.work, "outside")), ["kept"])
+        self.ok("put", "-", "/t/link/evil", data=b"evil")
+        result = self.run_tool("sync", "store:/t", "t")
+        self.assertEqual(result.returncode, FAILED)
+        self.assertEqual(os.listdir(os.path.join(self.work, "outside")), ["kept"])
+
+    def test_names_that_cannot_be_local_are_refused_and_listed(self):
+        self.make_old_store({"t/../../evil": b"evil", "t/a": b"file", "t/a/b": b"b", "t/good": b"good"})
+        self.ok("upgrade")
+        result = self.run_tool("sync", "store:/t", "t")
+        self.assertEqual(result.returncode, FAILED)
+        self.assertRegex(result.stderr.decode(), "store:/t/a: a folder has the same name\n(.*\n)*"
+                         "InvalidLocation: store:/t/../../evil: cannot be a local path\n")
+        self.assertEqual(self.tree("t"), {"good": b"good", "a/b": b"b"})
+        self.assertFalse(os.path.exists(os.path.join(self.folder, "evil")))
+
+    def test_wrong_operands_end_with_2(self):
+        for operands in [["a", "b"], ["store:/a", "store:/b"], ["store:a", "b"]]:
+            self.misused("sync", *operands)
+
+
 class Append(Case):
     def test_bytes_are_added_at_the_end(self):
         expected = b""
@@ -800,7 +897,7 @@ class Mv(Case):
                 self.ok("mv", "-r", "/new", "/into/")
                 self.assertEqual(self.names(), ["into/"])
                 self.assertEqual(self.files_below("/into/new"), files)
-                self.ok("rm", "-r", "/")
+                self.ok("rm", "-r", "--force", "/")
 
     def test_a_tree_is_removed_when_all_of_it_is_stored(self):
         files = self.make_store_tree()

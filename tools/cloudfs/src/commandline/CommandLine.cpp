@@ -14,6 +14,7 @@
 #include "commands/rm.hpp"
 #include "commands/rmdir.hpp"
 #include "commands/stat.hpp"
+#include "commands/sync.hpp"
 #include "commands/touch.hpp"
 #include "commands/upgrade.hpp"
 #include "commands/uploads.hpp"
@@ -69,6 +70,13 @@ void addTransferOptions(CLI::App& app, Request& request) {
     app.add_flag("--dry-run", request.isDryRun, kDryRunHelp);
 }
 
+template <typename Request>
+void addLinksOption(CLI::App& app, Request& request) {
+    app.add_option("--links", request.links, "What to do about symbolic links in folders: skip, follow or error")
+        ->transform(CLI::CheckedTransformer(kLinks).description(""))
+        ->type_name("WHAT");
+}
+
 }  // namespace
 
 // What the arguments may be, and what they ask for. Each command's request is filled in by the parser.
@@ -101,6 +109,7 @@ private:
     void defineCat();
     void defineGet();
     void definePut();
+    void defineSync();
     void defineAppend();
     void defineWrite();
     void defineTouch();
@@ -138,6 +147,7 @@ CommandLine::Grammar::Grammar() : m_app("Work with the files of an object store"
     defineCat();
     defineGet();
     definePut();
+    defineSync();
     defineAppend();
     defineWrite();
     defineTouch();
@@ -257,13 +267,29 @@ void CommandLine::Grammar::definePut() {
                                  "cloudfs put -r photos /");
     put.add_flag("-r", request.isRecursive, "Copy folders with all they hold");
     addTransferOptions(put, request);
-    put.add_option("--links", request.links, "What to do about symbolic links in folders: skip, follow or error")
-        ->transform(CLI::Transformer(kLinks))
-        ->type_name("WHAT");
+    addLinksOption(put, request);
     put.add_option("LOCAL", request.operands, "Local files, or - for standard input; last, the path in the store")
         ->option_text("LOCAL... PATH")
         ->required()
         ->expected(2, kManyOperands);
+}
+
+void CommandLine::Grammar::defineSync() {
+    auto [sync, request] =
+        define(commands::sync, "sync", "Make a folder hold what another one holds; only what has changed is copied",
+               "cloudfs sync --delete photos store:/photos");
+    sync.add_flag("--delete", request.deletes, "Remove what only B has, when all else has succeeded");
+    sync.add_flag("--force", request.isForced, "Allow an empty A to remove everything in B");
+    sync.add_flag("--checksum", request.comparesBytes, "Compare bytes instead of times; B is read for it");
+    sync.add_option("--exclude", request.excluded,
+                    "Leave out what has such a name, or such a path when it has a /; may be repeated")
+        ->type_name("PATTERN")
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    addTransferOptions(sync, request);
+    addLinksOption(sync, request);
+    sync.add_option("A", request.from, "A local folder, or a folder of the store such as store:/photos")->required();
+    sync.add_option("B", request.to, "The other one")->required();
 }
 
 void CommandLine::Grammar::defineAppend() {

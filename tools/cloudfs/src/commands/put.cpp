@@ -37,7 +37,8 @@ Found find(const Session& session, const PutRequest& request, const std::string&
                 throw Failure(ErrorCode::InvalidLocation, local, "is a folder; put -r copies folders");
             }
             const auto onFailure = [&](std::exception_ptr failure) { transfers.addFailure(std::move(failure)); };
-            return {local, nullptr, scanLocalFolder(local, filesOf(session), request.links, onFailure)};
+            const ScanOptions options{.links = request.links, .onFailure = onFailure};
+            return {local, nullptr, scanLocalFolder(local, filesOf(session), options).entries};
         }
     }
     failIfStore(session, local);

@@ -53,8 +53,8 @@ std::vector<std::string> sortedNames(const std::string& folder) {
 
 class Scan {
 public:
-    Scan(const LocalStoreFiles& storeFiles, Links links, const std::function<void(std::exception_ptr)>& onFailure)
-        : m_storeFiles(storeFiles), m_links(links), m_onFailure(onFailure) {}
+    Scan(const LocalStoreFiles& storeFiles, const ScanOptions& options)
+        : m_storeFiles(storeFiles), m_options(options) {}
 
     // prefix is what the names of entries begin with: empty, or ending in "/".
     void enter(const std::string& folder, const std::string& prefix) {
@@ -69,33 +69,38 @@ public:
             try {
                 add(folder.back() == '/' ? folder + name : folder + "/" + name, prefix + name);
             } catch (const Failure&) {
-                m_onFailure(std::current_exception());
+                m_options.onFailure(std::current_exception());
             }
         }
         m_open.pop_back();
     }
 
-    std::vector<LocalEntry> takeEntries() { return std::move(m_entries); }
+    LocalScan take() { return std::move(m_scan); }
 
 private:
     using Identity = std::pair<dev_t, ino_t>;
 
     void add(const std::string& path, const std::string& name) {
         foundation::utInterruptState::ThrowIfInterruptPending();
+        if (m_options.isExcluded && m_options.isExcluded(name)) {
+            return;
+        }
         if (m_storeFiles.contain(path)) {
             std::cerr << escapeText(path) << ": skipped, it is the store itself\n";
+            m_scan.leftOut.push_back(name);
             return;
         }
         failUnlessUtf8(path);
-        if (m_links != Links::Follow && isLink(path)) {
+        if (m_options.links != Links::Follow && isLink(path)) {
             leaveOut(path);
+            m_scan.leftOut.push_back(name);
             return;
         }
         const auto status = statusOf(path);
         if (S_ISREG(status.st_mode)) {
-            m_entries.push_back({path, name, false, static_cast<std::uint64_t>(status.st_size), status.st_mtim});
+            m_scan.entries.push_back({path, name, false, static_cast<std::uint64_t>(status.st_size), status.st_mtim});
         } else if (S_ISDIR(status.st_mode)) {
-            m_entries.push_back({path, name, true});
+            m_scan.entries.push_back({path, name, true});
             enter(path, name + "/");
         } else {
             throw Failure(ErrorCode::Unsupported, path, "neither a file nor a folder");
@@ -103,16 +108,15 @@ private:
     }
 
     void leaveOut(const std::string& path) const {
-        if (m_links == Links::Fail) {
+        if (m_options.links == Links::Fail) {
             throw Failure(ErrorCode::Unsupported, path, "is a symbolic link");
         }
         std::cerr << escapeText(path) << ": skipped, it is a symbolic link (see --links)\n";
     }
 
     const LocalStoreFiles& m_storeFiles;
-    const Links m_links;
-    const std::function<void(std::exception_ptr)>& m_onFailure;
-    std::vector<LocalEntry> m_entries;
+    const ScanOptions& m_options;
+    LocalScan m_scan;
     std::vector<Identity> m_open;  // the folders being scanned, outermost first
 };
 
@@ -122,11 +126,10 @@ bool isLocalFolder(const std::string& path) {
     return S_ISDIR(statusOf(path).st_mode);
 }
 
-std::vector<LocalEntry> scanLocalFolder(const std::string& path, const LocalStoreFiles& storeFiles, Links links,
-                                        const std::function<void(std::exception_ptr)>& onFailure) {
-    Scan scan(storeFiles, links, onFailure);
+LocalScan scanLocalFolder(const std::string& path, const LocalStoreFiles& storeFiles, const ScanOptions& options) {
+    Scan scan(storeFiles, options);
     scan.enter(path, "");
-    return scan.takeEntries();
+    return scan.take();
 }
 
 }  // namespace cloudfs
