@@ -1,0 +1,137 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "fileWork.hpp"
+
+#include "harness.hpp"
+#include "workload.hpp"
+
+#include <foundation/services/Text.hpp>
+#include <storage/cloudprovider/openSequentialWriter.hpp>
+
+#include <fcntl.h>
+#include <unistd.h>
+#include <boost/filesystem/operations.hpp>
+
+#include <algorithm>
+#include <atomic>
+#include <fstream>
+#include <future>
+#include <utility>
+#include <vector>
+
+namespace bench {
+
+namespace provider = foundation::storage::provider;
+namespace cloud = storage::cloudprovider;
+using provider::StorageIRI;
+
+namespace {
+
+constexpr std::size_t kBufferSize = 256 * 1024;  // of cloudfs
+constexpr std::uint64_t kReadSize = 4 * kKiB;
+
+}  // namespace
+
+std::shared_ptr<provider::IProvider> makeToolProvider(std::shared_ptr<cloud::CloudClient> client,
+                                                      std::uint32_t threads) {
+    cloud::ProviderOptions options;
+    options.transferThreads = threads;
+    options.readAheadParts = threads;
+    options.lightBuffers = true;
+    options.copyInStore = true;
+    options.moveOrder = cloud::MoveOrder::StoreDestinationFirst;
+    return makeProvider(std::move(client), options);
+}
+
+void upload(const provider::IProvider& store, const std::string& local, const std::string& path) {
+    std::ifstream source(local, std::ios::binary);
+    require(source.is_open(), "cannot read " + local);
+    const auto stream = cloud::openSequentialWriter(store, StorageIRI::fromUtf8(path));
+    std::vector<char> buffer(kBufferSize);
+    while (source.read(buffer.data(), static_cast<std::streamsize>(buffer.size())), source.gcount() > 0) {
+        require(stream->write(buffer.data(), source.gcount()) == source.gcount(), "a write took less");
+    }
+    stream->close();
+}
+
+void download(const provider::IProvider& store, const std::string& path, const std::string& local) {
+    std::ofstream target(local, std::ios::binary);
+    const auto stream = store.openReadOnlyStream(StorageIRI::fromUtf8(path));
+    std::vector<char> buffer(kBufferSize);
+    for (;;) {
+        const auto count = stream->read(buffer.data(), static_cast<std::int64_t>(buffer.size()));
+        if (count < 0) {
+            break;
+        }
+        target.write(buffer.data(), count);
+    }
+    stream->close();
+    target.close();
+    require(!target.fail(), "cannot write " + local);
+}
+
+void forEach(std::uint32_t threads, std::size_t count, const std::function<void(std::size_t)>& call) {
+    std::atomic<std::size_t> next{0};
+    std::vector<std::future<void>> workers;
+    for (std::uint32_t i = 0; i < threads; ++i) {
+        workers.push_back(std::async(std::launch::async, [&] {
+            try {
+                for (auto at = next++; at < count; at = next++) {
+                    call(at);
+                }
+            } catch (...) {
+                next = count;
+                throw;
+            }
+        }));
+    }
+    for (auto& worker : workers) {
+        worker.get();
+    }
+}
+
+void uploadFolder(const provider::IProvider& store, std::uint32_t threads, const std::string& local,
+                  const std::string& path) {
+    std::vector<std::string> names;
+    for (const auto& entry : boost::filesystem::directory_iterator(local)) {
+        names.push_back(entry.path().filename().native());
+    }
+    forEach(threads, names.size(),
+            [&](std::size_t at) { upload(store, local + '/' + names[at], path + '/' + names[at]); });
+}
+
+void downloadFolder(const provider::IProvider& store, std::uint32_t threads, const std::string& path,
+                    const std::string& local) {
+    std::vector<std::string> names;
+    const auto entries = store.listFiles(StorageIRI::fromUtf8(path));
+    while (entries->hasNext()) {
+        entries->next();
+        names.push_back(foundation::toUtf8Lossy(entries->get().getName()));
+    }
+    boost::filesystem::create_directories(local);
+    forEach(threads, names.size(),
+            [&](std::size_t at) { download(store, path + '/' + names[at], local + '/' + names[at]); });
+}
+
+void readRandomly(const provider::IProvider& store, const std::string& path) {
+    const auto stream = store.openReadOnlyStream(StorageIRI::fromUtf8(path));
+    const auto size = store.getFileAttributes(StorageIRI::fromUtf8(path)).getSize();
+    require(size.has_value(), path + " has no size");
+    for (const auto place : choosePlaces(*size, kReadSize)) {
+        stream->seek(static_cast<std::int64_t>(place), std::ios_base::beg);
+        require(stream->read(callBuffer(), kReadSize) == kReadSize, "a read came back short");
+    }
+    stream->close();
+}
+
+void readLocalRandomly(const std::string& local) {
+    const auto size = boost::filesystem::file_size(local);
+    const int descriptor = ::open(local.c_str(), O_RDONLY | O_CLOEXEC);
+    require(descriptor >= 0, "cannot read " + local);
+    for (const auto place : choosePlaces(size, kReadSize)) {
+        const auto count = ::pread(descriptor, callBuffer(), kReadSize, static_cast<off_t>(place));
+        require(count == static_cast<ssize_t>(kReadSize), "a read came back short");
+    }
+    ::close(descriptor);
+}
+
+}  // namespace bench
