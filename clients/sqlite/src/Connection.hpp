@@ -45,6 +45,12 @@ enum class Access {
     ReadImmutable  ///< reads it as if there were no log
 };
 
+/// When what a transaction changes survives a loss of power; the end of a process it survives from its commit on.
+enum class Durability {
+    AtOnce,  ///< from its commit on, and so does all that was committed before, by whomever
+    Later    ///< from the next commit AtOnce, or move of the log, on; until then it may be lost, but never in part
+};
+
 /// One connection to a store's file with its prepared statements.
 ///
 /// Errors   SQLite::Exception, here and wherever a connection is used.
@@ -73,6 +79,9 @@ public:
     /// Whether closing leaves the write-ahead log as it is.
     void setKeepsLog(bool isKept);
 
+    /// Say how durable the transactions are that begin from now on; at first they are so at once. None may be open.
+    void setDurability(Durability durability);
+
     /// Whether no transaction is open.
     bool isIdle() const noexcept;
 
@@ -87,13 +96,22 @@ public:
         return Query(statement);
     }
 
+    /// Run a statement to its end. Result: whether it changed any row.
+    template <class... Values>
+    bool change(const char* sql, const Values&... values) {
+        query(sql, values...).run();
+        return hasChanged();
+    }
+
 private:
     SQLite::Statement& prepare(const char* sql);
+    bool hasChanged() const noexcept;
     static void bind(SQLite::Statement& statement, int index, std::int64_t value);
     static void bind(SQLite::Statement& statement, int index, std::string_view value);
 
     const Access m_access;
     std::chrono::milliseconds m_busyTimeout;
+    Durability m_durability = Durability::AtOnce;
     SQLite::Database m_database;
     std::map<std::string_view, SQLite::Statement> m_statements;
 };

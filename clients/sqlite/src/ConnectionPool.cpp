@@ -7,7 +7,7 @@ namespace storage::cloudprovider::sqlite {
 
 namespace {
 
-// Each idle connection may hold a page cache of 2 MB (SQLite's default).
+// Each idle connection may hold a page cache, which Connection keeps small.
 constexpr std::size_t kMostIdle = 8;
 
 }  // namespace

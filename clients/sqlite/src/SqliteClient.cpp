@@ -3,6 +3,7 @@
 
 #include "ConnectionPool.hpp"
 #include "DiskReserve.hpp"
+#include "WriteQueue.hpp"
 #include "contents.hpp"
 #include "errors.hpp"
 #include "listing.hpp"
@@ -14,7 +15,13 @@
 #include <SQLiteCpp/Transaction.h>
 #include <storage/cloudprovider/CloudException.hpp>
 
+#include <algorithm>
+#include <chrono>
+#include <istream>
+#include <optional>
 #include <ostream>
+#include <thread>
+#include <type_traits>
 #include <utility>
 
 namespace storage::cloudprovider {
@@ -22,8 +29,15 @@ namespace storage::cloudprovider {
 using foundation::storage::provider::ExceptionContext;
 using sqlite::Connection;
 using sqlite::ConnectionPool;
+using sqlite::Durability;
 
 namespace {
+
+// An object that shares its commit with others is held in memory meanwhile; for a larger one the wait for the disk is
+// little beside its bytes.
+constexpr std::uint64_t kMostShared = std::uint64_t{256} * 1024;
+
+constexpr std::chrono::milliseconds kLongestPause{100};
 
 void requireKey(const std::string& key) {
     if (key.empty()) {
@@ -40,6 +54,7 @@ public:
     Implementation(std::string file, const SqliteOptions& options)
         : m_file(std::move(file)),
           m_pool(options.BusyTimeout, open(options)),
+          m_writers(m_pool, options.BusyTimeout),
           m_reserve(m_pool.isReadOnly() ? std::string() : m_pool.file()) {
         if (!m_pool.isReadOnly()) {
             tidy(options.BusyTimeout);
@@ -60,20 +75,33 @@ public:
         });
     }
 
-    /// Run an action that changes the store; when it returns, its changes are durable, when it throws, there
-    /// are none.
+    /// Run an action that changes the store, on the caller's thread; when it returns, its changes are durable, when it
+    /// throws, there are none.
     template <class Action>
     auto write(const char* step, const std::string& key, const Action& action) {
-        return translate(step, key, [&] { return change(action); });
+        return translate(step, key, [&] { return change(action, {}); });
     }
 
-    /// The same for an action that removes something. On a full disk it has the room that is kept for it; where room is
-    /// short, what it leaves free is given back to the disk.
+    /// The same for an action of an upload: a loss of power may take its changes back until the upload is completed.
     template <class Action>
-    void remove(const char* step, const std::string& key, const Action& action) {
+    auto prepare(const char* step, const std::string& key, const Action& action) {
+        return translate(step, key, [&] { return change(action, {Durability::Later, std::nullopt}); });
+    }
+
+    /// As write, for an action that writes not much more than size bytes, and may run on any thread.
+    template <class Action>
+    auto writeShared(const char* step, const std::string& key, std::uint64_t size, const Action& action) {
+        return translate(step, key, [&] { return change(action, {Durability::AtOnce, size}); });
+    }
+
+    /// As write, for an action that removes something. On a full disk it has the room that is kept for it; where room
+    /// is short, what it leaves free is given back to the disk.
+    template <class Action>
+    void remove(const char* step, const std::string& key, const Action& action,
+                Durability durability = Durability::AtOnce) {
         translate(step, key, [&] {
             try {
-                change(action);
+                change(action, {durability, std::nullopt});
             } catch (const SQLite::Exception& error) {
                 if (!sqlite::isDiskFull(error)) {
                     throw;
@@ -81,7 +109,7 @@ public:
                 m_reserve.giveUp();
                 sqlite::moveLog(*m_pool.lease());
                 try {
-                    change(action);
+                    change(action, {durability, std::nullopt});
                 } catch (...) {
                     m_reserve.restore();
                     throw;
@@ -93,26 +121,54 @@ public:
         }
     }
 
-    /// Drop the uploads without activity for a day, each by itself, so that other writers get in between.
+    /// Remove the uploads without activity for a day, and those that were given up.
     void dropAbandonedUploads(const char* step, const std::string& key) {
-        while (read(step, key, sqlite::hasAbandonedUploads)) {
-            write(step, key, sqlite::dropAbandonedUpload);
+        using Clock = std::chrono::steady_clock;
+        bool isLeft = read(step, key, sqlite::hasAbandonedUploads);
+        while (isLeft) {
+            const auto start = Clock::now();
+            remove(
+                step, key, [&](Connection& connection) { isLeft = sqlite::dropAbandonedUpload(connection); },
+                Durability::Later);
+            if (isLeft) {
+                // Processes that wait for their turn look now and then only (sqlite.org/c3ref/busy_timeout.html), so
+                // none would come between if the store were not free for as long as it was not.
+                std::this_thread::sleep_for(std::min<Clock::duration>(Clock::now() - start, kLongestPause));
+            }
         }
     }
 
+    /// The same where that is not what was asked for: whoever comes next goes on when it fails.
+    void tryToDropAbandonedUploads(const char* step, const std::string& key) {
+        try {
+            dropAbandonedUploads(step, key);
+        } catch (const ResourceInUseException&) {
+        } catch (const UnknownErrorException&) {
+            // Damage among the uploads is no reason not to read the objects.
+        }
+    }
+
+    /// Read the bytes of an object that can be held in memory.
+    std::string readBytes(const char* step, const std::string& key, std::istream& data, std::uint64_t size) {
+        return translate(step, key, [&] { return sqlite::readBytes(data, size); });
+    }
+
 private:
+    struct Terms {
+        Durability durability = Durability::AtOnce;
+        std::optional<std::uint64_t> shareableSize;
+    };
+
     template <class Action>
-    auto change(const Action& action) -> decltype(action(std::declval<Connection&>())) {
-        const ConnectionPool::Lease connection = m_pool.lease();
-        // Immediate: waiting for other writers happens here and nowhere else.
-        SQLite::Transaction transaction(connection->database(), SQLite::TransactionBehavior::IMMEDIATE);
-        if constexpr (std::is_void_v<decltype(action(*connection))>) {
-            action(*connection);
-            transaction.commit();
+    auto change(const Action& action, const Terms& terms) -> decltype(action(std::declval<Connection&>())) {
+        using Result = decltype(action(std::declval<Connection&>()));
+        if constexpr (std::is_void_v<Result>) {
+            m_writers.run({action, terms.durability, terms.shareableSize});
         } else {
-            auto result = action(*connection);
-            transaction.commit();
-            return result;
+            std::optional<Result> result;
+            m_writers.run(
+                {[&](Connection& connection) { result = action(connection); }, terms.durability, terms.shareableSize});
+            return std::move(*result);
         }
     }
 
@@ -146,17 +202,13 @@ private:
             translate("open", {}, [&] { m_pool.lease()->setBusyTimeout(timeout); });
         };
         setBusyTimeout(std::chrono::milliseconds(0));
-        try {
-            dropAbandonedUploads("open", {});
-        } catch (const ResourceInUseException&) {
-        } catch (const UnknownErrorException&) {
-            // Damage among the uploads is no reason not to read the objects.
-        }
+        tryToDropAbandonedUploads("open", {});
         setBusyTimeout(busyTimeout);
     }
 
     const std::string m_file;
     ConnectionPool m_pool;
+    sqlite::WriteQueue m_writers;
     const sqlite::DiskReserve m_reserve;
 };
 
@@ -213,13 +265,13 @@ std::vector<PartInfo> SqliteClient::getObjectParts(const std::string& key) {
 std::string SqliteClient::startMultipartUpload(const std::string& key, const std::string& /*lastTag*/) {
     requireKey(key);
     m_implementation->dropAbandonedUploads("start an upload of", key);
-    return m_implementation->write("start an upload of", key,
-                                   [&](Connection& connection) { return sqlite::startUpload(connection, key); });
+    return m_implementation->prepare("start an upload of", key,
+                                     [&](Connection& connection) { return sqlite::startUpload(connection, key); });
 }
 
 std::string SqliteClient::uploadPart(const std::string& key, const std::string& uploadId, const PartInfo& part,
                                      std::istream& data) {
-    return m_implementation->write("upload a part of", key, [&](Connection& connection) {
+    return m_implementation->prepare("upload a part of", key, [&](Connection& connection) {
         return sqlite::sendPart(connection, key, uploadId, part, data);
     });
 }
@@ -229,8 +281,13 @@ std::string SqliteClient::copyPart(const std::string& key, const std::string& up
 }
 
 void SqliteClient::abortMultipartUpload(const std::string& key, const std::string& uploadId) {
-    m_implementation->remove("abort an upload of", key,
-                             [&](Connection& connection) { sqlite::abortUpload(connection, key, uploadId); });
+    constexpr const char* kStep = "abort an upload of";
+    bool isLeft = false;
+    m_implementation->remove(kStep, key,
+                             [&](Connection& connection) { isLeft = sqlite::abortUpload(connection, key, uploadId); });
+    if (isLeft) {
+        m_implementation->tryToDropAbandonedUploads(kStep, key);
+    }
 }
 
 void SqliteClient::completeMultipartUpload(const std::string& key, const std::string& uploadId,
@@ -259,7 +316,7 @@ std::string SqliteClient::copyRange(const std::string& key, const std::string& u
 
 std::vector<PartInfo> SqliteClient::copyRun(const std::string& key, const std::string& uploadId,
                                             const std::vector<PartInfo>& run, const std::string& version) {
-    return m_implementation->write("copy a part of", key, [&](Connection& connection) {
+    return m_implementation->prepare("copy a part of", key, [&](Connection& connection) {
         return sqlite::copyStoredParts(connection, key, uploadId, run, version);
     });
 }
@@ -267,11 +324,22 @@ std::vector<PartInfo> SqliteClient::copyRun(const std::string& key, const std::s
 std::string SqliteClient::putObjectOver(const std::string& key, std::istream& data, std::uint64_t size,
                                         const ExpectedObject& expected) {
     requireKey(key);
-    return m_implementation->write("put", key, [&](Connection& connection) {
+    constexpr const char* kStep = "put";
+    const auto store = [&](Connection& connection, const auto& writeContent) {
         sqlite::requireExpected(connection, key, expected);
-        const std::int64_t content = sqlite::writeContent(connection, data, size);
+        const std::int64_t content = writeContent();
         sqlite::replaceObject(connection, key, content, size, 0);
         return sqlite::makeVersion(content);
+    };
+    if (size > kMostShared) {
+        return m_implementation->write(kStep, key, [&](Connection& connection) {
+            return store(connection, [&] { return sqlite::writeContent(connection, data, size); });
+        });
+    }
+    // Read before it waits with others, who are not to wait for data, nor to have it read on another thread.
+    const std::string bytes = m_implementation->readBytes(kStep, key, data, size);
+    return m_implementation->writeShared(kStep, key, size, [&](Connection& connection) {
+        return store(connection, [&] { return sqlite::writeContent(connection, bytes); });
     });
 }
 

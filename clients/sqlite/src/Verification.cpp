@@ -7,6 +7,7 @@
 #include "objects.hpp"
 #include "uploads.hpp"
 
+#include <SQLiteCpp/Column.h>
 #include <SQLiteCpp/Transaction.h>
 #include <sqlite3.h>
 
@@ -129,6 +130,27 @@ void Verification::readRest() {
         }
     }
     check({}, [&] { checkTables(); });
+    // Where a row is damaged, what it named seems to belong to nobody.
+    if (m_result.Damages == 0) {
+        const SQLite::Transaction transaction(m_connection.database());
+        check({}, [&] { checkOwners(); });
+    }
+}
+
+// Whether all bytes belong to something. Those of a row that was lost as a whole do not, nor what was left when a
+// damaged object was removed.
+void Verification::checkOwners() {
+    const auto requireNone = [&](const char* sql, const char* what) {
+        if (const std::int64_t count = m_connection.database().execAndGet(sql).getInt64(); count > 0) {
+            throwDamaged(std::to_string(count) + what);
+        }
+    };
+    requireNone("SELECT count(*) FROM chunks WHERE NOT EXISTS (SELECT 1 FROM slices WHERE chunk = chunks.id)",
+                " chunks of bytes belong to nothing");
+    requireNone(
+        "SELECT count(DISTINCT content) FROM slices WHERE content NOT IN"
+        " (SELECT content FROM objects UNION ALL SELECT content FROM sent_parts)",
+        " contents belong to no object and to no upload");
 }
 
 // Read the first upload behind that one. Result: its number, -1 when there is none.

@@ -27,7 +27,8 @@ public:
     /// Read all objects whose keys begin so, and see that none is lost between them.
     void readObjects(const std::string& prefix);
 
-    /// Read what was sent to uploads, and see that the tables belong together.
+    /// Read what was sent to uploads, and see that the tables belong together, and, when nothing is damaged, that
+    /// all bytes belong to something.
     void readRest();
 
     const VerificationResult& result() const { return m_result; }
@@ -40,6 +41,7 @@ private:
     void readStored(const std::string& key);
     std::int64_t readNextUpload(std::int64_t after);
     void checkTables();
+    void checkOwners();
 
     Connection& m_connection;
     const VerificationObserver& m_observer;

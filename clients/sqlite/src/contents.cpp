@@ -80,6 +80,28 @@ void readSlice(Connection& connection, const Slice& slice, std::ostream& sink) {
     }
 }
 
+// A run of the bytes that a stream is to have.
+struct Run {
+    std::uint64_t position;
+    std::uint64_t count;
+    std::uint64_t size;  // of all
+};
+
+void readInto(char* buffer, std::istream& data, const Run& run) {
+    data.read(buffer, static_cast<std::streamsize>(run.count));
+    const auto got = static_cast<std::uint64_t>(data.gcount());
+    if (got != run.count) {
+        throw StoreFailure("the data ends after " + std::to_string(run.position + got) + " of " +
+                           std::to_string(run.size) + " bytes");
+    }
+}
+
+void insertChunk(Connection& connection, std::int64_t content, std::uint64_t position, std::string_view bytes) {
+    connection.query("INSERT INTO chunks(bytes) VALUES(?)", bytes).run();
+    const std::int64_t chunk = connection.database().getLastInsertRowid();
+    insertSlice(connection, content, {position, bytes.size(), chunk, 0, sumChunk(chunk, bytes)});
+}
+
 std::int64_t getLastNumber(Connection& connection) {
     Query row = connection.query("SELECT last, sum FROM numbers");
     if (!row.next()) {
@@ -110,22 +132,28 @@ void insertSlice(Connection& connection, std::int64_t content, const Slice& slic
         .run();
 }
 
+std::string readBytes(std::istream& data, std::uint64_t size) {
+    std::string bytes(size, '\0');
+    readInto(bytes.data(), data, {0, size, size});
+    return bytes;
+}
+
 std::int64_t writeContent(Connection& connection, std::istream& data, std::uint64_t size) {
     const std::int64_t content = newNumber(connection);
     std::vector<char> buffer(std::min(size, kMaxChunkSize));
     for (std::uint64_t position = 0; position < size;) {
         const std::uint64_t count = std::min(size - position, kMaxChunkSize);
-        data.read(buffer.data(), static_cast<std::streamsize>(count));
-        const auto got = static_cast<std::uint64_t>(data.gcount());
-        if (got != count) {
-            throw StoreFailure("the data ends after " + std::to_string(position + got) + " of " + std::to_string(size) +
-                               " bytes");
-        }
-        const std::string_view bytes(buffer.data(), count);
-        connection.query("INSERT INTO chunks(bytes) VALUES(?)", bytes).run();
-        const std::int64_t chunk = connection.database().getLastInsertRowid();
-        insertSlice(connection, content, {position, count, chunk, 0, sumChunk(chunk, bytes)});
+        readInto(buffer.data(), data, {position, count, size});
+        insertChunk(connection, content, position, {buffer.data(), count});
         position += count;
+    }
+    return content;
+}
+
+std::int64_t writeContent(Connection& connection, std::string_view bytes) {
+    const std::int64_t content = newNumber(connection);
+    if (!bytes.empty()) {
+        insertChunk(connection, content, 0, bytes);
     }
     return content;
 }
@@ -153,23 +181,40 @@ void readContent(Connection& connection, std::int64_t content, std::uint64_t fir
     forEachSlice(connection, content, first, count, [&](const Slice& slice) { readSlice(connection, slice, sink); });
 }
 
-void dropContent(Connection& connection, std::int64_t content) {
+std::size_t dropSlices(Connection& connection, std::int64_t content, std::size_t most) {
+    std::size_t count = 0;
+    std::int64_t last = 0;
+    std::vector<std::int64_t> chunks;
     {
         Query rows = connection.query(
-            "SELECT position, size, chunk, start, chunk_sum, sum FROM slices WHERE content = ?", content);
-        while (rows.next()) {
+            "SELECT position, size, chunk, start, chunk_sum, sum FROM slices WHERE content = ? ORDER BY position"
+            " LIMIT ?",
+            content, toInteger(most));
+        for (; rows.next(); ++count) {
+            last = rows.getInteger(0);
             // A chunk that a damaged row names may be somebody else's.
             if (const std::optional<Slice> slice = getSlice(rows, content)) {
-                connection
-                    .query(
-                        "DELETE FROM chunks WHERE id = ?1 AND NOT EXISTS"
-                        " (SELECT 1 FROM slices WHERE chunk = ?1 AND content <> ?2)",
-                        slice->chunk, content)
-                    .run();
+                chunks.push_back(slice->chunk);
             }
         }
     }
-    connection.query("DELETE FROM slices WHERE content = ?", content).run();
+    if (count < most || !connection.change("DELETE FROM slices WHERE content = ? AND position <= ?", content, last)) {
+        // Also when damage has put the rows out of their order, so that none is found by its position.
+        connection.query("DELETE FROM slices WHERE content = ?", content).run();
+        count = std::min(count, most - 1);
+    }
+    for (const std::int64_t chunk : chunks) {
+        connection
+            .query("DELETE FROM chunks WHERE id = ?1 AND NOT EXISTS (SELECT 1 FROM slices WHERE chunk = ?1)", chunk)
+            .run();
+    }
+    return count;
+}
+
+void dropContent(Connection& connection, std::int64_t content) {
+    constexpr std::size_t kAtOnce = 1000;  // in memory
+    while (dropSlices(connection, content, kAtOnce) == kAtOnce) {
+    }
     connection.query("DELETE FROM parts WHERE content = ?", content).run();
 }
 

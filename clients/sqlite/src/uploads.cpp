@@ -19,6 +19,12 @@ namespace {
 
 constexpr std::chrono::microseconds kAbandonedAfter = std::chrono::hours(24);
 
+// The time of an upload's last part once somebody has begun to remove it.
+constexpr std::int64_t kGivenUp = 0;
+
+// Slices, and parts, that a transaction removes: of chunks, 64 MiB, which others who write wait for.
+constexpr std::size_t kMostDropped = 64;
+
 // A part as it was sent; its tag is the number of its content, which no other part ever has.
 struct SentPart {
     std::int64_t content;
@@ -70,7 +76,7 @@ std::int64_t findUpload(Connection& connection, const std::string& key, const st
         Query row = connection.query("SELECT id, key, touched, sum FROM uploads WHERE id = ?", upload);
         if (row.next()) {
             requireSound(row);
-            if (row.getBytes(1) == key) {
+            if (row.getBytes(1) == key && row.getInteger(2) != kGivenUp) {
                 return upload;
             }
         }
@@ -84,15 +90,19 @@ std::optional<SentPart> findPart(Connection& connection, std::int64_t upload, st
     return row.next() ? std::optional(getSentPart(row, upload)) : std::nullopt;
 }
 
+void touch(Connection& connection, std::int64_t upload, std::string_view key, std::int64_t touched) {
+    connection
+        .query("UPDATE uploads SET touched = ?2, sum = ?3 WHERE id = ?1", upload, touched,
+               sumUpload(upload, key, touched))
+        .run();
+}
+
 // Note a content as the part of that index, in place of what was sent before.
 std::string keepPart(Connection& connection, std::int64_t upload, const std::string& key, const PartInfo& part,
                      std::int64_t content) {
     const std::optional<SentPart> former = findPart(connection, upload, part.Index);
     insertSentPart(connection, upload, toInteger(part.Index), content, toInteger(part.Size));
-    const std::int64_t now = currentTime();
-    connection
-        .query("UPDATE uploads SET touched = ?2, sum = ?3 WHERE id = ?1", upload, now, sumUpload(upload, key, now))
-        .run();
+    touch(connection, upload, key, currentTime());
     if (former) {
         dropContent(connection, former->content);
     }
@@ -108,19 +118,56 @@ std::uint64_t getSentSize(Connection& connection, std::int64_t upload) {
     return size;
 }
 
-// Remove an upload with the parts that it still has.
-void dropUpload(Connection& connection, std::int64_t upload) {
-    {
-        Query rows = connection.query("SELECT number, content, size, sum FROM sent_parts WHERE upload = ?", upload);
-        while (rows.next()) {
-            // What a damaged row names may be somebody else's.
-            if (isSoundPart(rows, upload)) {
-                dropContent(connection, rows.getInteger(1));
-            }
+struct DroppedPart {
+    std::int64_t number;
+    std::optional<std::int64_t> content;  // what a damaged row names may be somebody else's
+};
+
+std::optional<DroppedPart> findFirstPart(Connection& connection, std::int64_t upload) {
+    Query row = connection.query(
+        "SELECT number, content, size, sum FROM sent_parts WHERE upload = ? ORDER BY number LIMIT 1", upload);
+    if (!row.next()) {
+        return std::nullopt;
+    }
+    return DroppedPart{row.getInteger(0), isSoundPart(row, upload) ? std::optional(row.getInteger(1)) : std::nullopt};
+}
+
+void dropRow(Connection& connection, std::int64_t upload) {
+    connection.query("DELETE FROM uploads WHERE id = ?", upload).run();
+}
+
+// Remove some of the parts that an upload still has, or some of a part's bytes, and the upload when nothing is left.
+// Result: whether something is.
+bool dropSome(Connection& connection, std::int64_t upload) {
+    for (std::size_t left = kMostDropped; left > 0; --left) {
+        const std::optional<DroppedPart> part = findFirstPart(connection, upload);
+        if (!part) {
+            dropRow(connection, upload);
+            return false;
+        }
+        const std::size_t dropped = part->content ? dropSlices(connection, *part->content, left) : 0;
+        if (dropped == left) {
+            return true;
+        }
+        left -= dropped;
+        if (!connection.change("DELETE FROM sent_parts WHERE upload = ? AND number = ?", upload, part->number)) {
+            // Damage has put the rows out of their order, so that none is found by its number.
+            connection.query("DELETE FROM sent_parts WHERE upload = ?", upload).run();
+            dropRow(connection, upload);
+            return false;
         }
     }
-    connection.query("DELETE FROM sent_parts WHERE upload = ?", upload).run();
-    connection.query("DELETE FROM uploads WHERE id = ?", upload).run();
+    return true;
+}
+
+// Remove an upload, or as much of it as one transaction may; then it is of no use any more, and is as good as
+// abandoned. Result: whether something is left.
+bool giveUp(Connection& connection, std::int64_t upload, std::string_view key) {
+    const bool isLeft = dropSome(connection, upload);
+    if (isLeft) {
+        touch(connection, upload, key, kGivenUp);
+    }
+    return isLeft;
 }
 
 // Take a part out of its upload and append it to the object in the making.
@@ -136,16 +183,22 @@ void takePart(Connection& connection, std::int64_t upload, const PartInfo& part,
     connection.query("DELETE FROM sent_parts WHERE upload = ? AND number = ?", upload, toInteger(part.Index)).run();
 }
 
-// One whose row is damaged is none: nobody knows how old it is.
-std::int64_t findAbandoned(Connection& connection) {
+// An upload that is given up, or nobody sent anything to for a day. One whose row is damaged is none: nobody knows how
+// old it is.
+struct AbandonedUpload {
+    std::int64_t number;
+    std::string key;
+};
+
+std::optional<AbandonedUpload> findAbandoned(Connection& connection) {
     Query rows = connection.query("SELECT id, key, touched, sum FROM uploads WHERE touched < ?",
                                   currentTime() - std::int64_t{kAbandonedAfter.count()});
     while (rows.next()) {
         if (isSound(rows)) {
-            return rows.getInteger(0);
+            return AbandonedUpload{rows.getInteger(0), std::string(rows.getBytes(1))};
         }
     }
-    return 0;
+    return std::nullopt;
 }
 
 }  // namespace
@@ -192,8 +245,8 @@ std::vector<PartInfo> copyStoredParts(Connection& connection, const std::string&
     return parts;
 }
 
-void abortUpload(Connection& connection, const std::string& key, const std::string& uploadId) {
-    dropUpload(connection, findUpload(connection, key, uploadId));
+bool abortUpload(Connection& connection, const std::string& key, const std::string& uploadId) {
+    return giveUp(connection, findUpload(connection, key, uploadId), key);
 }
 
 std::int64_t completeUpload(Connection& connection, const std::string& key, const std::string& uploadId,
@@ -214,7 +267,7 @@ std::int64_t completeUpload(Connection& connection, const std::string& key, cons
         size += parts[at].Size;
     }
     replaceObject(connection, key, content, size, toInteger(parts.size()));
-    dropUpload(connection, upload);
+    giveUp(connection, upload, key);
     return content;
 }
 
@@ -230,8 +283,8 @@ std::vector<UnfinishedUpload> listUploads(Connection& connection, const std::str
     const auto lastKey = token.empty() ? std::string() : token.substr(blank + 1);
     Query rows = connection.query(
         "SELECT id, key, touched, sum FROM uploads WHERE substr(key, 1, length(?1)) = ?1 AND (key, id) > (?2, ?3) "
-        "ORDER BY key, id",
-        prefix, lastKey, lastId);
+        "AND touched <> ?4 ORDER BY key, id",
+        prefix, lastKey, lastId, kGivenUp);
     std::vector<UnfinishedUpload> uploads;
     token.clear();
     while (rows.next()) {
@@ -257,6 +310,9 @@ void readUpload(Connection& connection, std::int64_t upload, std::ostream& sink)
         Query row = connection.query("SELECT id, key, touched, sum FROM uploads WHERE id = ?", upload);
         if (row.next()) {
             requireSound(row);
+            if (row.getInteger(2) == kGivenUp) {
+                return;  // some of its bytes are gone
+            }
         }
     }
     Query rows = connection.query("SELECT number, content, size, sum FROM sent_parts WHERE upload = ?", upload);
@@ -267,13 +323,16 @@ void readUpload(Connection& connection, std::int64_t upload, std::ostream& sink)
 }
 
 bool hasAbandonedUploads(Connection& connection) {
-    return findAbandoned(connection) != 0;
+    return findAbandoned(connection).has_value();
 }
 
-void dropAbandonedUpload(Connection& connection) {
-    if (const std::int64_t upload = findAbandoned(connection)) {
-        dropUpload(connection, upload);
+bool dropAbandonedUpload(Connection& connection) {
+    const std::optional<AbandonedUpload> upload = findAbandoned(connection);
+    if (!upload) {
+        return false;
     }
+    giveUp(connection, upload->number, upload->key);
+    return true;
 }
 
 }  // namespace storage::cloudprovider::sqlite

@@ -37,7 +37,10 @@ std::string sendPart(Connection& connection, const std::string& key, const std::
 std::vector<PartInfo> copyStoredParts(Connection& connection, const std::string& key, const std::string& uploadId,
                                       std::vector<PartInfo> parts, const std::string& version);
 
-void abortUpload(Connection& connection, const std::string& key, const std::string& uploadId);
+/// Give an upload up: nobody finds it any more. Its parts are removed if they are not too many for one transaction.
+///
+/// Result   whether some are left, to be removed as those of an abandoned upload.
+bool abortUpload(Connection& connection, const std::string& key, const std::string& uploadId);
 
 /// Result   the number of the object's content. Throws ObjectChanged when what is stored is not what is expected,
 ///          StoreFailure when the parts are none, not in order, or not as they were sent.
@@ -54,10 +57,13 @@ std::int64_t findUploadBehind(Connection& connection, std::int64_t after);
 /// Write what was sent to an upload to sink, part by part. Throws StoreDamaged, which names the upload.
 void readUpload(Connection& connection, std::int64_t upload, std::ostream& sink);
 
-/// Whether some upload had no activity for a day.
+/// Whether some upload had no activity for a day, or was given up and is not removed yet.
 bool hasAbandonedUploads(Connection& connection);
 
-/// Drop one of those uploads, if there is one.
-void dropAbandonedUpload(Connection& connection);
+/// Remove one of those uploads, or a part of it: not more than holds others who write up for some hundredths of a
+/// second.
+///
+/// Result   false when there was none.
+bool dropAbandonedUpload(Connection& connection);
 
 }  // namespace storage::cloudprovider::sqlite

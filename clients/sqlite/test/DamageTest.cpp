@@ -242,6 +242,11 @@ TEST_F(DamageTest, VerifyingFindsAllDamageAndReadsOn) {
         {"UPDATE sent_parts SET content = content + 1", "", {""}},
         {"UPDATE uploads SET touched = 1", "", {""}},
         {"UPDATE numbers SET last = 1", "", {""}},
+        {"INSERT INTO chunks(bytes) VALUES(x'00')", "", {""}},
+        {"INSERT INTO slices SELECT 9999, 0, size, chunk, 0, chunk_sum, row_sum(2, 9999, 0, size, chunk, 0, chunk_sum)"
+         " FROM slices WHERE position = 1048576",
+         "",
+         {""}},
         {"UPDATE chunks SET bytes = x'00' WHERE id = " + chunkOf + "many/020' AS BLOB))", "many", {"many/020"}},
         {"UPDATE chunks SET bytes = x'00' WHERE id = " + chunkOf + "many/020' AS BLOB))", "many/020", {"many/020"}},
         {"UPDATE chunks SET bytes = x'00' WHERE id = " + chunkOf + "many/020' AS BLOB))", "many/02", {}},

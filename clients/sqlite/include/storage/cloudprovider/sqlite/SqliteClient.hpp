@@ -14,8 +14,8 @@ namespace storage::cloudprovider {
 
 /// How a SqliteClient treats its file.
 struct SqliteOptions {
-    /// How long an operation waits for a writer of another client or process, before it fails with a
-    /// ResourceInUseException.
+    /// How long an operation waits for other writers, be they of this client, another one, or another process, before
+    /// it fails with a ResourceInUseException.
     std::chrono::milliseconds BusyTimeout = std::chrono::seconds(60);
 };
 
@@ -35,7 +35,8 @@ struct SqliteOptions {
 ///           copyRange takes any range of it, whatever the tag. What is expected is compared in the transaction that
 ///           reads or writes; copyRun is one, and takes all parts or none.
 /// Uploads   an upload without activity for a day is dropped when a client begins an upload, or opens the
-///           store while nobody else is writing.
+///           store while nobody else is writing; like one that is aborted, in small transactions. Parts wait for the
+///           disk with the completion: a loss of power before may take them, or the upload, away.
 /// Damage    every row, and every chunk of bytes, has a checksum that is compared when it is read, and the list of
 /// objects
 ///           shows where one is missing. What is not as it was written is an UnknownErrorException that says "the store
@@ -47,8 +48,10 @@ struct SqliteOptions {
 ///           ResourceInUseException says "meanwhile" when the object is not the one expected; else the store was busy
 ///           for too long.
 /// Threads   any; several clients and processes may use one file at once, on a local file system. Writers
-///           take turns, so that one upload at a time is what limits calls useful; readers wait for nobody. A client
-///           must not be used on both sides of a fork.
+///           take turns, so that one upload at a time is what limits calls useful; readers wait for nobody. Objects of
+///           at most 256 KiB that are put at the same time share a commit: their data is read before they wait, on the
+///           caller's thread as all data. A stream that itself writes to the store waits in vain, as long as it may. A
+///           client must not be used on both sides of a fork.
 class CLOUDPROVIDER_SQLITE_EXPORT SqliteClient final : public ExtendedCloudClient {
 public:
     /// Open the store in a file, or make one when the file is missing or empty. One that cannot be written, on a mount
