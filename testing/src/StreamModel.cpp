@@ -2,6 +2,8 @@
 #include <storage/cloudprovider/testing/StreamModel.hpp>
 
 #include <storage/cloudprovider/abandonStream.hpp>
+#include <storage/cloudprovider/detachStream.hpp>
+#include <storage/cloudprovider/resizeStream.hpp>
 #include <storage/cloudprovider/storeStream.hpp>
 #include <storage/cloudprovider/testing/stored.hpp>
 
@@ -31,18 +33,16 @@ void StreamModel::step() {
     const auto choice = pick(0, 99);
     if (m_streams.empty() || (choice < 8 && m_streams.size() < 4)) {
         open();
-    } else if (choice < 40) {
-        read(anyStream());
-    } else if (choice < 70) {
-        write(anyStream());
-    } else if (choice < 84) {
-        seek(anyStream());
+    } else if (choice < 83) {
+        use(anyStream(), choice);
     } else if (choice < 88) {
         store(anyStream());
     } else if (choice < 90) {
         abandon(anyStream());
     } else if (choice < 92 && m_shape.tellsVersions) {
         letAnotherWriterIn();
+    } else if (choice < 93 && m_shape.tellsVersions) {
+        detach(anyStream());
     } else {
         close(anyStream());
     }
@@ -125,6 +125,18 @@ void StreamModel::open() {
     m_streams.push_back(std::move(handle));
 }
 
+void StreamModel::use(Handle& handle, std::uint64_t choice) {
+    if (choice < 36) {
+        read(handle);
+    } else if (choice < 62) {
+        write(handle);
+    } else if (choice < 71) {
+        resize(handle);
+    } else {
+        seek(handle);
+    }
+}
+
 void StreamModel::read(Handle& handle) {
     const auto count = pickAroundBorders(m_shape.transfer);
     std::string buffer(count, '?');
@@ -164,6 +176,20 @@ void StreamModel::write(Handle& handle) {
     handle.position += bytes.size();
     m_isChanged = true;
     handle.hasChanged = true;
+}
+
+void StreamModel::resize(Handle& handle) {
+    const auto size = pickAroundBorders(m_shape.object + 2);
+    if (!handle.writes) {
+        ASSERT_EQ(errorCodeOf([&] { resizeStream(*handle.stream, size); }), ErrorCode::PermissionDenied);
+        return;
+    }
+    resizeStream(*handle.stream, size);
+    if (size != m_bytes.size()) {
+        m_bytes.resize(size, '\0');
+        m_isChanged = true;
+        handle.hasChanged = true;
+    }
 }
 
 void StreamModel::noteStored() {
@@ -223,6 +249,25 @@ void StreamModel::letAnotherWriterIn() {
         ASSERT_TRUE(!failure || failure == ErrorCode::InUse);
         ASSERT_TRUE(failure.has_value() == m_isChanged || !m_streams.empty());
     }
+    ASSERT_EQ(contentOf(m_store, m_key), m_stored);
+}
+
+// The streams go on, and nothing of what they do is stored. What they have not fetched is still there.
+void StreamModel::detach(const Handle& handle) {
+    detachStream(*handle.stream);
+    std::unique_ptr<foundation::storage::provider::ByteStream> opener;
+    const auto failure = errorCodeOf([&] { opener = m_provider.openReadOnlyStream(m_file); });
+    ASSERT_EQ(failure, m_stored ? std::nullopt : std::optional(ErrorCode::NotFound));
+    if (opener) {
+        std::string bytes(m_stored->size() + 1, '?');
+        const auto count = opener->read(bytes.data(), static_cast<std::int64_t>(bytes.size()));
+        ASSERT_EQ(bytes.substr(0, static_cast<std::size_t>(std::max<std::int64_t>(count, 0))), *m_stored);
+    }
+    for (int step = 0; step < 10 && !testing::Test::HasFailure(); ++step) {
+        use(anyStream(), pick(0, 82));
+    }
+    storeStream(*anyStream().stream);
+    m_streams.clear();
     ASSERT_EQ(contentOf(m_store, m_key), m_stored);
 }
 

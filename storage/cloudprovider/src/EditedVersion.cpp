@@ -34,4 +34,14 @@ void EditedVersion::editOf(std::optional<std::string> version) {
     m_expected = version ? ExpectedObject::version(std::move(*version)) : ExpectedObject::absent();
 }
 
+void EditedVersion::detach() {
+    const std::lock_guard lock(m_mutex);
+    m_isDetached = true;
+}
+
+bool EditedVersion::isDetached() const {
+    const std::lock_guard lock(m_mutex);
+    return m_isDetached;
+}
+
 }  // namespace storage::cloudprovider

@@ -31,9 +31,14 @@ public:
     /// The file is an edit of the object that has that version; nothing: there is no object.
     void editOf(std::optional<std::string> version);
 
+    /// The file has left its name: what is stored there need not be what it was opened from.
+    void detach();
+    bool isDetached() const;
+
 private:
     mutable std::mutex m_mutex;  // guards what follows; a leaf
     bool m_storeMayTell;
+    bool m_isDetached = false;
     ExpectedObject m_expected = ExpectedObject::anything();
 };
 

@@ -111,6 +111,21 @@ void OpenFileByteStream::storeAtClose() noexcept {
     m_storesAtClose = true;
 }
 
+void OpenFileByteStream::resize(std::uint64_t size) {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    CLOUDPROVIDER_TRACE_ARGUMENTS(" size=", size);
+    requireOpen();
+    if (m_partManager->resize(size)) {
+        m_lastChange = m_partManager->changePoint();
+    }
+}
+
+void OpenFileByteStream::detach() {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    requireOpen();
+    m_partManager->detach();
+}
+
 void OpenFileByteStream::requireOpen() const {
     failIfClosed<ByteStreamWriteFailure>(m_partManager);
 }
@@ -132,7 +147,7 @@ std::int64_t OpenFileByteStream::doRead(char* buffer, std::int64_t count) {
             continue;
         }
         const auto view = m_device->part().view();
-        if (view.version == LocalDataVersion::INVALID && !isFreshDevice) {
+        if (view.version == LocalDataVersion::INVALID) {
             giveDeviceBack();
             continue;
         }
@@ -154,7 +169,6 @@ std::int64_t OpenFileByteStream::doWrite(const char* data, std::int64_t count) {
     CLOUDPROVIDER_TRACE_CALL(" n=", count);
     const auto wanted = boost::numeric_cast<std::uint64_t>(count);
     requireOpen();
-    giveInvalidDeviceBack();
     m_partManager->checkRoomFor(m_writeMode == WriteMode::Append ? m_partManager->getFileSize() : m_fileOffset, wanted);
     m_partManager->rerunFailedUploads();
 
@@ -165,10 +179,9 @@ std::int64_t OpenFileByteStream::doWrite(const char* data, std::int64_t count) {
             openDeviceForWriting();
             continue;
         }
-        total += m_writeMode == WriteMode::Append ? appendToDevice(data + total, wanted - total)
-                                                  : writeToDevice(data + total, wanted - total);
+        total += putIntoFile(data + total, wanted - total).value_or(0);
         if (total < wanted) {
-            giveDeviceBack();
+            giveDeviceBack();  // the rest goes into the next part, or into the one that has taken this one's place
         }
     }
     position.keep();
@@ -249,6 +262,15 @@ std::uint64_t OpenFileByteStream::copyFromDevice(const OpenPartBuffer::View& vie
     return copied;
 }
 
+// In one step for those who resize the file. Nothing: it has the part no longer.
+std::optional<std::uint64_t> OpenFileByteStream::putIntoFile(const char* source, std::uint64_t count) {
+    const auto size = m_partManager->holdSize();
+    if (m_device->part().view().version == LocalDataVersion::INVALID) {
+        return std::nullopt;
+    }
+    return m_writeMode == WriteMode::Append ? appendToDevice(source, count) : writeToDevice(source, count);
+}
+
 // Another stream may have appended since: where the bytes go is decided by growing the part, in one step.
 std::uint64_t OpenFileByteStream::appendToDevice(const char* source, std::uint64_t count) {
     auto& part = m_device->part();
@@ -280,9 +302,11 @@ void OpenFileByteStream::putIntoDevice(const char* source, std::uint64_t count) 
 
 void OpenFileByteStream::openDeviceForWriting() {
     if (m_writeMode == WriteMode::Append) {
-        m_fileOffset = m_partManager->getFileSize();
+        m_device = m_partManager->openEnd();
+        m_fileOffset = m_device->part().offset() + m_device->position;
+    } else {
+        m_device = m_partManager->openPart(m_fileOffset, true);
     }
-    m_device = m_partManager->openPart(m_fileOffset, true);
     m_isAtEnd = !m_device;
 }
 
@@ -307,12 +331,6 @@ void OpenFileByteStream::stopReadingAhead() {
     m_isReadingOn = false;
     if (m_readAhead) {
         giveBack(*m_partManager, m_readAhead->want({}));
-    }
-}
-
-void OpenFileByteStream::giveInvalidDeviceBack() {
-    if (m_device && m_device->part().view().version == LocalDataVersion::INVALID) {
-        giveDeviceBack();
     }
 }
 

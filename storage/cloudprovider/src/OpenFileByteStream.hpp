@@ -35,6 +35,8 @@ public:
     bool abandon() override;
     void store() override;
     void storeAtClose() noexcept override;
+    void resize(std::uint64_t size) override;
+    void detach() override;
 
     /// Throw ByteStreamWriteFailure when the stream is closed.
     void requireOpen() const;
@@ -46,6 +48,7 @@ private:
     void doClose() override;
 
     std::uint64_t copyFromDevice(const OpenPartBuffer::View& view, char* target, std::uint64_t count);
+    std::optional<std::uint64_t> putIntoFile(const char* source, std::uint64_t count);
     std::uint64_t appendToDevice(const char* source, std::uint64_t count);
     std::uint64_t writeToDevice(const char* source, std::uint64_t count);
     void putIntoDevice(const char* source, std::uint64_t count);
@@ -53,7 +56,6 @@ private:
     void giveDeviceBack();
     void readAhead();
     void stopReadingAhead();
-    void giveInvalidDeviceBack();
     std::uint64_t seekTarget(std::int64_t offset, std::ios_base::seekdir way) const;
 
     std::uint64_t m_fileOffset = 0;

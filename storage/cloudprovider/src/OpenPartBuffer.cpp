@@ -24,8 +24,9 @@ namespace storage::cloudprovider {
 //
 //   CLOUD --markModified--> NEW --markUploading--> SCHEDULED_UPLOAD --markUploaded--> CLOUD
 //                            ^---markModified, failure----'
+//   any --invalidate--> INVALID
 //
-// (1) Only CLOUD bytes may be discarded.
+// (1) Only CLOUD bytes may be discarded, and zeros that were never anything else.
 // (2) A NEW part is sent again, whatever was sent before. It becomes SCHEDULED_UPLOAD when its bytes are on their way,
 // not
 //     when it is queued, and NEW again when they do not arrive.
@@ -35,6 +36,8 @@ namespace storage::cloudprovider {
 //     them were written here, or are zeros.
 // (5) A local buffer has room for m_info.Size bytes before m_info.Size says so.
 // (6) A tag is kept with the number of bytes that it was given for.
+// (7) A part never shrinks: where a file is cut off another part takes its place, whose buffer never had the bytes
+//     behind the cut. So neither a transfer nor a reader that is still busy with the old one can bring them back.
 
 namespace {
 
@@ -70,10 +73,37 @@ void checkReceived(const OpenFileContext& context, std::uint64_t received, std::
     }
 }
 
+[[noreturn]] void throwGone(const OpenFileContext& context) {
+    throw ResourceNotFoundException(foundation::storage::provider::ExceptionContext(
+        '"' + context.key +
+        "\" was removed or replaced while the file was open, and what it held was not fetched before"));
+}
+
+// Without a version the store cannot say whether the name still has what a file was opened from that has left it.
+void throwIfUnknown(const OpenFileContext& context, const std::string& version) {
+    if (version.empty() && context.version.isDetached()) {
+        throwGone(context);
+    }
+}
+
+void fetchRange(const OpenFileContext& context, const std::string& version, const ObjectRange& range,
+                std::ostream& sink) {
+    try {
+        onVersion(context, version, [&] { context.client->getRange(context.key, version, range, sink); });
+    } catch (const ObjectReplacedException&) {
+        if (context.version.isDetached()) {
+            throwGone(context);
+        }
+        throw;
+    }
+}
+
 void fetch(const OpenFileContext& context, const ObjectRange& range, char* data) {
     io::stream<io::array_sink> sink(data, static_cast<std::streamsize>(range.Size));
     const auto version = context.version.get();
-    onVersion(context, version, [&] { context.client->getRange(context.key, version, range, sink); });
+    throwIfUnknown(context, version);
+    fetchRange(context, version, range, sink);
+    throwIfUnknown(context, version);  // it may have left its name meanwhile
     if (sink.bad()) {
         throw UnknownErrorException(foundation::storage::provider::ExceptionContext(
             "the store delivered more than the " + std::to_string(range.Size) + " bytes asked for of " + context.key));
@@ -228,15 +258,72 @@ void OpenPartBuffer::discardIfUnmodified() {
     CLOUDPROVIDER_TRACE_FUNCTION();
     std::unique_ptr<Buffer> discarded;  // its file is deleted outside the lock
     const std::lock_guard lock(m_mutex);
-    if (m_openCount == 0 && m_localDataVersion == LocalDataVersion::CLOUD) {
-        discarded = std::move(m_buffer);
+    if (m_localDataVersion == LocalDataVersion::CLOUD) {
+        discarded = takeUnusedBuffer();
     }
+}
+
+void OpenPartBuffer::discardIfBlank() {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    std::unique_ptr<Buffer> discarded;  // as above
+    const std::lock_guard lock(m_mutex);
+    if (!m_isWritten && m_storedSize == 0) {
+        discarded = takeUnusedBuffer();
+    }
+}
+
+std::shared_ptr<OpenPartBuffer> OpenPartBuffer::makeShortened(std::uint64_t size, std::uint64_t capacity) const {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    CLOUDPROVIDER_TRACE_ARGUMENTS(" size=", size);
+    auto shortened = std::make_shared<OpenPartBuffer>(PartInfo{index(), offset(), size, {}}, LocalDataVersion::NEW,
+                                                      capacity, m_context);
+    std::unique_ptr<Buffer> copy;
+    if (size != 0 && hasLocalBytes()) {
+        copy = shortened->buildOpenBuffer();
+        copy->reserve(size);
+    }
+    const std::lock_guard lock(m_mutex);
+    assert(size < m_info.Size && "only what is there is cut off");
+    shortened->m_storedSize = std::min(m_storedSize, size);
+    shortened->m_scheduledSize = shortened->m_storedSize;
+    if (copy && m_buffer) {  // else they were given up meanwhile, and can be had again
+        if (m_openCount == 0) {
+            m_buffer->open();
+        }
+        std::memcpy(copy->data(), m_buffer->data(), size);
+        if (m_openCount == 0) {
+            m_buffer->close();
+        }
+        copy->close();
+        shortened->m_buffer = std::move(copy);
+        shortened->m_isWritten = m_isWritten;
+    }
+    return shortened;
+}
+
+void OpenPartBuffer::invalidate() noexcept {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    std::unique_ptr<Buffer> discarded;  // as above
+    const std::lock_guard lock(m_mutex);
+    m_localDataVersion = LocalDataVersion::INVALID;
+    m_storedSize = 0;
+    m_scheduledSize = 0;
+    m_isWritten = false;
+    m_uploaded.reset();
+    discarded = takeUnusedBuffer();
+}
+
+void OpenPartBuffer::waitForLoading() {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    std::unique_lock lock(m_mutex);
+    m_condition.wait(lock, [this] { return m_openCount == 0 || m_buffer; });
 }
 
 void OpenPartBuffer::markModified() {
     CLOUDPROVIDER_TRACE_FUNCTION();
     const std::lock_guard lock(m_mutex);
     m_localDataVersion = LocalDataVersion::NEW;
+    m_isWritten = true;
 }
 
 std::optional<PartInfo> OpenPartBuffer::markUploading() {
@@ -257,6 +344,9 @@ bool OpenPartBuffer::markUploadFailed() noexcept {
     CLOUDPROVIDER_TRACE_FUNCTION();
     const std::lock_guard lock(m_mutex);
     assert(m_localDataVersion != LocalDataVersion::CLOUD && "only what was handed over can be taken back");
+    if (m_localDataVersion == LocalDataVersion::INVALID) {
+        return true;
+    }
     return std::exchange(m_localDataVersion, LocalDataVersion::NEW) == LocalDataVersion::NEW;
 }
 
@@ -277,6 +367,7 @@ void OpenPartBuffer::markUploaded() noexcept {
     if (m_localDataVersion != LocalDataVersion::NEW) {
         assert(m_info.Size == m_storedSize && "what grows becomes NEW in the same step");
         m_localDataVersion = LocalDataVersion::CLOUD;
+        m_isWritten = false;
     }
 }
 
@@ -408,6 +499,11 @@ std::uint64_t OpenPartBuffer::growTo(std::uint64_t size) {
         m_localDataVersion = LocalDataVersion::NEW;
     }
     return former;
+}
+
+// Empty while somebody has the part open. Call with the mutex held, and let go of the buffer without it.
+std::unique_ptr<Buffer> OpenPartBuffer::takeUnusedBuffer() noexcept {
+    return m_openCount == 0 ? std::move(m_buffer) : nullptr;
 }
 
 // By what is stored, not by the state: a part may have become NEW without having been local, and keeps its bytes.

@@ -79,13 +79,32 @@ public:
     /// Give the local bytes up if nobody has the part open and the stored object has them.
     void discardIfUnmodified();
 
+    /// Give the local bytes up if nobody has the part open and they are zeros that can be made again: nothing of the
+    /// part is stored, and nothing was written. Also if it is INVALID.
+    void discardIfBlank();
+
+    /// Make the part that takes this one's place when the file is cut off inside it: its first size bytes, NEW. It
+    /// shares nothing with this one, and fetches what is not local when it needs it. Nobody may write into this one
+    /// meanwhile.
+    ///
+    /// Errors   what the buffer factory throws.
+    std::shared_ptr<OpenPartBuffer> makeShortened(std::uint64_t size, std::uint64_t capacity) const;
+
+    /// The part is no longer one of its file: INVALID, and it has nothing to send, nor to fetch. Who has it open keeps
+    /// the bytes until the last close.
+    void invalidate() noexcept;
+
+    /// Wait while an opener brings the bytes local.
+    void waitForLoading();
+
+    /// Note that bytes were written into the part: it is NEW.
     void markModified();
 
     /// Hand the part to the upload if it is NEW: answers the record to send, taken in the same step.
     std::optional<PartInfo> markUploading();
 
     /// Take the part back from an upload that did not get it: it is NEW. Tells whether it was already, since somebody
-    /// changed it meanwhile, so that it is sent again in any case.
+    /// changed it meanwhile, so that it is sent again in any case; or whether the file has it no longer.
     bool markUploadFailed() noexcept;
 
     /// Note what the running upload has of the part: its first size bytes, under that tag. The part stays in its state:
@@ -145,6 +164,7 @@ private:
 
     void loadAsFirstOpener();
     std::uint64_t growTo(std::uint64_t size);
+    std::unique_ptr<Buffer> takeUnusedBuffer() noexcept;
     std::unique_ptr<Buffer> buildOpenBuffer() const;
 
     // Guards every field below; taken last, never two parts' at once. Buffers are mapped, unmapped and given room under
@@ -156,6 +176,7 @@ private:
     std::unique_ptr<Buffer> m_buffer;
     std::uint64_t m_openCount = 0;
     LocalDataVersion m_localDataVersion;
+    bool m_isWritten = false;  // m_buffer has bytes that can be neither fetched nor made again
     bool m_isOnlyPart = false;
     const std::uint64_t m_capacity;
     std::uint64_t m_storedSize;          // leading bytes that the stored object has

@@ -69,8 +69,8 @@ OpenPartManager::OpenPartManager(std::shared_ptr<OpenFileContext> context, std::
       m_pool(std::move(pool)),
       m_uploadManager(std::make_shared<MultipartUploadManager>(m_context, m_pool)),
       m_cache(m_context->downloadedPartCacheSize),
-      m_newParts(m_context->partSize, m_context->client->limits()),
-      m_objectWriter(m_context) {
+      m_objectWriter(m_context),
+      m_newParts(m_context->partSize, m_context->client->limits()) {
     CLOUDPROVIDER_TRACE_FUNCTION();
     addNewPartTo(m_parts, nullptr);
     m_parts.front()->setIsOnlyPart(true);
@@ -149,6 +149,45 @@ void OpenPartManager::storeChanges() {
     flushParts(ObjectWriter::Bytes::MayChange);
 }
 
+bool OpenPartManager::resize(std::uint64_t size) {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    CLOUDPROVIDER_TRACE_ARGUMENTS(" size=", size);
+    const ExclusiveGate gate(m_streamGate);
+    std::vector<Part> removed;
+    bool isChanged = false;
+    {
+        const std::lock_guard writers(m_sizeGate);
+        const auto former = getFileSize();
+        isChanged = size != former;
+        if (size < former) {
+            removed = cutOff(size);
+        } else if (size > former) {
+            growTo(size);
+        }
+    }
+    for (const auto& part : removed) {
+        m_cache.remove(part);
+        part->waitForLoading();  // a store that has got the shorter object is not asked for what lay behind its end
+    }
+    return isChanged;
+}
+
+std::shared_lock<std::shared_mutex> OpenPartManager::holdSize() {
+    return std::shared_lock(m_sizeGate);
+}
+
+void OpenPartManager::detach() {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    const ExclusiveGate gate(m_streamGate);
+    if (m_isDetached) {
+        return;
+    }
+    m_isDetached = true;
+    m_context->version.detach();
+    m_streams.detach();
+    cancelUpload();
+}
+
 ChangePoint OpenPartManager::changePoint() const noexcept {
     CLOUDPROVIDER_TRACE_FUNCTION();
     return m_streams.changePoint();
@@ -161,6 +200,7 @@ std::uint64_t OpenPartManager::getFileSize() const {
 }
 
 void OpenPartManager::checkRoomFor(std::uint64_t fileOffset, std::uint64_t count) const {
+    const std::lock_guard lock(m_partsMutex);
     m_newParts.checkFileSize(saturatingAdd(fileOffset, count), m_context->key);
 }
 
@@ -180,11 +220,21 @@ std::uint64_t OpenPartManager::findPartIndex(std::uint64_t fileOffset) const {
     return partIndex;
 }
 
-// The index of the part that an offset lies in never changes, also when the file grows meanwhile.
 std::unique_ptr<OpenPartDevice> OpenPartManager::openPart(std::uint64_t fileOffset, bool createIfNonExistent) {
     CLOUDPROVIDER_TRACE_FUNCTION();
     CLOUDPROVIDER_TRACE_ARGUMENTS(" fileOffset=", fileOffset, " createIfNonExistent=", createIfNonExistent);
     const SharedGate gate(m_streamGate);
+    return openPartGated(fileOffset, createIfNonExistent);
+}
+
+std::unique_ptr<OpenPartDevice> OpenPartManager::openEnd() {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    const SharedGate gate(m_streamGate);
+    return openPartGated(getFileSize(), true);
+}
+
+// The index of the part that an offset lies in does not change meanwhile, also when the file grows.
+std::unique_ptr<OpenPartDevice> OpenPartManager::openPartGated(std::uint64_t fileOffset, bool createIfNonExistent) {
     const auto partIndex = findPartIndex(fileOffset);
     std::unique_ptr<OpenPartDevice> device;
     while (!device) {
@@ -215,9 +265,14 @@ void OpenPartManager::closePart(OpenPartHold hold) {
     if (!hold.close()) {
         return;  // another stream has it open and will decide, or an upload, and then the write-back sends it
     }
-    if (part->localDataVersion() == LocalDataVersion::NEW) {
+    const auto version = part->localDataVersion();
+    if (version == LocalDataVersion::NEW && !m_isDetached && !isSinglePartFile()) {  // that one is put as a whole
         retiringWhenReplaced([&] { scheduleUpload(part); });
-    } else {
+        return;
+    }
+    part->discardIfBlank();
+    const bool mayGo = version == LocalDataVersion::CLOUD || version == LocalDataVersion::SCHEDULED_UPLOAD;
+    if (mayGo && !m_isDetached && part->hasLocalBytes()) {
         keepInCache(part);
     }
 }
@@ -248,24 +303,89 @@ void OpenPartManager::rerunFailedUploads() {
     retiringWhenReplaced([&] { m_uploadManager->rerunFailedUploads(); });
 }
 
+// Under both gates, held exclusively: nobody opens or closes a part, nor puts bytes into one. What may fail comes first.
+std::vector<std::shared_ptr<OpenPartBuffer>> OpenPartManager::cutOff(std::uint64_t size) {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    std::unique_lock lock(m_partsMutex);
+    const auto parts = m_parts;
+    lock.unlock();
+    auto cut = prepareCut(parts, size);
+    for (const auto& part : cut.removed) {
+        part->invalidate();
+    }
+    lock.lock();
+    m_parts.resize(m_parts.size() - cut.removed.size());
+    if (cut.replacement) {
+        m_parts.push_back(std::move(cut.replacement));  // there is room
+    }
+    m_newParts = cut.newParts;
+    m_isCut = true;
+    return std::move(cut.removed);
+}
+
+// A part of which only the beginning is left is replaced, and so is the first one of a file without bytes, which is
+// divided like a new one. In the others, nothing changes; those that are added later go on as before the parts that
+// went.
+OpenPartManager::Cut OpenPartManager::prepareCut(const std::vector<Part>& parts, std::uint64_t size) const {
+    const auto first = std::partition_point(parts.begin(), parts.end(),
+                                            [size](const Part& part) { return part->end() <= size && size != 0; });
+    Cut cut{{first, parts.end()}, nullptr, m_newParts};
+    const auto& broken = **first;
+    const bool isReplaced = size == 0 || broken.offset() < size;
+    const auto count = static_cast<std::uint64_t>(first - parts.begin()) + (isReplaced && size != 0 ? 1 : 0);
+    if (count < m_newParts.firstIndex()) {
+        cut.newParts = PartSizes(m_context->partSize, m_context->client->limits(), count);
+    }
+    if (isReplaced) {
+        const auto left = size - broken.offset();
+        const auto capacity = size == 0 ? cut.newParts.capacityOf(0, 0, m_context->key)
+                                        : std::max(broken.capacity(), cut.newParts.grownCapacityOf(left, broken.offset()));
+        cut.replacement = broken.makeShortened(left, capacity);
+    }
+    return cut;
+}
+
+// As above. Parts without a byte of their own get no bytes here until they are read, written or sent.
+void OpenPartManager::growTo(std::uint64_t size) {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    const auto partIndex = findPartIndex(size - 1);
+    std::unique_lock lock(m_partsMutex);
+    m_newParts.checkFileSize(size, m_context->key);
+    const Part last = m_parts.back();
+    lock.unlock();
+    if (partIndex == last->index()) {
+        last->increaseSize(size - last->offset(), 0);
+        return;
+    }
+    m_newParts.capacityOf(partIndex, size - 1, m_context->key);  // before the many parts of a long gap are made
+    const auto newParts = makePartsBehind(last, partIndex);
+    newParts.back()->increaseSize(size - newParts.back()->offset(), 0);
+    lock.lock();
+    appendLocked(newParts);
+}
+
 // Under the exclusive gate nobody opens, closes or sends a part. Streams that have one open may still write into it,
 // and make the last one grow: what they write is stored now, or in part, or with the next write-back, which finds the
 // part NEW.
 void OpenPartManager::flushParts(ObjectWriter::Bytes bytes) {
     CLOUDPROVIDER_TRACE_FUNCTION();
     const ExclusiveGate gate(m_streamGate);
+    if (m_isDetached) {
+        return;
+    }
     const auto begun = m_streams.beginStore();
     std::unique_lock lock(m_partsMutex);
     const auto parts = m_parts;
     lock.unlock();
     retiringWhenReplaced([&] {
         m_objectWriter.settle();
-        if (parts.size() == 1) {
+        if (isPutAsWhole(parts)) {
             flushSinglePartFile(parts.front(), bytes);
         } else {
             flushMultiPartFile(parts);
         }
     });
+    m_isCut = false;
     m_streams.endStore(begun);
     for (const auto& part : parts) {
         if (part->hasLocalBytes() && !part->isOpen()) {
@@ -274,8 +394,19 @@ void OpenPartManager::flushParts(ObjectWriter::Bytes bytes) {
     }
 }
 
+// What is left of a file that was cut behind its first part is in the store, which copies it as a part of an upload.
+bool OpenPartManager::isPutAsWhole(const std::vector<Part>& parts) const {
+    const auto& part = parts.front();
+    return parts.size() == 1 && !(m_isCut && part->storedRecord()) &&
+           part->size() <= m_context->client->limits().LargestPut;
+}
+
+// The file may have had several parts before it was cut off, some of them sent.
 void OpenPartManager::flushSinglePartFile(const Part& part, ObjectWriter::Bytes bytes) {
     CLOUDPROVIDER_TRACE_FUNCTION();
+    if (m_uploadManager->isActive()) {
+        cancelUpload();
+    }
     if (!part->openIfModified()) {
         return;
     }
@@ -297,7 +428,7 @@ void OpenPartManager::flushMultiPartFile(const std::vector<Part>& parts) {
     std::copy_if(parts.begin(), parts.end(), std::back_inserter(stored),
                  [](const Part& part) { return part->size() != 0; });
     // What fails while it is changed is left for transferMissing, so that afterwards nothing may have been started.
-    bool isChanged = m_uploadManager->isActive();
+    bool isChanged = m_isCut || m_uploadManager->isActive();
     for (const auto& part : stored) {
         if (part->localDataVersion() == LocalDataVersion::NEW) {
             isChanged = true;
@@ -384,11 +515,24 @@ void OpenPartManager::scheduleRun(std::vector<Part> run, const std::shared_ptr<R
     }
 }
 
-// Does nothing for the only part of a file: that one is put as a whole at the end.
 void OpenPartManager::scheduleUpload(const Part& part) {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    if (!isSinglePartFile() && part->size() != 0) {
+    if (part->size() != 0) {
         m_uploadManager->asyncUploadPart(part->index(), std::make_unique<PartUpload>(part));
+    }
+}
+
+// Gives up what was sent; it is NEW again. With the gate held exclusively: nobody sends anything meanwhile.
+void OpenPartManager::cancelUpload() noexcept {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    try {
+        m_uploadManager->cancel();
+    } catch (...) {
+        traceCaughtException();
+    }
+    const std::lock_guard lock(m_partsMutex);
+    for (const auto& part : m_parts) {
+        part->forgetUpload();
     }
 }
 
@@ -430,13 +574,7 @@ std::unique_ptr<OpenPartDevice> OpenPartManager::openNewPart(std::uint64_t partI
     if (partIndex < formerCount) {
         return nullptr;
     }
-    std::vector<Part> newParts;
-    while (formerCount + newParts.size() <= partIndex) {
-        if (!newParts.empty()) {
-            newParts.back()->increaseSizeToMax();
-        }
-        addNewPartTo(newParts, newParts.empty() ? last : newParts.back());
-    }
+    const auto newParts = makePartsBehind(last, partIndex);
     auto device = openDevice(newParts.back(), fileOffset);
     device->part().reserve(device->position + 1);
 
@@ -444,17 +582,35 @@ std::unique_ptr<OpenPartDevice> OpenPartManager::openNewPart(std::uint64_t partI
     if (m_parts.size() != formerCount) {
         return nullptr;
     }
-    // What may fail comes first. Twice the room: filling a vector by exact sizes would copy it each time.
-    if (const auto count = formerCount + newParts.size(); count > m_parts.capacity()) {
-        m_parts.reserve(std::max(count, 2 * formerCount));
+    appendLocked(newParts);
+    return device;
+}
+
+// Full ones up to that index, and an empty one there.
+std::vector<std::shared_ptr<OpenPartBuffer>> OpenPartManager::makePartsBehind(const Part& last,
+                                                                              std::uint64_t partIndex) const {
+    std::vector<Part> newParts;
+    while (last->index() + newParts.size() < partIndex) {
+        if (!newParts.empty()) {
+            newParts.back()->increaseSizeToMax();
+        }
+        addNewPartTo(newParts, newParts.empty() ? last : newParts.back());
     }
-    last->increaseSizeToMax();
+    return newParts;
+}
+
+// With m_partsMutex held. What may fail comes first. Twice the room: filling a vector by exact sizes would copy it each
+// time.
+void OpenPartManager::appendLocked(const std::vector<Part>& newParts) {
+    if (const auto count = m_parts.size() + newParts.size(); count > m_parts.capacity()) {
+        m_parts.reserve(std::max(count, 2 * m_parts.size()));
+    }
+    m_parts.back()->increaseSizeToMax();
     m_parts.insert(m_parts.end(), newParts.begin(), newParts.end());
     m_parts.front()->setIsOnlyPart(false);
     for (const auto& part : newParts) {
         CLOUDPROVIDER_TRACE_ARGUMENTS("Adding new part with index ", part->index());
     }
-    return device;
 }
 
 // Behind the previous part's capacity, to which that part is filled before the new one comes into the file.

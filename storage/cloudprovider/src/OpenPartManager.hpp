@@ -21,6 +21,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <shared_mutex>
 #include <vector>
 
 namespace storage::cloudprovider {
@@ -70,8 +71,24 @@ public:
     /// while the object has other streams, nor with changes of streams that closed and count on them.
     bool abandonChanges();
 
-    /// Write the object back now, with all that was changed before.
+    /// Write the object back now, with all that was changed before. Does nothing once the file is detached.
     void storeChanges();
+
+    /// Give the file that many bytes: cut it off there, or add zeros. Tells whether it had another size. Waits for a
+    /// write-back, and for fetches of parts that go, which are INVALID from then on. Never fetches itself. When it
+    /// fails nothing has changed.
+    ///
+    /// Errors   UnsupportedOperationException when the store takes no such file; what the buffers throw.
+    bool resize(std::uint64_t size);
+
+    /// Keep the file from being resized while bytes are put into an open part, unless that is INVALID already. Open and
+    /// close no part meanwhile.
+    std::shared_lock<std::shared_mutex> holdSize();
+
+    /// Leave the object to others: retire, give the upload up, and store nothing more. Waits for a write-back and for
+    /// what is being sent. From then on nothing local is given up; fetching fails with ResourceNotFoundException unless
+    /// the store is known to have the file's version still.
+    void detach();
 
     /// The point to note for a change that has been made.
     ChangePoint changePoint() const noexcept;
@@ -90,8 +107,11 @@ public:
     /// part without room for its bytes. Without it the answer is empty at and behind the end.
     std::unique_ptr<OpenPartDevice> openPart(std::uint64_t fileOffset, bool createIfNonExistent);
 
+    /// The same at the end of the file, wherever that is by then.
+    std::unique_ptr<OpenPartDevice> openEnd();
+
     /// Give a device back. The last one of a part decides its fate: a changed part is sent if the file has
-    /// several, an unchanged one goes to the cache.
+    /// several, an unchanged one goes to the cache, one that is INVALID goes.
     void closePart(std::unique_ptr<OpenPartDevice> device);
 
     /// The same for parts that were kept open without a device.
@@ -109,7 +129,19 @@ public:
 private:
     using Part = std::shared_ptr<OpenPartBuffer>;
 
+    // The table from a part on that the file loses, and what takes that one's place: empty when nothing does.
+    struct Cut {
+        std::vector<Part> removed;
+        Part replacement;
+        PartSizes newParts;
+    };
+
+    std::vector<Part> cutOff(std::uint64_t size);
+    Cut prepareCut(const std::vector<Part>& parts, std::uint64_t size) const;
+    void growTo(std::uint64_t size);
     void flushParts(ObjectWriter::Bytes bytes);
+    bool isPutAsWhole(const std::vector<Part>& parts) const;
+    void cancelUpload() noexcept;
     void flushSinglePartFile(const Part& part, ObjectWriter::Bytes bytes);
     void flushMultiPartFile(const std::vector<Part>& parts);
     void transferMissing(const std::vector<Part>& parts, const std::shared_ptr<ReusedRuns>& runs);
@@ -122,8 +154,13 @@ private:
     template <typename Action>
     auto retiringWhenReplaced(Action action);
 
+    // With m_streamGate held.
+    std::unique_ptr<OpenPartDevice> openPartGated(std::uint64_t fileOffset, bool createIfNonExistent);
+
     static std::unique_ptr<OpenPartDevice> openDevice(const Part& part, std::uint64_t fileOffset);
     std::unique_ptr<OpenPartDevice> openNewPart(std::uint64_t partIndex, std::uint64_t fileOffset);
+    std::vector<Part> makePartsBehind(const Part& last, std::uint64_t partIndex) const;
+    void appendLocked(const std::vector<Part>& newParts);
     void addNewPartTo(std::vector<Part>& parts, const Part& previous) const;
 
     const std::shared_ptr<OpenFileContext> m_context;
@@ -131,16 +168,21 @@ private:
     const std::shared_ptr<MultipartUploadManager> m_uploadManager;
     DownloadedPartCache m_cache;
     StreamRegister m_streams;
-    PartSizes m_newParts;  // changes before the first stream only
 
-    // The stream gate: shared while a part is opened, closed or sent, exclusive for the write-back, which does I/O
-    // under it on purpose. First in the lock order.
+    // The stream gate: shared while a part is opened, closed or sent, exclusive for resizing and the write-back, which
+    // does I/O under it on purpose. First in the lock order.
     boost::shared_mutex m_streamGate;
     ObjectWriter m_objectWriter;  // guarded by m_streamGate, exclusive
+    bool m_isCut = false;         // likewise: the stored object may be longer than what is left of its parts
+    bool m_isDetached = false;    // changes under m_streamGate, exclusive
 
-    // Guards the table, not the parts. Second in the lock order, before one part's mutex.
+    // Shared while bytes are put into a part, exclusive for resizing. Next in the lock order.
+    std::shared_mutex m_sizeGate;
+
+    // Guards the table, not the parts. Behind both gates in the lock order, before one part's mutex.
     mutable std::mutex m_partsMutex;
-    std::vector<Part> m_parts;  // by index, never empty
+    std::vector<Part> m_parts;  // by index, never empty; none is INVALID
+    PartSizes m_newParts;       // changes under m_streamGate, exclusive, too
 };
 
 }  // namespace storage::cloudprovider

@@ -18,6 +18,8 @@ public:
     ///          of the first part that writing may add.
     PartSizes(std::uint64_t partSize, const StoreLimits& limits, std::uint64_t firstIndex = 0);
 
+    std::uint64_t firstIndex() const noexcept { return m_firstIndex; }
+
     /// What the last part of a stored file, which has that size and begins at offset, may grow to, in bytes.
     std::uint64_t grownCapacityOf(std::uint64_t size, std::uint64_t offset) const;
 

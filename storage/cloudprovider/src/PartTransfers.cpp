@@ -38,11 +38,13 @@ bool PartUpload::fail() noexcept {
     return wasChanged;
 }
 
-// Tells whether nobody has the part open any more: a stream that closed it before left it to us.
+// Tells whether nobody has the part open any more: a stream that closed it before left it to us. Of a large gap no more
+// zeros lie on the disk than are on their way.
 bool PartUpload::giveBack() noexcept {
     bool isLast = false;
     try {
         isLast = m_hold->close();
+        m_part->discardIfBlank();
     } catch (...) {
         traceCaughtException();
     }

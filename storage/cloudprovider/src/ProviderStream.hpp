@@ -1,9 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <foundation/storage/provider/ByteStream.hpp>
+
+#include <cstdint>
+#include <functional>
+
 namespace storage::cloudprovider {
 
-/// What a stream of this provider can do beyond the host's interface; see abandonStream and storeStream.
+/// What a stream of this provider can do beyond the host's interface; see abandonStream, storeStream,
+/// resizeStream and detachStream.
 class ProviderStream {
 public:
     /// Close the stream without writing the object back, if nobody else has a part in its changes; tells whether that
@@ -18,11 +24,22 @@ public:
     /// then.
     virtual void storeAtClose() noexcept = 0;
 
+    /// Give the file another size. ByteStreamWriteFailure, too, when the stream is closed or cannot write.
+    virtual void resize(std::uint64_t size) = 0;
+
+    /// Have the file leave its name, and store nothing more. ByteStreamWriteFailure when the stream is closed.
+    virtual void detach() = 0;
+
 protected:
     ProviderStream() = default;
     ProviderStream(const ProviderStream&) = default;
     ProviderStream& operator=(const ProviderStream&) = default;
     virtual ~ProviderStream() = default;
 };
+
+/// Run an operation of a stream. Whatever it throws becomes ByteStreamWriteFailure, as does a stream of another
+/// provider: Unsupported.
+void withProviderStream(foundation::storage::provider::ByteStream& stream,
+                        const std::function<void(ProviderStream&)>& operation);
 
 }  // namespace storage::cloudprovider

@@ -12,6 +12,14 @@ using foundation::storage::provider::ByteStreamWriteFailure;
 using foundation::storage::provider::ErrorCode;
 using foundation::storage::provider::ExceptionContext;
 
+namespace {
+
+[[noreturn]] void refuseToWrite() {
+    throw ByteStreamWriteFailure(ErrorCode::PermissionDenied, ExceptionContext("the stream is open for reading only"));
+}
+
+}  // namespace
+
 ReadOnlyByteStream::ReadOnlyByteStream(std::unique_ptr<OpenFileByteStream> stream) : m_stream(std::move(stream)) {}
 
 ReadOnlyByteStream::~ReadOnlyByteStream() = default;
@@ -26,13 +34,21 @@ void ReadOnlyByteStream::store() {
 
 void ReadOnlyByteStream::storeAtClose() noexcept {}
 
+void ReadOnlyByteStream::resize(std::uint64_t /*size*/) {
+    refuseToWrite();
+}
+
+void ReadOnlyByteStream::detach() {
+    m_stream->detach();
+}
+
 std::int64_t ReadOnlyByteStream::doRead(char* buffer, std::int64_t count) {
     return m_stream->read(buffer, count);
 }
 
 std::int64_t ReadOnlyByteStream::doWrite(const char* /*data*/, std::int64_t /*count*/) {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    throw ByteStreamWriteFailure(ErrorCode::PermissionDenied, ExceptionContext("the stream is open for reading only"));
+    refuseToWrite();
 }
 
 std::streampos ReadOnlyByteStream::doSeek(std::int64_t offset, std::ios_base::seekdir way) {
@@ -57,6 +73,14 @@ void WriteOnlyByteStream::store() {
 
 void WriteOnlyByteStream::storeAtClose() noexcept {
     m_stream->storeAtClose();
+}
+
+void WriteOnlyByteStream::resize(std::uint64_t size) {
+    m_stream->resize(size);
+}
+
+void WriteOnlyByteStream::detach() {
+    m_stream->detach();
 }
 
 std::int64_t WriteOnlyByteStream::doRead(char* /*buffer*/, std::int64_t /*count*/) {

@@ -21,6 +21,8 @@ public:
     bool abandon() override;
     void store() override;
     void storeAtClose() noexcept override;
+    void resize(std::uint64_t size) override;
+    void detach() override;
 
 private:
     std::int64_t doRead(char* buffer, std::int64_t count) override;
@@ -40,6 +42,8 @@ public:
     bool abandon() override;
     void store() override;
     void storeAtClose() noexcept override;
+    void resize(std::uint64_t size) override;
+    void detach() override;
 
 private:
     std::int64_t doRead(char* buffer, std::int64_t count) override;

@@ -77,6 +77,10 @@ private:
     std::list<PartInfo> m_record;  // a node, which changes lists without failing
 };
 
+[[noreturn]] void refuse(const char* reason) {
+    throw ByteStreamWriteFailure(ErrorCode::Unsupported, ExceptionContext(reason));
+}
+
 }  // namespace
 
 SequentialWriter::SequentialWriter(std::shared_ptr<OpenFileContext> context, std::shared_ptr<TransferPool> pool,
@@ -109,11 +113,20 @@ bool SequentialWriter::abandon() {
 
 void SequentialWriter::store() {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    throw ByteStreamWriteFailure(ErrorCode::Unsupported,
-                                 ExceptionContext("a file that is written sequentially is stored by closing it"));
+    refuse("a file that is written sequentially is stored by closing it");
 }
 
 void SequentialWriter::storeAtClose() noexcept {}
+
+void SequentialWriter::resize(std::uint64_t /*size*/) {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    refuse("a file that is written sequentially has the size that was written");
+}
+
+void SequentialWriter::detach() {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    refuse("a file that is written sequentially keeps its name");
+}
 
 std::int64_t SequentialWriter::doRead(char* /*buffer*/, std::int64_t /*count*/) {
     CLOUDPROVIDER_TRACE_FUNCTION();

@@ -40,7 +40,7 @@ void StreamRegister::endWriteBack() {
 
 bool StreamRegister::abandon() {
     const std::lock_guard lock(m_mutex);
-    const bool isCountedOn = m_lastChangeOfClosed && *m_lastChangeOfClosed >= m_storedBefore;
+    const bool isCountedOn = !m_isAbandoned && m_lastChangeOfClosed && *m_lastChangeOfClosed >= m_storedBefore;
     if (m_count != 1 || isCountedOn) {
         return false;
     }
@@ -51,6 +51,12 @@ bool StreamRegister::abandon() {
 
 void StreamRegister::retire() {
     const std::lock_guard lock(m_mutex);
+    retireLocked();
+}
+
+void StreamRegister::detach() {
+    const std::lock_guard lock(m_mutex);
+    m_isAbandoned = true;
     retireLocked();
 }
 

@@ -36,6 +36,9 @@ public:
     /// Take no further streams. Those that are there go on.
     void retire();
 
+    /// Retire, and have nothing written back any more, whoever counts on a change.
+    void detach();
+
     ChangePoint changePoint() const noexcept { return m_storesBegun.load(); }
 
     /// A write-back begins: answers the point that everything changed before is behind.
@@ -57,7 +60,7 @@ private:
     std::function<void()> m_retired;
     std::uint64_t m_count = 0;
     bool m_isWritingBack = false;
-    bool m_isAbandoned = false;
+    bool m_isAbandoned = false;  // nothing is written back any more
     bool m_isRetired = false;
     std::optional<ChangePoint> m_lastChangeOfClosed;
     ChangePoint m_storedBefore = 0;  // what was changed at earlier points is stored

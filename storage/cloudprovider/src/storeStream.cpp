@@ -1,34 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "ProviderStream.hpp"
-#include "translateException.hpp"
 
-#include <storage/cloudprovider/CloudException.hpp>
 #include <storage/cloudprovider/storeStream.hpp>
 
 namespace storage::cloudprovider {
 
-using foundation::storage::provider::ByteStream;
-using foundation::storage::provider::ByteStreamWriteFailure;
-using foundation::storage::provider::ErrorCode;
-using foundation::storage::provider::ExceptionContext;
-
-void storeStream(ByteStream& stream) {
-    auto* const own = dynamic_cast<ProviderStream*>(&stream);
-    if (own == nullptr) {
-        throw ByteStreamWriteFailure(ErrorCode::Unsupported,
-                                     ExceptionContext("the stream belongs to another provider"));
-    }
-    try {
-        own->store();
-    } catch (const ByteStreamWriteFailure&) {
-        throw;
-    } catch (const CloudException& cause) {
-        traceCaughtException();
-        throw ByteStreamWriteFailure(cause.getErrorCode(), ExceptionContext(cause.what()));
-    } catch (...) {
-        traceCaughtException();
-        throw ByteStreamWriteFailure(ErrorCode::Unknown, ExceptionContext(describeCurrentException()));
-    }
+void storeStream(foundation::storage::provider::ByteStream& stream) {
+    withProviderStream(stream, [](ProviderStream& own) { own.store(); });
 }
 
 }  // namespace storage::cloudprovider

@@ -16,8 +16,8 @@ namespace storage::cloudprovider::test {
 
 /// Several streams of one file, beside what a plain text would make of the same operations.
 ///
-/// Each step is one operation that the seed decides: opening, reading, writing, seeking, storing, abandoning, closing,
-/// or another writer who replaces the object. What differs from the text fails the running test; what the provider
+/// Each step is one operation that the seed decides: opening, reading, writing, resizing, seeking, storing, abandoning,
+/// closing, leaving the name, or another writer who replaces the object. What differs from the text fails the running test; what the provider
 /// throws unexpectedly passes through. One thread.
 class CLOUDPROVIDER_TESTING_EXPORT StreamModel {
 public:
@@ -28,7 +28,7 @@ public:
         std::uint64_t object = 6;    ///< most of what is stored before the first step
         std::uint64_t file = 40;     ///< most that a seek goes to
         bool storesOddParts = true;  ///< the store takes parts of any size: what is stored before has odd ones
-        bool tellsVersions = true;   ///< else nobody else writes meanwhile
+        bool tellsVersions = true;   ///< else nobody else writes meanwhile, and no file leaves its name
     };
 
     /// provider: serves file, and keeps it in the object of that key. store: the same store, on a way that does not
@@ -57,12 +57,15 @@ private:
     Handle& anyStream();
     void storeSomething();
     void open();
+    void use(Handle& handle, std::uint64_t choice);
     void read(Handle& handle);
     void write(Handle& handle);
+    void resize(Handle& handle);
     void noteStored();
     void store(const Handle& handle);
     void abandon(const Handle& handle);
     void letAnotherWriterIn();
+    void detach(const Handle& handle);
     void seek(Handle& handle);
     void close(Handle& handle);
 
