@@ -303,7 +303,8 @@ void OpenPartManager::rerunFailedUploads() {
     retiringWhenReplaced([&] { m_uploadManager->rerunFailedUploads(); });
 }
 
-// Under both gates, held exclusively: nobody opens or closes a part, nor puts bytes into one. What may fail comes first.
+// Under both gates, held exclusively: nobody opens or closes a part, nor puts bytes into one. What may fail comes
+// first.
 std::vector<std::shared_ptr<OpenPartBuffer>> OpenPartManager::cutOff(std::uint64_t size) {
     CLOUDPROVIDER_TRACE_FUNCTION();
     std::unique_lock lock(m_partsMutex);
@@ -338,8 +339,9 @@ OpenPartManager::Cut OpenPartManager::prepareCut(const std::vector<Part>& parts,
     }
     if (isReplaced) {
         const auto left = size - broken.offset();
-        const auto capacity = size == 0 ? cut.newParts.capacityOf(0, 0, m_context->key)
-                                        : std::max(broken.capacity(), cut.newParts.grownCapacityOf(left, broken.offset()));
+        const auto capacity = size == 0
+                                  ? cut.newParts.capacityOf(0, 0, m_context->key)
+                                  : std::max(broken.capacity(), cut.newParts.grownCapacityOf(left, broken.offset()));
         cut.replacement = broken.makeShortened(left, capacity);
     }
     return cut;

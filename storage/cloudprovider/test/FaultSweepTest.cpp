@@ -3,6 +3,7 @@
 #include "EngineTest.hpp"
 
 #include <storage/cloudprovider/openSequentialWriter.hpp>
+#include <storage/cloudprovider/resizeStream.hpp>
 
 #include <algorithm>
 #include <optional>
@@ -75,6 +76,7 @@ protected:
         std::string written;
         bool discards = false;
         bool isSequential = false;
+        std::optional<std::uint64_t> resizedTo{};
     };
 
     static std::string expectedContent(const Scenario& scenario, std::string content) {
@@ -82,7 +84,9 @@ protected:
             content.clear();
         }
         content.resize(std::max<std::size_t>(content.size(), scenario.writeAt + scenario.written.size()), '\0');
-        return content.replace(scenario.writeAt, scenario.written.size(), scenario.written);
+        content.replace(scenario.writeAt, scenario.written.size(), scenario.written);
+        content.resize(scenario.resizedTo.value_or(content.size()), '\0');
+        return content;
     }
 
     // Writes on where a failed write got to, once. Whether all bytes were taken and the closing succeeded; nothing when
@@ -101,6 +105,9 @@ protected:
             if (!scenario.isSequential) {
                 stream->seek(static_cast<std::int64_t>(scenario.writeAt), std::ios_base::beg);
                 write(stream, scenario.written);
+                if (scenario.resizedTo) {
+                    resizeStream(*stream, *scenario.resizedTo);
+                }
             }
             while (scenario.isSequential && taken < scenario.written.size()) {
                 const auto left = scenario.written.substr(taken);
@@ -154,6 +161,10 @@ TEST_F(FaultSweepTest, AWriteEitherSucceedsOrFailsAsAWhole) {
         {"a gap behind the end", {8, 3}, 30, "end"},
         {"discarded", {8, 8, 3}, 0, "0123456789", true},
         {"one part, sequentially", {8, 8, 3}, 0, "01234567", true, true},
+        {"cut inside a part", {8, 8, 8, 3}, 18, "XY", false, false, 13},
+        {"cut to the part that was written", {8, 8, 3}, 0, "XY", false, false, 8},
+        {"cut behind a part that was not", {8, 8, 3}, 17, "X", false, false, 8},
+        {"zeros at the end", {8, 3}, 1, "X", false, false, 30},
         {"several parts, sequentially", {8, 8, 3}, 0, "0123456789abcdefghijklmnopqrstuvw", true, true},
     };
     const std::pair<bool, std::uint32_t> kinds[] = {{false, 0}, {true, 0}, {false, 1}, {true, 4}};

@@ -7,6 +7,7 @@
 #include <storage/cloudprovider/CloudException.hpp>
 #include <storage/cloudprovider/buildCloudProvider.hpp>
 #include <storage/cloudprovider/openSequentialWriter.hpp>
+#include <storage/cloudprovider/resizeStream.hpp>
 #include <storage/cloudprovider/testing/VersionedFakeClient.hpp>
 
 #include <algorithm>
@@ -79,6 +80,65 @@ TEST_F(LimitsTest, PartsGrowWhereTheStoreTakesFewUpToTheLargestObject) {
     growing->close();
     EXPECT_EQ(m_client->content(m_key), "0123456789" + std::string(40, '\0') + "x");
     EXPECT_EQ(sentSizes(), (std::vector<std::uint64_t>{8, 8, 16, 14})) << "the last stored part, then as in a new file";
+}
+
+TEST_F(LimitsTest, AResizedFileKeepsToTheLimitsAndToItsLayout) {
+    StoreLimits limits;
+    limits.MostParts = 20;
+    limits.LargestPart = 64;
+    limits.LargestObject = 500;
+    const std::vector<std::uint64_t> manyParts(15, 8);
+    struct Row {
+        const char* name;
+        bool isThere;
+        std::uint64_t cut;
+        std::uint64_t grown;
+        std::optional<ErrorCode> failure;
+        std::vector<std::uint64_t> sent;
+    };
+    const Row rows[] = {
+        {"too large", false, 0, 501, ErrorCode::Unsupported, {}},
+        {"too many parts", true, 120, 500, ErrorCode::Unsupported, {}},
+        {"of a new file", false, 0, 500, std::nullopt, {8, 16, 32, 64, 64, 64, 64, 64, 64, 60}},
+        {"of a new file that was cut", false, 60, 150, std::nullopt, {8, 16, 32, 64, 30}},
+        {"cut to nothing", true, 0, 500, std::nullopt, {8, 16, 32, 64, 64, 64, 64, 64, 64, 60}},
+        {"cut to few parts", true, 9, 500, std::nullopt, {8, 8, 16, 32, 64, 64, 64, 64, 64, 64, 44}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        startWith(limits);
+        if (row.isThere) {
+            m_client->storeParts(m_key, std::string(120, 's'), manyParts);
+        }
+        const auto stream = openFile(row.isThere ? update() : replace());
+        if (!row.isThere) {
+            resizeStream(*stream, 300);
+        }
+        resizeStream(*stream, row.cut);
+        m_client->clearCalls();
+        EXPECT_EQ(errorCodeOf([&] { resizeStream(*stream, row.grown); }), row.failure);
+        EXPECT_EQ(m_client->callCount(), 0U);
+        const auto size = row.failure ? row.cut : row.grown;
+        EXPECT_EQ(stream->seek(0, std::ios_base::end), std::streampos(size));
+        stream->close();
+        const auto kept = std::min<std::uint64_t>(row.isThere ? row.cut : 0, 120);
+        EXPECT_EQ(m_client->content(m_key), std::string(kept, 's') + std::string(size - kept, '\0'));
+        if (!row.failure) {
+            EXPECT_EQ(sentSizes(), row.sent);
+        }
+    }
+}
+
+// A store may take larger parts of an upload than it takes in one go.
+TEST_F(LimitsTest, AFileThatIsCutToOneLargePartIsUploaded) {
+    StoreLimits limits;
+    limits.LargestPut = 6;
+    startWith(limits);
+    m_client->storeParts(m_key, std::string(40, 's'), {20, 20});
+    const auto stream = openFile(update());
+    resizeStream(*stream, 18);
+    stream->close();
+    EXPECT_EQ(m_client->content(m_key), std::string(18, 's'));
 }
 
 TEST_F(LimitsTest, AWriteThatGoesBeyondTheLargestObjectSendsAndTakesNothing) {

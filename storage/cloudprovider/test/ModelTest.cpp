@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "EngineTest.hpp"
 
+#include <storage/cloudprovider/resizeStream.hpp>
 #include <storage/cloudprovider/storeStream.hpp>
 #include <storage/cloudprovider/testing/StreamModel.hpp>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <random>
 #include <thread>
@@ -41,6 +43,17 @@ protected:
                 stream = openFile(update());
             }
         }
+        stream->close();
+    }
+
+    // Cuts the end of a file off and lets it grow, over and over, but keeps what it has at the beginning.
+    void resizeBehind(std::size_t least, const std::atomic<bool>& goesOn) const {
+        std::mt19937_64 random(least);
+        const auto stream = openFile(update());
+        while (goesOn) {
+            resizeStream(*stream, least + std::uniform_int_distribution<std::size_t>(0, 3 * kPartSize)(random));
+        }
+        resizeStream(*stream, least);
         stream->close();
     }
 };
@@ -84,6 +97,7 @@ TEST_F(ModelTest, StreamsOfOneFileBehaveLikeAPlainText) {
     }
 }
 
+// Others resize it meanwhile, where the last region ends inside a part.
 TEST_F(ModelTest, ThreadsChangeTheirRegionsOfOneFile) {
     constexpr std::size_t kThreads = 4;
     constexpr std::size_t kRegion = 5 * kPartSize + 3;  // regions meet inside parts
@@ -94,7 +108,7 @@ TEST_F(ModelTest, ThreadsChangeTheirRegionsOfOneFile) {
         m_options.readAheadParts = static_cast<std::uint32_t>(seed % 4);
         startAnew(seed % 2 == 0);
         std::vector<std::string> regions(kThreads, std::string(kRegion, '-'));
-        m_client->storeParts(m_key, std::string(kThreads * kRegion, '-'), {kRegion, 2 * kRegion, kRegion});
+        m_client->storeParts(m_key, std::string(kThreads * kRegion, '-'), {kRegion, 2 * kRegion, kRegion - 3, 3});
         std::vector<std::thread> threads;
         threads.reserve(kThreads);
         for (std::size_t thread = 0; thread < kThreads; ++thread) {
@@ -106,9 +120,19 @@ TEST_F(ModelTest, ThreadsChangeTheirRegionsOfOneFile) {
                 }
             });
         }
+        std::atomic<bool> isResized = seed % 4 != 1;
+        std::thread resizer([&] {
+            try {
+                resizeBehind(kThreads * kRegion, isResized);
+            } catch (const std::exception& failure) {
+                ADD_FAILURE() << failure.what();
+            }
+        });
         for (auto& thread : threads) {
             thread.join();
         }
+        isResized = false;
+        resizer.join();
         std::string expected;
         for (const auto& region : regions) {
             expected += region;

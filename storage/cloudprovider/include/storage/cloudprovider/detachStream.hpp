@@ -10,8 +10,8 @@ namespace storage::cloudprovider {
 /// nothing of the file is stored any more, and it does not count as open.
 ///
 /// All streams of the file keep reading and writing what they have, in temporary files. Closing them, and storeStream,
-/// store nothing and succeed. What was sent to the store is given up. Who opens the name from now on gets what the store
-/// has there.
+/// store nothing and succeed. What was sent to the store is given up. Who opens the name from now on gets what the
+/// store has there.
 ///
 /// What was not fetched by now can be had only while the store is known to have the version that the file was opened
 /// from, or stored last: once that was removed or replaced, or at once where the store does not tell versions,

@@ -17,8 +17,8 @@ namespace storage::cloudprovider::test {
 /// Several streams of one file, beside what a plain text would make of the same operations.
 ///
 /// Each step is one operation that the seed decides: opening, reading, writing, resizing, seeking, storing, abandoning,
-/// closing, leaving the name, or another writer who replaces the object. What differs from the text fails the running test; what the provider
-/// throws unexpectedly passes through. One thread.
+/// closing, leaving the name, or another writer who replaces the object. What differs from the text fails the running
+/// test; what the provider throws unexpectedly passes through. One thread.
 class CLOUDPROVIDER_TESTING_EXPORT StreamModel {
 public:
     /// Sizes in parts, which keep the file small.
