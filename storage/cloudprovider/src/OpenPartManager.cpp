@@ -352,7 +352,6 @@ void OpenPartManager::growTo(std::uint64_t size) {
     CLOUDPROVIDER_TRACE_FUNCTION();
     const auto partIndex = findPartIndex(size - 1);
     std::unique_lock lock(m_partsMutex);
-    m_newParts.checkFileSize(size, m_context->key);
     const Part last = m_parts.back();
     lock.unlock();
     if (partIndex == last->index()) {

@@ -367,6 +367,22 @@ TEST_F(PartBufferTest, OnlyWhatTheStoreHasIsDiscarded) {
     EXPECT_FALSE(part->hasLocalBytes());
 }
 
+TEST_F(PartBufferTest, APartThatTheFileHasNoLongerStaysInvalid) {
+    const auto part = storedPart(6);
+    part->open();
+    part->markModified();
+    ASSERT_TRUE(part->markUploading());
+    part->invalidate();
+    EXPECT_EQ(bytesOf(*part), "stored") << "who has it open goes on";
+    EXPECT_TRUE(part->markUploadFailed()) << "a failure that matters to nobody";
+    EXPECT_EQ(part->localDataVersion(), LocalDataVersion::INVALID);
+    EXPECT_FALSE(part->markUploading());
+    part->close();
+    EXPECT_FALSE(part->openIfModified());
+    part->discardIfBlank();
+    EXPECT_EQ(m_folder.fileCount(), 0U);
+}
+
 TEST_F(PartBufferTest, TextFormsAreFixed) {
     std::ostringstream text;
     text << PartInfo{2, 10485760, 5242880, "abc"} << PartInfo{} << LocalDataVersion::SCHEDULED_UPLOAD
