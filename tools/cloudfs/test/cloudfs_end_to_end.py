@@ -95,6 +95,16 @@ class Case(unittest.TestCase):
         with open(os.path.join(self.work, name), "rb") as file:
             return file.read()
 
+    def on_a_terminal(self, *arguments):
+        """What a command that succeeds shows on a terminal."""
+        master, slave = pty.openpty()
+        process = self.start(*arguments, stdout=slave)
+        os.close(slave)
+        self.assertEqual(process.wait(DEADLINE_SECONDS), DONE)
+        shown = os.read(master, 10000).decode()
+        os.close(master)
+        return shown
+
     def names(self, path="/", *options):
         return self.ok("ls", *options, path).decode().splitlines()
 
@@ -227,13 +237,23 @@ class Usage(Case):
     def test_help_gives_an_example_for_every_command(self):
         overview = self.ok("--help").decode()
         self.assertIn("\nCommands:\n", overview)
-        self.assertNotIn("{", overview.split("--trace")[1])
+        self.assertNotIn("{", overview)
         for command in ["ls", "stat", "cat", "put", "get", "append", "write", "touch", "mkdir", "rm", "rmdir", "mv",
                         "cp", "sync", "uploads", "verify", "compact", "upgrade"]:
             with self.subTest(command=command):
                 self.assertIn(f"\n  {command} ", overview)
-                self.assertRegex(self.ok(command, "--help").decode(), rf"Example: .*cloudfs {command} ")
+                help = self.ok(command, "--help").decode()
+                self.assertRegex(help, rf"Example: .*cloudfs {command} ")
+                self.assertLessEqual(max(map(len, (overview + help).splitlines())), 80)
+        self.assertEqual(self.ok("-h").decode(), overview)
+        self.assertNotIn("Excludes", self.ok("ls", "--help").decode())
         self.assertRegex(self.ok("--version").decode(), r"^\d+\.\d+\.\d+\n$")
+
+    def test_no_command_lists_them(self):
+        result = self.run_tool()
+        self.assertEqual((result.returncode, result.stdout), (USAGE, b""))
+        overview = self.ok("--help").decode().split("\nCommands:\n")[1]
+        self.assertEqual(re.findall(r"(?m)^  (\w+)", result.stderr.decode()), re.findall(r"(?m)^  (\w+)", overview))
 
     def test_a_missing_store_is_made_only_to_put_something_into_it(self):
         self.local("f", b"x")
@@ -243,7 +263,8 @@ class Usage(Case):
             with self.subTest(arguments=arguments):
                 self.fails("NotFound", "store.db", *arguments, mentions="no such store")
         self.fails("NotFound", "missing", "put", "missing", "/a")
-        self.fails("NotFound", "/no:", "mkdir", "/no/parent")
+        self.fails("NotFound", "/no:", "mkdir", "/no/such/parent")
+        self.fails("NotFound", "no:", "--store", "sqlite:no/such/store.db", "put", "f", "/a", mentions="for no/such/s")
         self.fails("AlreadyExists", "/:", "mkdir", "/")
         self.fails("InvalidLocation", "/:", "append", "f", "/")
         self.fails("Unsupported", "/x", "--folder-policy", "implicit", "mkdir", "/x", mentions="while files are in")
@@ -274,7 +295,9 @@ class Usage(Case):
 
     def test_a_file_that_is_no_store_is_reported_and_kept(self):
         self.local("store.db", b"not a database " * 100)
-        self.fails("Unknown", "store.db: cannot open the store store.db: file", "ls", "/")
+        self.fails("Failed", "store.db: cannot open the store store.db: file", "ls", "/")
+        self.fails("InvalidLocation", ".: is a folder", "--store", "sqlite:.", "ls", "/")
+        self.fails("InvalidLocation", "store.db/x: Not a directory", "--store", "sqlite:store.db/x", "put", "-", "/f")
         self.assertEqual(self.read_local("store.db"), b"not a database " * 100)
 
     def test_trace_shows_nested_records_for_the_mask(self):
@@ -317,12 +340,18 @@ class Ls(Case):
 
     def test_a_terminal_sees_escapes(self):
         self.ok("put", "-", "/new\nline\x1b\\\u0085é")
-        master, slave = pty.openpty()
-        process = self.start("ls", "/", stdout=slave)
-        os.close(slave)
-        self.assertEqual(process.wait(DEADLINE_SECONDS), DONE)
-        self.assertEqual(os.read(master, 1000).decode(), "new\\nline\\033\\\\\\302\\205é\r\n")
-        os.close(master)
+        self.assertEqual(self.on_a_terminal("ls", "/"), "new\\nline\\033\\\\\\302\\205é\r\n")
+
+    def test_a_terminal_is_not_told_to_turn_the_direction_of_writing(self):
+        turning = "\u061c\u200e\u200f\u202a\u202b\u202c\u202d\u202e\u2066\u2067\u2068\u2069"
+        kept = "é\u061b\u200d\u2010\u2029\u202f\u2065\u206a日😀"
+        self.ok("put", "-", "/" + turning + kept)
+        octal = "".join(f"\\{byte:03o}" for byte in turning.encode())
+        self.assertEqual(self.on_a_terminal("ls", "/"), octal + kept + "\r\n")
+        self.assertEqual(self.ok("ls").decode(), turning + kept + "\n")
+        result = self.run_tool("cat", "/no" + turning)
+        self.assertEqual(result.stderr.decode(), f"NotFound: /no{octal}: there is no such file or folder\n")
+
 
 
 class Stat(Case):
@@ -536,7 +565,7 @@ class Get(Case):
         process = self.start("get", "/f", "out", stderr=subprocess.PIPE, restore_signals=False,
                              preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (limit, limit)))
         self.assertEqual(process.wait(DEADLINE_SECONDS), FAILED)
-        self.assertEqual(process.stderr.read(), b"Unknown: out: File too large\n")
+        self.assertEqual(process.stderr.read(), b"Failed: out: File too large\n")
         self.assertEqual(self.read_local("out"), b"old")
         self.assertEqual(self.local_names(), ["out", "store.db"])
 
@@ -544,7 +573,7 @@ class Get(Case):
         self.ok("put", "-", "/sub/f", data=b"x")
         for code, path, arguments in [("NotFound", "/absent", ["/absent", "out"]),
                                       ("InvalidLocation", "/sub: is a folder; get -r", ["/sub", "out"]),
-                                      ("NotFound", "nowhere/", ["/sub/f", "nowhere/out"])]:
+                                      ("NotFound", "nowhere: there is no", ["/sub/f", "nowhere/below/out"])]:
             with self.subTest(arguments=arguments):
                 self.fails(code, path, "get", *arguments)
         self.assertEqual(self.local_names(), ["store.db"])
@@ -1032,11 +1061,11 @@ class Verify(Case):
                 lines = result.stdout.decode().splitlines()
                 self.assertEqual([line.split(":")[0] for line in lines], damaged)
                 self.assertTrue(all("the store is damaged" in line for line in lines), lines)
-                self.assertRegex(result.stderr.decode(), rf"^Unknown: store.db: the store is damaged; .*: {len(damaged)}\n$")
+                self.assertRegex(result.stderr.decode(), rf"^Failed: store.db: the store is damaged; .*: {len(damaged)}\n$")
                 self.assertEqual(result.returncode, FAILED)
         self.assertEqual(self.ok("verify", "/whole") + self.ok("verify", "/d/two"), b"")
         self.fails("NotFound", "/missing", "verify", "/missing")
-        self.fails("Unknown", "/dd", "cat", "/dd", mentions="damaged")
+        self.fails("Failed", "/dd", "cat", "/dd", mentions="damaged")
         self.ok("rm", "/dd")
         self.ok("put", "-", "/d/one", data=b"again")
         self.assertEqual(self.ok("verify"), b"")
@@ -1308,7 +1337,7 @@ class Interrupts(Case):
         for arguments in [["put", "/proc/self/mem", "/f"], ["append", "/proc/self/mem", "/f"],
                           ["put", "/proc/self/mem", "/g"], ["write", "--at", "1", "/proc/self/mem", "/f"]]:
             with self.subTest(arguments=arguments):
-                self.fails("Unknown", "/proc/self/mem", *arguments)
+                self.fails("Failed", "/proc/self/mem", *arguments)
                 self.assertEqual(self.store_content(), {"f": b"whole"})
 
     def test_a_killed_put_leaves_every_file_whole(self):

@@ -33,6 +33,8 @@
 #include <functional>
 #include <iostream>
 #include <map>
+#include <optional>
+#include <sstream>
 #include <string>
 
 namespace cloudfs {
@@ -77,6 +79,61 @@ void addLinksOption(CLI::App& app, Request& request) {
         ->type_name("WHAT");
 }
 
+// Breaks a text at blanks; what has lines of its own keeps them.
+std::string wrap(const std::string& text, std::size_t width) {
+    std::string result;
+    std::size_t lineBegin = 0;
+    std::size_t lastBlank = std::string::npos;
+    for (const char character : text) {
+        if (character == ' ') {
+            lastBlank = result.size();
+        }
+        result.push_back(character);
+        if (character == '\n') {
+            lineBegin = result.size();
+            lastBlank = std::string::npos;
+        } else if (result.size() - lineBegin > width && lastBlank != std::string::npos) {
+            result[lastBlank] = '\n';
+            lineBegin = lastBlank + 1;
+            lastBlank = std::string::npos;
+        }
+    }
+    return result;
+}
+
+// Help that fits a terminal of 80 columns. Behind an option's name stands only what its value is called: what the
+// parser adds (what excludes what, defaults, variables) reads as if it belonged to the value.
+class HelpFormat : public CLI::Formatter {
+public:
+    HelpFormat() {
+        column_width(kNameWidth);
+        label("TEXT", "");
+        label("SUBCOMMAND", "COMMAND");
+    }
+
+    std::string make_option_opts(const CLI::Option* option) const override {
+        const auto& text = option->get_option_text();
+        if (!text.empty() || option->get_type_size() == 0) {
+            return text;
+        }
+        return ' ' + get_label(option->get_type_name());
+    }
+
+    std::string make_option_desc(const CLI::Option* option) const override {
+        return wrap(option->get_description(), kTextWidth);
+    }
+
+    std::string make_subcommand(const CLI::App* command) const override {
+        std::ostringstream text;
+        CLI::detail::format_help(text, command->get_name(), wrap(command->get_description(), kTextWidth), kNameWidth);
+        return text.str();
+    }
+
+private:
+    static constexpr std::size_t kNameWidth = 22;
+    static constexpr std::size_t kTextWidth = 80 - kNameWidth;
+};
+
 }  // namespace
 
 // What the arguments may be, and what they ask for. Each command's request is filled in by the parser.
@@ -103,6 +160,7 @@ private:
     template <typename Request>
     Definition<Request> define(Command<Request> command, const std::string& name, const std::string& description,
                                const std::string& example);
+    std::string commandList() const;
     void defineGlobalOptions();
     void defineLs();
     void defineStat();
@@ -131,15 +189,14 @@ private:
 };
 
 CommandLine::Grammar::Grammar() : m_app("Work with the files of an object store", "cloudfs") {
+    m_app.formatter(std::make_shared<HelpFormat>());
     m_app.require_subcommand(1);
-    m_app.get_formatter()->label("REQUIRED", "");
-    m_app.get_formatter()->label("TEXT", "");
-    m_app.get_formatter()->label("SUBCOMMAND", "COMMAND");
     m_app.failure_message(
         [](const CLI::App* /*app*/, const CLI::Error& error) { return escapeText(error.what()) + kUsageHint; });
     m_app.footer(
         "cloudfs COMMAND --help tells more about a command.\n"
-        "Exit status: 0 done, 1 the operation failed, 2 wrong usage, 128 + the signal when interrupted.\n"
+        "Exit status: 0 done, 1 the operation failed, 2 wrong usage, 128 + the signal\n"
+        "when interrupted.\n"
         "Example: cloudfs --store sqlite:photos.db ls -l /2024");
     defineGlobalOptions();
     defineLs();
@@ -170,6 +227,10 @@ std::optional<int> CommandLine::Grammar::parse(int argc, const char* const* argv
         if (m_app.get_subcommands().empty() && !m_app.remaining().empty()) {
             throw UsageError("there is no such command or option: " + m_app.remaining().front());
         }
+        if (m_app.get_subcommands().empty()) {
+            std::cerr << "Which command?" << commandList() << kUsageHint;
+            return kWrongUsage;
+        }
         m_app.exit(error);
         return kWrongUsage;
     } catch (const CLI::ExtrasError& error) {
@@ -178,6 +239,18 @@ std::optional<int> CommandLine::Grammar::parse(int argc, const char* const* argv
     } catch (const CLI::ParseError& error) {
         return m_app.exit(error) == 0 ? 0 : kWrongUsage;
     }
+}
+
+// One a line, with what it does.
+std::string CommandLine::Grammar::commandList() const {
+    constexpr std::size_t kNameWidth = 10;
+    std::string list;
+    for (const auto* const command : m_app.get_subcommands({})) {
+        auto name = command->get_name();
+        name.resize(std::max(name.size() + 1, kNameWidth), ' ');
+        list.append("\n  ").append(name).append(command->get_description());
+    }
+    return list;
 }
 
 void CommandLine::Grammar::run() const {
@@ -211,19 +284,20 @@ CommandLine::Grammar::Definition<Request> CommandLine::Grammar::define(Command<R
 
 void CommandLine::Grammar::defineGlobalOptions() {
     m_app.set_version_flag("--version", std::string(CLOUDFS_VERSION), "Print the version and exit");
-    m_app.add_option("--store", m_store, "The store: sqlite:FILE or s3://BUCKET[/PREFIX]")
+    m_app
+        .add_option("--store", m_store,
+                    std::string("The store, ") + StoreUrl::forms() + "; $CLOUDFS_STORE, else sqlite:cloudfs.db")
         ->envname("CLOUDFS_STORE")
-        ->type_name("URL")
-        ->capture_default_str();
+        ->type_name("URL");
     m_app
         .add_option("--folder-policy", m_folderPolicy,
-                    "Keep folders as marker objects, or see them only in the names of files")
+                    "Keep folders as marker objects, the default, or see them only in the names of files")
         ->check(CLI::IsMember({"markers", "implicit"}))
-        ->capture_default_str();
+        ->option_text(" markers|implicit");
     m_app.add_flag("-v,--verbose", m_isVerbose, "Tell the requests and bytes that the command took");
     m_app
         .add_flag("--trace", m_traceMask,
-                  "Show the provider's diagnostic records on standard error; the mask, after \"=\", adds up\n"
+                  "Show the provider's diagnostic records on standard error; the mask, after \"=\", adds up "
                   "0x2 arguments, 0x10 caught exceptions, 0x20 entry and 0x40 exit of functions")
         ->type_name("[=MASK]");
 }
@@ -235,7 +309,7 @@ void CommandLine::Grammar::defineLs() {
     ls.add_flag("-R", request.isRecursive, "List everything below the folder");
     auto* const files = ls.add_flag("--files", request.onlyFiles, "Only files");
     ls.add_flag("--folders", request.onlyFolders, "Only folders")->excludes(files);
-    ls.add_option("PATH", request.path, "The folder")->capture_default_str();
+    ls.add_option("PATH", request.path, "The folder; the root unless told otherwise");
 }
 
 void CommandLine::Grammar::defineStat() {
@@ -364,14 +438,15 @@ void CommandLine::Grammar::defineUploads() {
             "--older-than", [&olderThan = request.olderThan](const std::string& text) { olderThan = parseAge(text); },
             "Only those that are so old; a number and s, m, h or d")
         ->type_name("AGE");
-    uploads.add_option("PATH", request.path, "Of that file, or of all files below that folder")->capture_default_str();
+    uploads.add_option("PATH", request.path,
+                       "Of that file, or of all files below that folder; of all unless told otherwise");
 }
 
 void CommandLine::Grammar::defineVerify() {
     auto [verify, request] =
         define(commands::verify, "verify", "Read everything in an embedded store, and list what is damaged",
                "cloudfs verify /photos");
-    verify.add_option("PATH", request.path, "Only that file, or what is below that folder")->capture_default_str();
+    verify.add_option("PATH", request.path, "Only that file, or what is below that folder; all unless told otherwise");
 }
 
 void CommandLine::Grammar::defineCompact() {

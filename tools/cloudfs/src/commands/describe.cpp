@@ -7,8 +7,12 @@
 
 #include <foundation/storage/provider/Exception.hpp>
 
+#include <string>
+#include <system_error>
+
 namespace cloudfs::commands {
 
+using foundation::storage::provider::ErrorCode;
 using foundation::storage::provider::Exception;
 
 std::string describe(const std::exception& failure) {
@@ -22,7 +26,9 @@ std::string describe(const std::exception& failure) {
                              causeOf(code, ofProvider->getContext().getMessage()));
         return escapeText(worded.what());
     }
-    return escapeText("Unknown: " + std::string(failure.what()));
+    const auto* const ofSystem = dynamic_cast<const std::system_error*>(&failure);
+    const auto code = ofSystem == nullptr ? ErrorCode::Unknown : toErrorCode(ofSystem->code().value());
+    return escapeText(labelOf(code) + ": " + failure.what());
 }
 
 }  // namespace cloudfs::commands

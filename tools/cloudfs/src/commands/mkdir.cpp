@@ -11,8 +11,18 @@ using storage::cloudprovider::FolderPolicy;
 
 namespace {
 
-[[noreturn]] void failWithoutParent(const StorePath& parent) {
-    throw Failure(ErrorCode::NotFound, parent.text(), "there is no such folder; mkdir -p makes it");
+[[noreturn]] void failWithout(const StorePath& folder) {
+    throw Failure(ErrorCode::NotFound, folder.text(), "there is no such folder; mkdir -p makes it");
+}
+
+// The first on the way to it.
+StorePath firstMissing(const IProvider& provider, const StorePath& folder) {
+    const auto parent = folder.parent();
+    return parent.isRoot() || provider.folderExists(parent.iri()) ? folder : firstMissing(provider, parent);
+}
+
+StorePath firstFolderOf(const StorePath& path) {
+    return path.parent().isRoot() ? path : firstFolderOf(path.parent());
 }
 
 }  // namespace
@@ -28,7 +38,7 @@ void mkdir(const Session& session, const MkdirRequest& request) {
     const auto parent = path.parent();
     const bool needsParent = !request.withParents && !parent.isRoot();
     if (needsParent && !session.hasStore()) {
-        failWithoutParent(parent);  // rather than make a store
+        failWithout(firstFolderOf(parent));  // rather than make a store
     }
     const auto provider = session.open(MissingStore::Create);
     if (request.withParents) {
@@ -36,7 +46,7 @@ void mkdir(const Session& session, const MkdirRequest& request) {
         return;
     }
     if (needsParent && !provider->folderExists(parent.iri())) {
-        failWithoutParent(parent);
+        failWithout(firstMissing(*provider, parent));
     }
     provider->createFolder(path.iri());
 }

@@ -11,6 +11,7 @@
 #include <boost/filesystem/operations.hpp>
 
 #include <cerrno>
+#include <system_error>
 
 namespace cloudfs {
 
@@ -32,10 +33,18 @@ std::string folderName() {
     return foundation::temporaryFolder().native();
 }
 
+boost::filesystem::path makeFile() {
+    try {
+        return foundation::createTemporaryFile(foundation::temporaryFolder(), "cloudfs-");
+    } catch (const std::system_error& failure) {
+        throwLocalFailure(folderName(), failure.code().value());
+    }
+}
+
 }  // namespace
 
 SpoolFile::SpoolFile() {
-    const RemovedInTheEnd named(foundation::createTemporaryFile(foundation::temporaryFolder(), "cloudfs-"));
+    const RemovedInTheEnd named(makeFile());
     m_file = FileDescriptor::open(named.path.native(), O_RDWR);
 }
 

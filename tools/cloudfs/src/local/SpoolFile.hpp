@@ -12,8 +12,7 @@ namespace cloudfs {
 /// Bytes that are kept on the temporary disk, to be read again. The file has no name: whatever happens to the process,
 /// nothing is left of it.
 ///
-/// Errors   Failure, which names the temporary folder; std::system_error when no file can be made there.
-/// OperationInterrupted.
+/// Errors   Failure, which names the temporary folder; OperationInterrupted.
 class SpoolFile {
 public:
     SpoolFile();

@@ -9,6 +9,8 @@
 #endif
 
 #include <sys/stat.h>
+#include <unistd.h>
+#include <boost/filesystem/path.hpp>
 
 #include <cerrno>
 #include <string>
@@ -22,6 +24,15 @@ using storage::cloudprovider::CloudException;
 using storage::cloudprovider::ExtendedCloudClient;
 using storage::cloudprovider::SqliteClient;
 
+namespace {
+
+std::string folderOf(const std::string& file) {
+    const boost::filesystem::path path(file);
+    return path.has_parent_path() ? path.parent_path().native() : ".";
+}
+
+}  // namespace
+
 bool Session::hasStore() const {
     if (url.isBucket()) {
         return true;  // whether it is there shows when it is asked
@@ -31,6 +42,20 @@ bool Session::hasStore() const {
         return errno != ENOENT;
     }
     return !S_ISREG(status.st_mode) || status.st_size > 0;
+}
+
+// What SQLite would only call "unable to open database file".
+void Session::failUnlessPlaceForFile() const {
+    struct stat status {};
+    if (::stat(url.file.c_str(), &status) == 0) {
+        if (S_ISDIR(status.st_mode)) {
+            throw Failure(ErrorCode::InvalidLocation, url.file, "is a folder; a store is a file");
+        }
+    } else if (errno != ENOENT) {
+        throwLocalFailure(url.file, errno);
+    } else if (const auto folder = folderOf(url.file); ::access(folder.c_str(), W_OK | X_OK) != 0) {
+        throwLocalFailure(errno == ENOENT ? url.file : folder, errno);
+    }
 }
 
 void Session::failWhenMissing() const {
@@ -54,6 +79,9 @@ const std::string& Session::embeddedFile(const std::string& ability) const {
 std::shared_ptr<ExtendedCloudClient> Session::openClient(MissingStore missing) const {
     if (missing == MissingStore::Refuse) {
         failWhenMissing();
+    }
+    if (!url.isBucket()) {
+        failUnlessPlaceForFile();
     }
     return namingStore([this]() -> std::shared_ptr<ExtendedCloudClient> {
 #ifdef CLOUDFS_WITH_S3

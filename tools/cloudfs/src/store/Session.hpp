@@ -55,6 +55,7 @@ struct Session {
 private:
     [[noreturn]] void throwFailure(const storage::cloudprovider::CloudException& failure) const;
     void failWhenMissing() const;
+    void failUnlessPlaceForFile() const;
 };
 
 }  // namespace cloudfs

@@ -42,9 +42,17 @@ StoreUrl StoreUrl::parse(const std::string& text) {
         return parseBucket(text);
     }
     if (!beginsWith(text, kSqlite) || text.size() == kSqlite.size()) {
-        throw UsageError("a store is sqlite:FILE or s3://BUCKET[/PREFIX], not: " + text);
+        throw UsageError(std::string("a store is ") + forms() + ", not: " + text);
     }
     return {text.substr(kSqlite.size()), {}, {}};
+}
+
+const char* StoreUrl::forms() {
+#ifdef CLOUDFS_WITH_S3
+    return "sqlite:FILE or s3://BUCKET[/PREFIX]";
+#else
+    return "sqlite:FILE";
+#endif
 }
 
 std::string StoreUrl::name() const {

@@ -18,6 +18,9 @@ struct StoreUrl {
     /// Errors   UsageError for any other text, and for a kind of store that the program is built without.
     static StoreUrl parse(const std::string& text);
 
+    /// What parse reads in this build, for people.
+    static const char* forms();
+
     bool isBucket() const { return !bucket.empty(); }
 
     /// How messages name the store: its file, or s3://BUCKET/PREFIX.

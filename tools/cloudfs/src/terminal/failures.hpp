@@ -31,8 +31,11 @@ public:
     const char* what() const noexcept override { return "standard output is closed"; }
 };
 
+/// What the line that tells a failure begins with: the code's name, "Failed" where the host has no code for the cause.
+std::string labelOf(foundation::storage::provider::ErrorCode code);
+
 /// A failed operation on one path, of the store or of this machine. what() has the shape of the provider's
-/// Exception: "NotFound: /a/b.txt: the cause".
+/// Exception, "NotFound: /a/b.txt: the cause", but for its beginning: see labelOf.
 class Failure : public std::runtime_error {
 public:
     Failure(foundation::storage::provider::ErrorCode code, const std::string& path, const std::string& cause);
@@ -56,7 +59,11 @@ std::string causeOf(foundation::storage::provider::ErrorCode code, const std::st
 /// Refuse a path, of the store or of this machine, that is not valid UTF-8. Errors: Failure.
 void failUnlessUtf8(const std::string& path);
 
-/// Throw the Failure of a system call on a local path. error is an errno value.
+/// The code that fits an errno value.
+foundation::storage::provider::ErrorCode toErrorCode(int error);
+
+/// Throw the Failure of a system call on a local path. error is an errno value; for ENOENT, what is named is the first
+/// folder that is missing on the way there, if one is.
 [[noreturn]] void throwLocalFailure(const std::string& path, int error);
 
 /// Run an operation of a stream: its failures, which know no path, become StreamFailures of the path.
