@@ -313,6 +313,65 @@ class Usage(Case):
         self.assertNotIn("doOpenReadOnlyStream", arguments_only)
 
 
+class Settings(Case):
+    PART_SIZE, CACHE_SIZE = "VX_CLOUD_PART_SIZE_OVERRIDE", "VX_CLOUD_DOWNLOADED_PART_CACHE_OVERRIDE"
+
+    def parts_of(self, path):
+        """How many parts a file of the store has; none if it was stored in one go."""
+        connection = sqlite3.connect(os.path.join(self.work, "store.db"))
+        try:
+            return connection.execute("SELECT parts FROM objects WHERE key = ?", (path.encode(),)).fetchone()[0]
+        finally:
+            connection.close()
+
+    def test_variables_are_plain_numbers(self):
+        for name, wrong, right in [(self.PART_SIZE, ["8M", "65535", "-1", " 70000", "1e6", "18446744073709551616"],
+                                    ["65536", "0", ""]),
+                                   (self.CACHE_SIZE, ["1K", "-1", "x", "18446744073709551616"], ["0", "1", ""])]:
+            option = "--part-size" if name == self.PART_SIZE else "--cache-size"
+            for value in wrong + right:
+                with self.subTest(name=name, value=value):
+                    self.environment[name] = value
+                    if value in right:
+                        self.ok("put", "-", "/f", data=b"x")
+                    else:
+                        self.misused("ls", mentions=f"^{name} .*: {value}")
+                        self.ok(option, "64K", "put", "-", "/f", data=b"x")
+            del self.environment[name]
+
+    def test_options_are_numbers_with_units(self):
+        for option, wrong in [("--part-size", ["65535", "63K", "1k", "8MB", "K", "", "-1M", "9999999999G"]),
+                              ("--cache-size", ["1k", "", "G", "1.5M", "8589934592G"])]:
+            for value in wrong:
+                with self.subTest(option=option, value=value):
+                    self.misused(option, value, "ls")
+        content = os.urandom(5 * PART)
+        for value, parts in [("65536", 5), ("64K", 5), ("128K", 3), ("1M", 0), ("1G", 0)]:
+            with self.subTest(value=value):
+                self.ok("--part-size", value, "--cache-size", "0", "put", "-", "/f", data=content)
+                self.assertEqual(self.parts_of("f"), parts)
+                self.assertEqual(self.ok("cat", "/f"), content)
+
+    def test_temporary_files_go_where_they_are_told_to(self):
+        self.local("file")
+        for code, name in [("NotFound", "missing"), ("InvalidLocation", "file")]:
+            self.fails(code, name + ":", "--temp", name, "ls")
+        self.environment["TMPDIR"] = "missing"
+        self.fails("Failed", "/f: ", "put", "-", "/f", data=b"x", mentions="missing: No such file or directory")
+        self.fails("NotFound", os.path.realpath(self.work) + "/missing: No such", "append", "-", "/f", data=b"x")
+        self.ok("--temp", self.temporary, "put", "-", "/f", data=bytes(3 * PART))
+        self.assertEqual(len(self.ok("cat", "/f", "--temp", self.temporary)), 3 * PART)
+
+    def test_a_folder_for_temporary_files_that_cannot_be_written_is_refused(self):
+        os.chmod(self.folder, 0o755)
+        os.mkdir(os.path.join(self.work, "denied"), 0o700)
+        if os.geteuid() != 0:
+            self.skipTest("only root can become another user")
+        result = subprocess.run([CLOUDFS, "--temp", "denied", "ls"], capture_output=True, cwd=self.work,
+                                env=self.environment, user=65534, group=65534)
+        self.assertEqual((result.returncode, result.stderr), (FAILED, b"PermissionDenied: denied: Permission denied\n"))
+
+
 class Ls(Case):
     def test_an_empty_store_lists_as_nothing(self):
         self.ok("put", "-", "/f")

@@ -20,6 +20,7 @@
 #include "commands/uploads.hpp"
 #include "commands/verify.hpp"
 #include "commands/write.hpp"
+#include "local/temporaryFolder.hpp"
 #include "store/Session.hpp"
 #include "terminal/TraceSink.hpp"
 #include "terminal/escapeText.hpp"
@@ -30,6 +31,7 @@
 #include <CLI/Formatter.hpp>
 
 #include <algorithm>
+#include <cstdint>
 #include <functional>
 #include <iostream>
 #include <map>
@@ -161,7 +163,9 @@ private:
     Definition<Request> define(Command<Request> command, const std::string& name, const std::string& description,
                                const std::string& example);
     std::string commandList() const;
+    void applySettings() const;
     void defineGlobalOptions();
+    void defineSizes();
     void defineLs();
     void defineStat();
     void defineCat();
@@ -183,6 +187,9 @@ private:
     CLI::App m_app;
     std::string m_store = "sqlite:cloudfs.db";
     std::string m_folderPolicy = "markers";
+    std::optional<std::uint64_t> m_partSize;
+    std::optional<std::uint64_t> m_cacheSize;
+    std::optional<std::string> m_temporaryFolder;
     std::string m_traceMask;
     bool m_isVerbose = false;
     std::function<void(const Session&)> m_action;
@@ -253,10 +260,23 @@ std::string CommandLine::Grammar::commandList() const {
     return list;
 }
 
+void CommandLine::Grammar::applySettings() const {
+    if (!m_partSize) {
+        checkPartSizeVariable();
+    }
+    if (!m_cacheSize) {
+        checkCacheSizeVariable();
+    }
+    if (m_temporaryFolder) {
+        useTemporaryFolder(*m_temporaryFolder);
+    }
+}
+
 void CommandLine::Grammar::run() const {
+    applySettings();
     const Session session{StoreUrl::parse(m_store),
                           m_folderPolicy == "implicit" ? FolderPolicy::ImplicitFolders : FolderPolicy::MarkerObjects,
-                          m_isVerbose ? std::make_shared<TrafficReport>() : nullptr};
+                          m_partSize, m_cacheSize, m_isVerbose ? std::make_shared<TrafficReport>() : nullptr};
     if (!m_traceMask.empty()) {
         startTrace(m_traceMask == kFlagWithoutValue ? kDefaultTraceMask : parseMask(m_traceMask));
     }
@@ -294,12 +314,28 @@ void CommandLine::Grammar::defineGlobalOptions() {
                     "Keep folders as marker objects, the default, or see them only in the names of files")
         ->check(CLI::IsMember({"markers", "implicit"}))
         ->option_text(" markers|implicit");
+    defineSizes();
     m_app.add_flag("-v,--verbose", m_isVerbose, "Tell the requests and bytes that the command took");
     m_app
         .add_flag("--trace", m_traceMask,
                   "Show the provider's diagnostic records on standard error; the mask, after \"=\", adds up "
                   "0x2 arguments, 0x10 caught exceptions, 0x20 entry and 0x40 exit of functions")
         ->type_name("[=MASK]");
+}
+
+void CommandLine::Grammar::defineSizes() {
+    m_app
+        .add_option_function<std::string>(
+            "--part-size", [this](const std::string& text) { m_partSize = parsePartSize(text); },
+            "Store files in parts of that size, such as 8M, at least 64K; else 5M")
+        ->type_name("SIZE");
+    m_app
+        .add_option_function<std::string>(
+            "--cache-size", [this](const std::string& text) { m_cacheSize = parseSize(text); },
+            "Keep so much of what was read of an open file, such as 1G; else 100M")
+        ->type_name("SIZE");
+    m_app.add_option("--temp", m_temporaryFolder, "The folder for temporary files; else $TMPDIR, or /tmp")
+        ->type_name("DIR");
 }
 
 void CommandLine::Grammar::defineLs() {

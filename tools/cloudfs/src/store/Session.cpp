@@ -105,6 +105,8 @@ std::shared_ptr<IProvider> Session::providerFor(std::shared_ptr<CloudClient> cli
     storage::cloudprovider::ProviderOptions options;
     options.transferThreads = 8;
     options.readAheadParts = 8;
+    options.partSize = partSize;
+    options.cacheSize = cacheSize;
     options.lightBuffers = true;
     options.copyInStore = true;
     options.moveOrder = storage::cloudprovider::MoveOrder::StoreDestinationFirst;

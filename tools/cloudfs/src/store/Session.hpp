@@ -9,7 +9,9 @@
 #include <storage/cloudprovider/ExtendedCloudClient.hpp>
 #include <storage/cloudprovider/buildCloudProvider.hpp>
 
+#include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace cloudfs {
@@ -23,6 +25,11 @@ enum class MissingStore { Refuse, Create };
 struct Session {
     StoreUrl url;
     storage::cloudprovider::FolderPolicy folderPolicy = storage::cloudprovider::FolderPolicy::MarkerObjects;
+
+    /// Bytes of the parts of files that are written, and those kept of each file that is read; nothing: what the
+    /// environment tells, see ProviderOptions.
+    std::optional<std::uint64_t> partSize = std::nullopt;
+    std::optional<std::uint64_t> cacheSize = std::nullopt;
 
     /// Told of the client that is opened, to show its traffic; empty where nobody wants to know.
     std::shared_ptr<TrafficReport> traffic;
