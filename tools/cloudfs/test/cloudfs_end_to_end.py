@@ -5,6 +5,7 @@
 usage: cloudfs_end_to_end.py CLOUDFS [unittest arguments]
 """
 
+import json
 import datetime
 import os
 import pty
@@ -104,6 +105,17 @@ class Case(unittest.TestCase):
         shown = os.read(master, 10000).decode()
         os.close(master)
         return shown
+
+    def json_of(self, *arguments):
+        """The entries of a JSON document that has one a line; times, which are to be in UTC, become True."""
+        text = self.ok(*arguments).decode()
+        document = json.loads(text)
+        self.assertEqual(text.count("\n"), len(document) + 2 if document else 1, text)
+        for entry in document:
+            if entry.get("time"):
+                self.assertRegex(entry["time"], r"^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ$")
+                entry["time"] = True
+        return document
 
     def names(self, path="/", *options):
         return self.ok("ls", *options, path).decode().splitlines()
@@ -227,6 +239,8 @@ class Usage(Case):
                           ["--store", "sqlite:", "ls", "/"], ["--store", "s3:///prefix", "ls", "/"],
                           ["--store", "s3://bucket", "upgrade"], ["--store", "s3://bucket", "verify"],
                           ["uploads", "--older-than", "1y"], ["uploads", "--older-than", "d"],
+                          ["ls", "--human", "--json"], ["du", "-l"], ["cat", "--at", "x", "/f"],
+                          ["cat", "--size", "-1", "/f"],
                           ["put", "-", "/sub/"], ["put", "f", "--links", "what", "/"],
                           ["get", "--transfers", "0", "/f"], ["get", "--transfers", "65", "/f"]]:
             with self.subTest(arguments=arguments):
@@ -238,7 +252,7 @@ class Usage(Case):
         overview = self.ok("--help").decode()
         self.assertIn("\nCommands:\n", overview)
         self.assertNotIn("{", overview)
-        for command in ["ls", "stat", "cat", "put", "get", "append", "write", "touch", "mkdir", "rm", "rmdir", "mv",
+        for command in ["ls", "stat", "du", "cat", "put", "get", "append", "write", "touch", "mkdir", "rm", "rmdir", "mv",
                         "cp", "sync", "uploads", "verify", "compact", "upgrade"]:
             with self.subTest(command=command):
                 self.assertIn(f"\n  {command} ", overview)
@@ -411,6 +425,28 @@ class Ls(Case):
         result = self.run_tool("cat", "/no" + turning)
         self.assertEqual(result.stderr.decode(), f"NotFound: /no{octal}: there is no such file or folder\n")
 
+    def test_sizes_are_shown_for_people(self):
+        for size, shown in [(0, "0"), (1023, "1023"), (1024, "1.0K"), (1025, "1.1K"), (10137, "9.9K"), (10138, "10K"),
+                            (10241, "11K"), (1047552, "1023K"), (1047553, "1.0M"), (1500000, "1.5M")]:
+            with self.subTest(size=size):
+                self.ok("put", "-", "/f", data=bytes(size))
+                self.assertRegex(self.ok("ls", "-lh", "/").decode(), rf"^ *{shown}  \S+  f\n$")
+        self.assertEqual(self.ok("ls", "-l", "--human"), self.ok("ls", "-lh"))
+        self.assertEqual(self.ok("ls", "-h"), b"f\n")
+
+    def test_json_tells_everything(self):
+        self.assertEqual(self.run_tool("ls", "--json").stdout, b"")
+        name = "\x1f\"\\\n\x7f\u0085é\u202e日😀"
+        self.ok("put", "-", "/a/" + name, data=b"12345")
+        self.ok("put", "-", "/b", data=b"")
+        file = {"kind": "file", "time": True}
+        folder = {"kind": "folder", "size": None}
+        self.assertEqual(self.json_of("ls", "--json"),
+                         [{"name": "a", "time": None, **folder}, {"name": "b", "size": 0, **file}])
+        self.assertEqual(self.json_of("ls", "--json", "-l", "/a"), [{"name": name, "size": 5, **file}])
+        self.assertIn(b'"\\u001f\\"\\\\\\u000a\\u007f\\u0085\xc3\xa9\\u202e', self.ok("ls", "--json", "/a"))
+        self.assertEqual(self.json_of("ls", "--json", "/b"), [{"name": "/b", "size": 0, **file}])
+        self.assertEqual(self.json_of("ls", "--json", "--folders", "/b"), [])
 
 
 class Stat(Case):
@@ -421,8 +457,56 @@ class Stat(Case):
         self.assertEqual(self.ok("stat", "/b"), b"path: /b\nkind: folder\nsize: -\ntime: -\n")
         self.fails("NotFound", "/absent", "stat", "/absent")
 
+    def test_json_tells_the_same(self):
+        self.ok("put", "-", "/b/c", data=b"12345")
+        self.assertEqual(self.json_of("stat", "--json", "/b"),
+                         [{"path": "/b", "kind": "folder", "size": None, "time": None}])
+        self.assertEqual(self.json_of("stat", "/b//c", "--json"),
+                         [{"path": "/b/c", "kind": "file", "size": 5, "time": True}])
+
+
+class Du(Case):
+    def setUp(self):
+        super().setUp()
+        for path, size in [("/a/f", 3000), ("/a/sub/g", 5), ("/a-b/h", 7), ("/top", 11)]:
+            self.ok("put", "-", path, data=bytes(size))
+        self.ok("mkdir", "/empty")
+
+    def test_bytes_and_files_are_counted_for_each_folder(self):
+        for path, expected in [("/", [(7, 1, "/a-b/"), (3005, 2, "/a/"), (0, 0, "/empty/"), (3023, 4, "/")]),
+                               ("/a/", [(5, 1, "/a/sub/"), (3005, 2, "/a/")]), ("/empty", [(0, 0, "/empty/")]),
+                               ("/top", [(11, 1, "/top")])]:
+            with self.subTest(path=path):
+                lines = [line.split() for line in self.ok("du", path).decode().splitlines()]
+                self.assertEqual([(int(size), int(files), name) for size, files, name in lines], sorted(
+                    expected, key=lambda line: (line is expected[-1], line[2].rstrip("/"))))
+        self.assertRegex(self.ok("du", "--human", "/a").decode(), r"\A +5 +1  /a/sub/\n +3\.0K +2  /a/\n\Z")
+        self.fails("NotFound", "/absent", "du", "/absent")
+        self.fails("NotFound", "/top", "du", "/top/")
+
+    def test_json_tells_the_same(self):
+        folder = {"path": "/a", "kind": "folder", "size": 3005, "files": 2}
+        self.assertEqual(self.json_of("du", "--json", "/a"),
+                         [{**folder, "path": "/a/sub", "size": 5, "files": 1}, folder])
+        self.assertEqual(self.json_of("du", "--json", "/top"),
+                         [{"path": "/top", "kind": "file", "size": 11, "files": 1}])
+
+    def test_an_empty_store_holds_nothing(self):
+        self.ok("rm", "-r", "/")
+        self.assertEqual(self.ok("du").split(), [b"0", b"0", b"/"])
+
 
 class Cat(Case):
+    def test_a_range_is_what_there_is_of_it(self):
+        content = os.urandom(3 * PART + 5)
+        self.ok("put", "-", "/f", data=content)
+        for at in [0, 1, PART - 1, 2 * PART, len(content) - 1, len(content), len(content) + 1, 2**62]:
+            self.assertEqual(self.ok("cat", "--at", str(at), "/f"), content[at:], at)
+            for size in [0, 1, PART + 1, len(content), 2**63 - 1]:
+                with self.subTest(at=at, size=size):
+                    self.assertEqual(self.ok("cat", "--at", str(at), "--size", str(size), "/f"), content[at:at + size])
+        self.assertEqual(self.ok("cat", "--size", "9", "/f"), content[:9])
+
     def test_what_is_no_file_is_reported(self):
         self.ok("put", "-", "/sub/f", data=b"x")
         for code, path, name in [("NotFound", "/absent: there is no such file or folder", "/absent"),

@@ -6,6 +6,7 @@
 #include "commands/cat.hpp"
 #include "commands/compact.hpp"
 #include "commands/cp.hpp"
+#include "commands/du.hpp"
 #include "commands/get.hpp"
 #include "commands/ls.hpp"
 #include "commands/mkdir.hpp"
@@ -51,6 +52,8 @@ constexpr int kWrongUsage = 2;
 const char* const kFlagWithoutValue = "true";
 
 const char* const kPathHelp = "A path in the store, such as /a/b.txt";
+const char* const kHumanHelp = "Show sizes short, in powers of 1024, such as 1.5K";
+const char* const kJsonHelp = "Write a JSON document: an array, one entry a line";
 const char* const kRepetitionHelp =
     "Begins again, for up to a minute, when somebody else changes the file meanwhile.\n";
 const char* const kPathsHelp = "Paths in the store, which may be patterns such as '/logs/*.gz'";
@@ -136,6 +139,14 @@ private:
     static constexpr std::size_t kTextWidth = 80 - kNameWidth;
 };
 
+// How sizes are shown, for people or for programs. human: the names of the flag for people.
+template <typename Request>
+void addFormat(CLI::App& app, const std::string& human, Request& request) {
+    auto* const forPeople = app.add_flag_callback(
+        human, [&style = request.sizeStyle] { style = SizeStyle::Short; }, kHumanHelp);
+    app.add_flag("--json", request.isJson, kJsonHelp)->excludes(forPeople);
+}
+
 }  // namespace
 
 // What the arguments may be, and what they ask for. Each command's request is filled in by the parser.
@@ -168,6 +179,7 @@ private:
     void defineSizes();
     void defineLs();
     void defineStat();
+    void defineDu();
     void defineCat();
     void defineGet();
     void definePut();
@@ -208,6 +220,7 @@ CommandLine::Grammar::Grammar() : m_app("Work with the files of an object store"
     defineGlobalOptions();
     defineLs();
     defineStat();
+    defineDu();
     defineCat();
     defineGet();
     definePut();
@@ -341,22 +354,41 @@ void CommandLine::Grammar::defineSizes() {
 void CommandLine::Grammar::defineLs() {
     auto [ls, request] = define(commands::ls, "ls", "List a folder, one entry a line, folders with a / at the end",
                                 "cloudfs ls -l -R /photos");
+    ls.set_help_flag("--help", "Print this help message and exit");  // -h means what it means to others' ls
     ls.add_flag("-l", request.isLong, "Show sizes and times, too");
     ls.add_flag("-R", request.isRecursive, "List everything below the folder");
     auto* const files = ls.add_flag("--files", request.onlyFiles, "Only files");
     ls.add_flag("--folders", request.onlyFolders, "Only folders")->excludes(files);
+    addFormat(ls, "-h,--human", request);
     ls.add_option("PATH", request.path, "The folder; the root unless told otherwise");
 }
 
 void CommandLine::Grammar::defineStat() {
     auto [stat, request] =
         define(commands::stat, "stat", "Show kind, size and time of a file or folder", "cloudfs stat /photos/cat.jpg");
+    stat.add_flag("--json", request.isJson, kJsonHelp);
     stat.add_option("PATH", request.path, kPathHelp)->required();
 }
 
+void CommandLine::Grammar::defineDu() {
+    auto [du, request] =
+        define(commands::du, "du", "Show bytes and number of files of a folder and of each one directly in it",
+               "cloudfs du --human /photos");
+    addFormat(du, "--human", request);
+    du.add_option("PATH", request.path, "The folder, or a file; the root unless told otherwise");
+}
+
 void CommandLine::Grammar::defineCat() {
-    auto [cat, request] =
-        define(commands::cat, "cat", "Write files to standard output", "cloudfs cat /notes/today.txt | less");
+    auto [cat, request] = define(commands::cat, "cat", "Write files, or a range of each, to standard output",
+                                 "cloudfs cat /notes/today.txt | less");
+    cat.add_option_function<std::string>(
+           "--at", [&offset = request.range.offset](const std::string& text) { offset = parseOffset(text); },
+           "Where to begin, in bytes; there is nothing beyond the end")
+        ->type_name("OFFSET");
+    cat.add_option_function<std::string>(
+           "--size", [&size = request.range.size](const std::string& text) { size = parseOffset(text); },
+           "How many bytes at most; else up to the end")
+        ->type_name("SIZE");
     cat.add_option("PATH", request.paths, kPathsHelp)->required();
 }
 

@@ -14,7 +14,7 @@ void cat(const Session& session, const CatRequest& request) {
     }
     const auto provider = session.open(MissingStore::Refuse);
     for (const auto& path : expandPatterns(*provider, paths)) {
-        writeToOutput(*provider, path);
+        writeToOutput(*provider, path, request.range);
     }
 }
 

@@ -21,6 +21,7 @@ using foundation::storage::provider::IFolderEntryIterator;
 namespace {
 
 constexpr std::size_t kSizeWidth = 14;
+constexpr std::size_t kShortSizeWidth = 6;
 
 std::string padLeft(const std::string& text, std::size_t width) {
     return text.size() < width ? std::string(width - text.size(), ' ') + text : text;
@@ -30,18 +31,50 @@ std::string padRight(const std::string& text, std::size_t width) {
     return text.size() < width ? text + std::string(width - text.size(), ' ') : text;
 }
 
-void writeEntry(StandardOutput& output, const FolderEntry& entry, bool isLong) {
-    if (isLong) {
-        constexpr std::size_t kTimeWidth = 20;
-        output.write(padLeft(sizeText(entry), kSizeWidth) + "  " + padRight(timeText(entry), kTimeWidth) + "  ");
-    }
-    output.writeName(foundation::toUtf8Lossy(entry.getName()));
-    output.write(entry.isFolder() ? "/\n" : "\n");
-}
-
 bool isWanted(const FolderEntry& entry, const LsRequest& request) {
     return entry.isFile() ? !request.onlyFolders : !request.onlyFiles;
 }
+
+// Shows the entries that are wanted, as lines or as JSON.
+class Listing {
+public:
+    explicit Listing(const LsRequest& request) : m_request(request) {}
+
+    void add(const FolderEntry& entry) {
+        if (!isWanted(entry, m_request)) {
+            return;
+        }
+        const auto name = foundation::toUtf8Lossy(entry.getName());
+        if (m_request.isJson) {
+            addEntry(m_list, "name", name, entry);
+        } else {
+            addLine(name, entry);
+        }
+    }
+
+    void end() {
+        if (m_request.isJson) {
+            m_list.end();
+        }
+        m_output.flush();
+    }
+
+private:
+    void addLine(const std::string& name, const FolderEntry& entry) {
+        if (m_request.isLong) {
+            constexpr std::size_t kTimeWidth = 20;
+            const auto sizeWidth = m_request.sizeStyle == SizeStyle::Short ? kShortSizeWidth : kSizeWidth;
+            m_output.write(padLeft(sizeText(entry, m_request.sizeStyle), sizeWidth) + "  " +
+                           padRight(timeText(entry), kTimeWidth) + "  ");
+        }
+        m_output.writeName(name);
+        m_output.write(entry.isFolder() ? "/\n" : "\n");
+    }
+
+    const LsRequest& m_request;
+    StandardOutput m_output;
+    JsonList m_list{m_output};
+};
 
 std::unique_ptr<IFolderEntryIterator> openListing(const IProvider& provider, const StorePath& path,
                                                   const LsRequest& request) {
@@ -57,18 +90,14 @@ std::unique_ptr<IFolderEntryIterator> openListing(const IProvider& provider, con
 
 // A path without entries below it: the root is there nevertheless, and a file is listed as itself. Tells
 // whether it was one of these.
-bool listWithoutFolder(const IProvider& provider, const StorePath& path, const LsRequest& request,
-                       StandardOutput& output) {
+bool listWithoutFolder(const IProvider& provider, const StorePath& path, Listing& listing) {
     if (path.isRoot()) {
         return true;
     }
     if (!isFile(provider, path)) {
         return false;
     }
-    const FolderEntry entry(foundation::toUtf16(path.text()), provider.getFileAttributes(path.iri()));
-    if (isWanted(entry, request)) {
-        writeEntry(output, entry, request.isLong);
-    }
+    listing.add({foundation::toUtf16(path.text()), provider.getFileAttributes(path.iri())});
     return true;
 }
 
@@ -77,24 +106,21 @@ bool listWithoutFolder(const IProvider& provider, const StorePath& path, const L
 void ls(const Session& session, const LsRequest& request) {
     const StorePath path(request.path);
     const auto provider = session.open(MissingStore::Refuse);
-    StandardOutput output;
+    Listing listing(request);
     std::unique_ptr<IFolderEntryIterator> entries;
     try {
         entries = openListing(*provider, path, request);
     } catch (const Exception& failure) {
-        if (failure.getErrorCode() != ErrorCode::NotFound || !listWithoutFolder(*provider, path, request, output)) {
+        if (failure.getErrorCode() != ErrorCode::NotFound || !listWithoutFolder(*provider, path, listing)) {
             throw;
         }
     }
     while (entries && entries->hasNext()) {
         foundation::utInterruptState::ThrowIfInterruptPending();
         entries->next();
-        const auto entry = entries->get();
-        if (isWanted(entry, request)) {
-            writeEntry(output, entry, request.isLong);
-        }
+        listing.add(entries->get());
     }
-    output.flush();
+    listing.end();
 }
 
 }  // namespace cloudfs::commands

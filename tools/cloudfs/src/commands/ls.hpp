@@ -2,6 +2,7 @@
 #pragma once
 
 #include "store/Session.hpp"
+#include "terminal/formatting.hpp"
 
 #include <string>
 
@@ -14,9 +15,12 @@ struct LsRequest {
     bool isRecursive = false;
     bool onlyFiles = false;
     bool onlyFolders = false;
+    SizeStyle sizeStyle = SizeStyle::Bytes;
+    bool isJson = false;
 };
 
-/// Write one line for each entry of a folder, or one for a file. Errors: see main.cpp.
+/// Write one line for each entry of a folder, or one for a file; or all of it as one JSON document. Errors: see
+/// main.cpp.
 void ls(const Session& session, const LsRequest& request);
 
 }  // namespace cloudfs::commands

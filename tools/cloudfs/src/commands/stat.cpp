@@ -16,8 +16,7 @@ void writeStatus(StandardOutput& output, const StorePath& path, const FolderEntr
     output.write("path: ");
     output.writeName(path.text());
     output.write(std::string("\nkind: ") + (entry.isFile() ? "file" : "folder"));
-    output.write("\nsize: " + sizeText(entry) + "\ntime: " + timeText(entry) + "\n");
-    output.flush();
+    output.write("\nsize: " + sizeText(entry, SizeStyle::Bytes) + "\ntime: " + timeText(entry) + "\n");
 }
 
 FolderEntry describeEntry(const IProvider& provider, const StorePath& path) {
@@ -34,7 +33,15 @@ void stat(const Session& session, const StatRequest& request) {
     const StorePath path(request.path);
     const auto provider = session.open(MissingStore::Refuse);
     StandardOutput output;
-    writeStatus(output, path, describeEntry(*provider, path));
+    const auto entry = describeEntry(*provider, path);
+    if (request.isJson) {
+        JsonList list(output);
+        addEntry(list, "path", path.text(), entry);
+        list.end();
+    } else {
+        writeStatus(output, path, entry);
+    }
+    output.flush();
 }
 
 }  // namespace cloudfs::commands

@@ -7,6 +7,9 @@
 
 #include <foundation/services/InterruptState.hpp>
 
+#include <algorithm>
+#include <ios>
+#include <limits>
 #include <memory>
 #include <vector>
 
@@ -35,17 +38,22 @@ std::unique_ptr<ByteStream> openForReading(const IProvider& provider, const Stor
 }  // namespace
 
 void readStoreFile(const IProvider& provider, const StorePath& path, const std::function<void(std::string_view)>& sink,
-                   ProgressBar& progress) {
+                   ProgressBar& progress, const ByteRange& range) {
     failIfMeansFolder(path);
     const auto stream = openForReading(provider, path);
     std::vector<char> buffer(kChunkSize);
-    while (true) {
+    if (range.offset > 0) {
+        namingPath(path.text(), [&] { stream->seek(range.offset, std::ios_base::beg); });
+    }
+    auto left = range.size.value_or(std::numeric_limits<std::uint64_t>::max());
+    while (left > 0) {
         foundation::utInterruptState::ThrowIfInterruptPending();
-        const auto count = namingPath(
-            path.text(), [&] { return stream->read(buffer.data(), static_cast<std::int64_t>(buffer.size())); });
+        const auto wanted = static_cast<std::int64_t>(std::min<std::uint64_t>(left, buffer.size()));
+        const auto count = namingPath(path.text(), [&] { return stream->read(buffer.data(), wanted); });
         if (count < 0) {
             break;
         }
+        left -= static_cast<std::uint64_t>(count);
         sink({buffer.data(), static_cast<std::size_t>(count)});
         progress.advance(static_cast<std::uint64_t>(count));
     }

@@ -5,7 +5,9 @@
 
 #include <foundation/storage/provider/IProvider.hpp>
 
+#include <cstdint>
 #include <functional>
+#include <optional>
 #include <string_view>
 
 namespace cloudfs {
@@ -14,10 +16,18 @@ using foundation::storage::provider::IProvider;
 
 class ProgressBar;
 
-/// Read a whole file of the store, in pieces that are given to sink.
+/// Bytes of a file; those that lie behind its end are none.
+struct ByteRange {
+    /// Where they begin, not negative.
+    std::int64_t offset = 0;
+    /// How many they are; nothing: all that follow.
+    std::optional<std::uint64_t> size;
+};
+
+/// Read a file of the store, or a range of it, in pieces that are given to sink.
 ///
 /// Errors   Failure, Exception, OperationInterrupted, and what sink throws.
 void readStoreFile(const IProvider& provider, const StorePath& path, const std::function<void(std::string_view)>& sink,
-                   ProgressBar& progress);
+                   ProgressBar& progress, const ByteRange& range = {});
 
 }  // namespace cloudfs

@@ -5,8 +5,10 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <iomanip>
 #include <sstream>
+#include <string_view>
 
 namespace cloudfs {
 
@@ -22,6 +24,26 @@ std::string formatSize(std::uint64_t bytes) {
     std::ostringstream text;
     text << std::fixed << std::setprecision(unit == 0 ? 0 : 1) << value << ' ' << kUnits.at(unit);
     return text.str();
+}
+
+std::string formatSize(std::uint64_t bytes, SizeStyle style) {
+    constexpr std::string_view kUnits = "KMGTPE";
+    constexpr double kStep = 1024;
+    constexpr unsigned int kTen = 10;
+    auto value = static_cast<double>(bytes) / kStep;
+    if (style == SizeStyle::Bytes || value < 1) {
+        return std::to_string(bytes);
+    }
+    std::size_t unit = 0;
+    while (std::ceil(value) >= kStep) {
+        value /= kStep;
+        ++unit;
+    }
+    const auto tenths = static_cast<unsigned int>(std::ceil(value * kTen));
+    const auto whole = static_cast<unsigned int>(std::ceil(value));
+    return (tenths < kTen * kTen ? std::to_string(tenths / kTen) + '.' + std::to_string(tenths % kTen)
+                                 : std::to_string(whole)) +
+           kUnits.at(unit);
 }
 
 std::string formatDuration(double seconds) {

@@ -11,6 +11,12 @@ namespace cloudfs {
 /// "512 B", "1.5 MiB": at most one digit behind the point, units of 1024.
 std::string formatSize(std::uint64_t bytes);
 
+/// How a size is written: all of its bytes, or short as "512", "1.5K", "20M", rounded up, as ls -h does.
+enum class SizeStyle { Bytes, Short };
+
+/// "1536", "1.5K".
+std::string formatSize(std::uint64_t bytes, SizeStyle style);
+
 /// "0:07", "1:02:03".
 std::string formatDuration(double seconds);
 
