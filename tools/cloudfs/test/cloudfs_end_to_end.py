@@ -950,7 +950,8 @@ class Mkdir(Case):
         self.assertEqual(self.ok("ls", "/a"), b"")
         self.assertIn(b"kind: folder", self.ok("stat", "/a"))
         self.fails("AlreadyExists", "/a", "mkdir", "/a")
-        self.fails("NotFound", "/b:", "mkdir", "/b/c", mentions="mkdir -p")
+        for path, missing in [("/b/c", "/b"), ("/a/b/c", "/a/b"), ("/a/b/c/d/e", "/a/b")]:
+            self.fails("NotFound", missing + ":", "mkdir", path, mentions="mkdir -p")
         self.ok("mkdir", "-p", "/b/c/d")
         self.ok("mkdir", "-p", "/b/c/d")
         self.assertEqual(self.names("/", "-R"), ["a/", "b/", "b/c/", "b/c/d/"])
