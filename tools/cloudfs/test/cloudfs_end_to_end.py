@@ -5,8 +5,8 @@
 usage: cloudfs_end_to_end.py CLOUDFS [unittest arguments]
 """
 
-import json
 import datetime
+import json
 import os
 import pty
 import re
@@ -492,7 +492,7 @@ class Du(Case):
                          [{"path": "/top", "kind": "file", "size": 11, "files": 1}])
 
     def test_an_empty_store_holds_nothing(self):
-        self.ok("rm", "-r", "/")
+        self.ok("rm", "-r", "--force", "/")
         self.assertEqual(self.ok("du").split(), [b"0", b"0", b"/"])
 
 
