@@ -3,6 +3,9 @@
 """Runs every command of cloudfs: what it prints, what it stores, how it ends.
 
 usage: cloudfs_end_to_end.py CLOUDFS [unittest arguments]
+
+The store is an embedded one. With CLOUDFS_TEST_ON=s3 it is a part of the bucket that the variables S3_* name, for the
+tests that are about any store.
 """
 
 import datetime
@@ -20,6 +23,7 @@ import sys
 import tempfile
 import time
 import unittest
+import uuid
 
 CLOUDFS = ""
 DONE, FAILED, USAGE, INTERRUPTED = 0, 1, 2, 130
@@ -29,6 +33,19 @@ FORMAT_1 = os.path.join(os.path.dirname(os.path.abspath(__file__)), "../../../cl
 
 ODD_NAMES = ["with space", "it's", 'double"quote', "ünï-日本", "new\nline", "tab\there", "esc\x1b[31m", "back\\slash",
              "[a,b]", "{}", "-x", "%20", "dot.", "...", "#", "*"]
+
+
+ON_S3 = os.environ.get("CLOUDFS_TEST_ON") == "s3"
+STORE_FILES = [] if ON_S3 else ["store.db"]
+embedded_only = unittest.skipIf(ON_S3, "about the embedded store")
+
+
+def store_settings():
+    if not ON_S3:
+        return {"CLOUDFS_STORE": "sqlite:store.db"}
+    return {"CLOUDFS_STORE": f"s3://{os.environ['S3_BUCKET']}/{uuid.uuid4()}",
+            "AWS_ENDPOINT_URL_S3": os.environ["S3_ENDPOINT"], "AWS_REGION": os.environ["S3_REGION"],
+            "AWS_ACCESS_KEY_ID": os.environ["S3_ACCESS_KEY"], "AWS_SECRET_ACCESS_KEY": os.environ["S3_SECRET_KEY"]}
 
 
 class Case(unittest.TestCase):
@@ -41,8 +58,11 @@ class Case(unittest.TestCase):
         self.work = os.path.join(self.folder, "work")
         os.mkdir(self.temporary)
         os.mkdir(self.work)
-        self.environment = dict(os.environ, TMPDIR=self.temporary, CLOUDFS_STORE="sqlite:store.db",
-                                VX_CLOUD_PART_SIZE_OVERRIDE=str(PART), LC_ALL="C.UTF-8")
+        self.environment = dict(os.environ, TMPDIR=self.temporary, VX_CLOUD_PART_SIZE_OVERRIDE=str(PART),
+                                LC_ALL="C.UTF-8", **store_settings())
+        if ON_S3:
+            self.addCleanup(self.run_tool, "rm", "-r", "--force", "/")
+            self.addCleanup(self.run_tool, "uploads", "--abort")
 
     def run_tool(self, *arguments, data=b""):
         return subprocess.run([CLOUDFS, *arguments], input=data, capture_output=True, cwd=self.work,
@@ -269,6 +289,7 @@ class Usage(Case):
         overview = self.ok("--help").decode().split("\nCommands:\n")[1]
         self.assertEqual(re.findall(r"(?m)^  (\w+)", result.stderr.decode()), re.findall(r"(?m)^  (\w+)", overview))
 
+    @embedded_only
     def test_a_missing_store_is_made_only_to_put_something_into_it(self):
         self.local("f", b"x")
         for arguments in [["ls", "/"], ["stat", "/"], ["cat", "/a"], ["get", "/a", "b"], ["rm", "/a"],
@@ -289,16 +310,19 @@ class Usage(Case):
         self.ok("put", "f", "/a")
         self.assertEqual(self.names(), ["a"])
 
+    @embedded_only
     def test_a_bucket_needs_credentials(self):
         self.environment = {name: value for name, value in self.environment.items() if not name.startswith("AWS_")}
         self.environment["HOME"] = self.folder
         self.fails("PermissionDenied", "s3://bucket/prefix/", "--store", "s3://bucket/prefix", "ls", "/",
                    mentions="credentials")
 
+    @embedded_only
     def test_verbose_tells_what_was_moved(self):
         self.ok("touch", "/f")
         self.assertRegex(self.run_tool("-v", "ls", "/").stderr, rb"^no requests: .*\n$")
 
+    @embedded_only
     def test_the_store_is_chosen_by_option_before_environment_before_default(self):
         self.ok("--store", "sqlite:one.db", "put", "-", "/one", data=b"1")
         self.ok("put", "-", "/two", data=b"2", )
@@ -307,6 +331,7 @@ class Usage(Case):
         for store, name in [("one.db", "one"), ("store.db", "two"), ("cloudfs.db", "three")]:
             self.assertEqual(self.ok("--store", "sqlite:" + store, "ls"), name.encode() + b"\n")
 
+    @embedded_only
     def test_a_file_that_is_no_store_is_reported_and_kept(self):
         self.local("store.db", b"not a database " * 100)
         self.fails("Failed", "store.db: cannot open the store store.db: file", "ls", "/")
@@ -327,6 +352,7 @@ class Usage(Case):
         self.assertNotIn("doOpenReadOnlyStream", arguments_only)
 
 
+@embedded_only
 class Settings(Case):
     PART_SIZE, CACHE_SIZE = "VX_CLOUD_PART_SIZE_OVERRIDE", "VX_CLOUD_DOWNLOADED_PART_CACHE_OVERRIDE"
 
@@ -434,6 +460,7 @@ class Ls(Case):
         self.assertEqual(self.ok("ls", "-l", "--human"), self.ok("ls", "-lh"))
         self.assertEqual(self.ok("ls", "-h"), b"f\n")
 
+    @embedded_only
     def test_json_tells_everything(self):
         self.assertEqual(self.run_tool("ls", "--json").stdout, b"")
         name = "\x1f\"\\\n\x7f\u0085é\u202e日😀"
@@ -701,6 +728,7 @@ class Get(Case):
         self.ok("get", "/f", "/dev/null")
         self.assertFalse(os.path.isfile("/dev/null"))
 
+    @embedded_only
     def test_a_get_that_fails_leaves_what_was_there(self):
         self.ok("put", "-", "/f", data=bytes(20 * PART))
         self.local("out", b"old")
@@ -719,7 +747,7 @@ class Get(Case):
                                       ("NotFound", "nowhere: there is no", ["/sub/f", "nowhere/below/out"])]:
             with self.subTest(arguments=arguments):
                 self.fails(code, path, "get", *arguments)
-        self.assertEqual(self.local_names(), ["store.db"])
+        self.assertEqual(self.local_names(), STORE_FILES)
 
     def test_several_files_and_patterns_go_into_a_folder(self):
         for name in ["a", "b", "sub/a"]:
@@ -749,7 +777,7 @@ class Get(Case):
         get.send_signal(signal.SIGCONT)
         self.assertEqual(get.wait(DEADLINE_SECONDS), DONE)
         self.assertEqual(set(self.read_local("out")), set(b"2"))
-        self.assertEqual(self.local_names(), ["old", "out", "store.db"])
+        self.assertEqual(self.local_names(), ["old", "out"] + STORE_FILES)
 
     def test_files_get_the_time_of_the_store(self):
         self.ok("put", "-", "/f", data=b"x")
@@ -768,6 +796,7 @@ class Get(Case):
         self.assertEqual((result.returncode, result.stderr.decode().splitlines()[-1]), (FAILED, "2 failures"))
         self.assertEqual((self.read_local("tree/b"), self.read_local("tree/c")), (b"b", b"in the way"))
 
+    @embedded_only
     def test_get_stays_inside_the_folder_it_was_given(self):
         # Names that no path of this tool can make, but other programs may.
         for name in ["d/../../evil", "d/./evil"]:
@@ -886,6 +915,7 @@ class Sync(Case):
         self.assertEqual(result.returncode, FAILED)
         self.assertEqual(os.listdir(os.path.join(self.work, "outside")), ["kept"])
 
+    @embedded_only
     def test_names_that_cannot_be_local_are_refused_and_listed(self):
         self.make_old_store({"t/../../evil": b"evil", "t/a": b"file", "t/a/b": b"b", "t/good": b"good"})
         self.ok("upgrade")
@@ -990,6 +1020,7 @@ class Rm(Case):
         self.ok("rm", "-f", "/d/absent", "/d/no*", "/*/s?b/[a].gz")
         self.assertEqual(self.names("/d", "-R", "--files"), ["c.txt"])
 
+    @embedded_only
     def test_files_can_be_removed_on_a_full_disk(self):
         disk = self.start_with_disk("200m")
         data = os.urandom(1024 * 1024)
@@ -1047,6 +1078,7 @@ class Mv(Case):
         self.assertEqual(self.ok("cat", "/same"), b"s")
         self.assert_no_temporary_files()
 
+    @embedded_only
     def test_a_failure_leaves_the_source_and_what_was_at_the_destination(self):
         self.ok("put", "-", "/a", data=b"new")
         self.ok("put", "-", "/b", data=b"former")
@@ -1072,6 +1104,7 @@ class Mv(Case):
                 self.assertEqual(self.files_below("/into/new"), files)
                 self.ok("rm", "-r", "--force", "/")
 
+    @embedded_only
     def test_a_tree_is_removed_when_all_of_it_is_stored(self):
         files = self.make_store_tree()
         self.fail_at("INSERT", "new/sub/c")
@@ -1161,6 +1194,7 @@ class Cp(Case):
         self.fails("InvalidLocation", "/x", "cp", "-r", "/", "/x")
         self.fails("NotFound", "/absent", "cp", "-r", "/absent", "/x")
 
+    @embedded_only
     def test_names_that_no_path_has_are_refused_before_anything_is_copied(self):
         self.make_old_store({"d/f": b"f", "d/sub//g": b"g"})
         self.ok("upgrade")
@@ -1170,6 +1204,7 @@ class Cp(Case):
 
 
 class Uploads(Case):
+    @embedded_only
     def test_the_uploads_of_a_killed_put_stay_until_somebody_ends_them(self):
         self.ok("put", "-", "/old", data=b"old")
         for path in ["/old", "/new"]:
@@ -1189,6 +1224,7 @@ class Uploads(Case):
         return self.ok("uploads", *arguments).decode().splitlines()
 
 
+@embedded_only
 class Verify(Case):
     def test_verify_lists_what_is_damaged_and_nothing_else(self):
         for path in ["/d/one", "/d/two", "/dd", "/whole"]:
@@ -1215,6 +1251,7 @@ class Verify(Case):
         self.assertEqual(self.ok("verify"), b"")
 
 
+@embedded_only
 class Compact(Case):
     def store_size(self):
         return os.path.getsize(os.path.join(self.work, "store.db"))
@@ -1241,6 +1278,7 @@ class Compact(Case):
         self.assertEqual(self.ok("cat", "/kept") + self.ok("verify"), b"kept")
 
 
+@embedded_only
 class Upgrade(Case):
     def test_an_old_store_is_refused_until_it_is_upgraded(self):
         self.make_old_store({"f": b"old", "d/g": b""})
@@ -1273,6 +1311,7 @@ class OddNames(Case):
         self.fails("NotFound", "/no\\nsuch\\033", "cat", "/no\nsuch\x1b")
 
 
+@embedded_only
 class ReadingOnly(Case):
     """Stores that cannot be written: another user's, and on a mount for reading."""
 
@@ -1367,6 +1406,7 @@ class ReadingOnly(Case):
         self.reads_and_changes_nothing(self.on_a_read_only_mount, b"of a log")
 
 
+@embedded_only
 class OwnFiles(Case):
     """The store as a local file among those that are copied."""
 
@@ -1423,6 +1463,7 @@ class Interrupts(Case):
                     self.assert_no_temporary_files()
                 os.remove(os.path.join(self.folder, "fifo"))
 
+    @embedded_only
     def test_sigint_ends_a_put_of_a_tree_between_whole_files(self):
         self.local("tree/1", b"one")
         # Sparse, and so large that reading it never ends by itself.
@@ -1445,8 +1486,9 @@ class Interrupts(Case):
         process.send_signal(signal.SIGINT)
         self.assertEqual(process.wait(DEADLINE_SECONDS), INTERRUPTED)
         self.assert_no_temporary_files()
-        self.assertEqual(self.local_names(), ["store.db"])
+        self.assertEqual(self.local_names(), STORE_FILES)
 
+    @embedded_only
     def test_a_second_signal_ends_a_wait_for_the_store(self):
         self.ok("put", "-", "/f")
         process, other = self.start_waiting("touch", "/g", stderr=subprocess.PIPE)
@@ -1458,6 +1500,7 @@ class Interrupts(Case):
         other.execute("ROLLBACK")
         self.assertEqual(self.names(), ["f"])
 
+    @embedded_only
     def test_sigint_ends_a_move_of_a_tree_between_files(self):
         files = self.make_store_tree()
         process, other = self.start_waiting("mv", "-r", "/old", "/new", stderr=subprocess.PIPE)
@@ -1561,6 +1604,7 @@ class Writers(Case):
 
 
 class Progress(Case):
+    @embedded_only
     def test_a_long_transfer_draws_a_bar_on_a_terminal_and_takes_it_away(self):
         master, slave = pty.openpty()
         self.addCleanup(os.close, master)
@@ -1588,6 +1632,7 @@ class Progress(Case):
         self.assertRegex(text, r"\d:\d\d left")
         self.assertTrue(text.endswith("\r\x1b[K"), repr(text[-80:]))
 
+    @embedded_only
     def test_a_tree_draws_a_bar_though_no_byte_travels(self):
         self.make_store_tree()
         master, slave = pty.openpty()

@@ -70,11 +70,10 @@ void StoreSide::remove(const std::string& name, const SyncEntry& listed) const {
     const auto changed = [&] { return Failure(ErrorCode::InUse, path.text(), "was changed meanwhile, and stays"); };
     try {
         const auto description = m_client->describeObject(path.key());
-        const auto info = m_client->getObjectInfo(path.key());
-        if (!description || !info) {
+        if (!description) {
             return;
         }
-        if (info->Size != listed.size || toMicroseconds(info->LastModified) != listed.time) {
+        if (!isAsListed(path.key(), listed)) {
             throw changed();
         }
         m_client->removeObject(path.key(), description->Version);
@@ -85,6 +84,20 @@ void StoreSide::remove(const std::string& name, const SyncEntry& listed) const {
     } catch (const storage::cloudprovider::CloudException& failure) {
         throw Failure(failure.getErrorCode(), path.text(), failure.what());
     }
+}
+
+// Listed once more: a store may tell times in another precision where it is asked for a single object. The key itself
+// comes before all others that begin with it.
+bool StoreSide::isAsListed(const std::string& key, const SyncEntry& listed) const {
+    std::string token;
+    do {
+        const auto entries = m_client->listObjects(key, token, {{}, 1});
+        if (!entries.empty()) {
+            const auto& entry = entries.front();
+            return entry.Key == key && entry.Size == listed.size && toMicroseconds(entry.LastModified) == listed.time;
+        }
+    } while (!token.empty());
+    return false;
 }
 
 void StoreSide::removeFolder(const std::string& name) const {

@@ -25,6 +25,8 @@ public:
     void removeFolder(const std::string& name) const override;
 
 private:
+    bool isAsListed(const std::string& key, const SyncEntry& listed) const;
+
     const StorePath m_root;
     const bool m_hasFolders;
     const std::shared_ptr<storage::cloudprovider::ExtendedCloudClient> m_client;
