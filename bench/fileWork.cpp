@@ -4,7 +4,6 @@
 #include "harness.hpp"
 #include "workload.hpp"
 
-#include <foundation/services/Text.hpp>
 #include <storage/cloudprovider/openSequentialWriter.hpp>
 
 #include <fcntl.h>
@@ -87,29 +86,6 @@ void forEach(std::uint32_t threads, std::size_t count, const std::function<void(
     for (auto& worker : workers) {
         worker.get();
     }
-}
-
-void uploadFolder(const provider::IProvider& store, std::uint32_t threads, const std::string& local,
-                  const std::string& path) {
-    std::vector<std::string> names;
-    for (const auto& entry : boost::filesystem::directory_iterator(local)) {
-        names.push_back(entry.path().filename().native());
-    }
-    forEach(threads, names.size(),
-            [&](std::size_t at) { upload(store, local + '/' + names[at], path + '/' + names[at]); });
-}
-
-void downloadFolder(const provider::IProvider& store, std::uint32_t threads, const std::string& path,
-                    const std::string& local) {
-    std::vector<std::string> names;
-    const auto entries = store.listFiles(StorageIRI::fromUtf8(path));
-    while (entries->hasNext()) {
-        entries->next();
-        names.push_back(foundation::toUtf8Lossy(entries->get().getName()));
-    }
-    boost::filesystem::create_directories(local);
-    forEach(threads, names.size(),
-            [&](std::size_t at) { download(store, path + '/' + names[at], local + '/' + names[at]); });
 }
 
 void readRandomly(const provider::IProvider& store, const std::string& path) {

@@ -27,14 +27,6 @@ void download(const foundation::storage::provider::IProvider& store, const std::
 /// Call with each number below count, on so many threads. The first failure comes out; the others then end early.
 void forEach(std::uint32_t threads, std::size_t count, const std::function<void(std::size_t)>& call);
 
-/// Copy the files of a local folder into the store, so many at a time.
-void uploadFolder(const foundation::storage::provider::IProvider& store, std::uint32_t threads,
-                  const std::string& local, const std::string& path);
-
-/// Copy the files of a folder out of the store, so many at a time.
-void downloadFolder(const foundation::storage::provider::IProvider& store, std::uint32_t threads,
-                    const std::string& path, const std::string& local);
-
 /// Read 4 KiB at a hundred random places of a file.
 void readRandomly(const foundation::storage::provider::IProvider& store, const std::string& path);
 

@@ -5,8 +5,6 @@
 //
 //   upload LOCAL PATH     one file; THREADS transfer its parts
 //   download PATH LOCAL   one file; THREADS transfer its parts, and as many are read ahead
-//   put LOCAL PATH        the files of a folder, THREADS of them at a time
-//   get PATH LOCAL        the same back
 //   fill PREFIX COUNT N   empty objects below a prefix, N in each folder of it; 0: all in one
 //   read PATH             4 KiB at 100 random places of a file
 //   read-local LOCAL      the same of a local file, such as one in a mounted store
@@ -60,10 +58,6 @@ void run(const std::vector<std::string>& arguments) {
         bench::upload(*openProvider(threads), argument(2), argument(3));
     } else if (command == "download") {
         bench::download(*openProvider(threads), argument(2), argument(3));
-    } else if (command == "put") {
-        bench::uploadFolder(*openProvider(1), threads, argument(2), argument(3));
-    } else if (command == "get") {
-        bench::downloadFolder(*openProvider(1), threads, argument(2), argument(3));
     } else if (command == "fill") {
         fill(threads, argument(2), std::stoul(argument(3)), std::stoul(argument(4)));
     } else if (command == "read") {

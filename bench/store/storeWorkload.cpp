@@ -3,7 +3,6 @@
 // store_workload FILE THREADS COMMAND...: what run has no other program for, on the embedded store in FILE, with the
 // options of cloudfs. run takes the time.
 //
-//   put LOCAL PATH       the files of a folder, THREADS of them at a time
 //   read PATH            4 KiB at 100 random places of a file
 //   read-range PATH      the same, each asked of the store by itself
 //   read-local LOCAL     the same of a local file
@@ -47,9 +46,7 @@ void run(const std::vector<std::string>& arguments) {
         return;
     }
     const auto client = std::make_shared<SqliteClient>(argument(0));
-    if (command == "put") {
-        bench::uploadFolder(*bench::makeToolProvider(client, 1), threads, argument(3), argument(4));
-    } else if (command == "read") {
+    if (command == "read") {
         bench::readRandomly(*bench::makeToolProvider(client, threads), argument(3));
     } else if (command == "read-range") {
         readRanges(*client, argument(3));
