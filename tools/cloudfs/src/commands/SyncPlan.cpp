@@ -39,12 +39,13 @@ void SyncPlan::findChanges(bool comparesBytes) {
             if (!isThere) {
                 m_folders.push_back(name);
             }
-        } else if (!isThere || there->second.size != entry.size) {
+            continue;
+        }
+        const bool isOfOtherSize = !isThere || there->second.size != entry.size;
+        if (isOfOtherSize || (!comparesBytes && there->second.time < entry.time)) {
             m_files.push_back(name);
         } else if (comparesBytes) {
             m_candidates.push_back(name);
-        } else if (there->second.time < entry.time) {
-            m_files.push_back(name);
         }
     }
 }
