@@ -1004,6 +1004,19 @@ class Rm(Case):
         self.ok("rm", "-r", "--force", "/")
         self.assertEqual(self.ok("ls"), b"")
 
+    def test_everything_is_removed_only_after_a_yes_at_the_terminal(self):
+        self.ok("put", "-", "/f", data=b"x")
+        for answer, status, left in [(b"no\n", FAILED, ["f"]), (b"\n", FAILED, ["f"]), (b"y\n", DONE, [])]:
+            with self.subTest(answer=answer):
+                master, slave = pty.openpty()
+                self.addCleanup(os.close, master)
+                process = self.start("rm", "-r", "/", stdin=slave, stderr=subprocess.PIPE)
+                os.close(slave)
+                self.assertTrue(process.stderr.read(1))  # the question
+                os.write(master, answer)
+                self.assertEqual(process.wait(DEADLINE_SECONDS), status)
+                self.assertEqual(self.names(), left)
+
     def test_several_operands_patterns_and_what_is_only_told(self):
         names = ["a.gz", "b.gz", "c.txt", "*.gz", "sub/a.gz"]
         for name in names:
@@ -1155,6 +1168,21 @@ class Mv(Case):
             self.ok("mv", "-r", "--replace", "/from/tree", "/to/")
         self.assertEqual(self.files_below("/to/tree"), files)
         self.assertEqual(self.files_below("/from/tree"), {})
+
+
+    def test_several_files_and_patterns_go_into_a_folder(self):
+        for name in ["a.gz", "b.gz", "c", "d/e"]:
+            self.ok("put", "-", "/t/" + name, data=name.encode())
+        self.assertEqual(self.ok("ls", "/t/*[!z]"), b"/t/c\n/t/d/\n")
+        self.assertEqual(self.ok("ls", "-R", "/*/d*"), b"/t/d/\n/t/d/e\n")
+        self.assertEqual(self.ok("stat", "/t/?.gz", "/t/c").count(b"kind: file"), 3)
+        self.fails("NotFound", "/t/x*", "ls", "/t/x*", mentions="nothing fits")
+        self.fails("InvalidLocation", "/new", "mv", "/t/*.gz", "/new", mentions="no folder")
+        self.fails("NotFound", "/t/absent", "mv", "/t/absent", "/t/*.gz", "/new/")
+        self.fails("InvalidLocation", "/t/d", "cp", "/t/c", "/t/d", "/new/", mentions="cp -r")
+        self.ok("cp", "-r", "/t/d", "/new/")
+        self.assertEqual(self.names("/", "-R", "--files"),
+                         ["new/a.gz", "new/b.gz", "new/c", "new/d/e", "t/c", "t/d/e"])
 
 
 class Cp(Case):

@@ -360,14 +360,14 @@ void CommandLine::Grammar::defineLs() {
     auto* const files = ls.add_flag("--files", request.onlyFiles, "Only files");
     ls.add_flag("--folders", request.onlyFolders, "Only folders")->excludes(files);
     addFormat(ls, "-h,--human", request);
-    ls.add_option("PATH", request.path, "The folder; the root unless told otherwise");
+    ls.add_option("PATH", request.path, "The folder, the root unless told otherwise; or a pattern of what to list");
 }
 
 void CommandLine::Grammar::defineStat() {
     auto [stat, request] =
-        define(commands::stat, "stat", "Show kind, size and time of a file or folder", "cloudfs stat /photos/cat.jpg");
+        define(commands::stat, "stat", "Show kind, size and time of files and folders", "cloudfs stat /photos/cat.jpg");
     stat.add_flag("--json", request.isJson, kJsonHelp);
-    stat.add_option("PATH", request.path, kPathHelp)->required();
+    stat.add_option("PATH", request.paths, kPathsHelp)->required();
 }
 
 void CommandLine::Grammar::defineDu() {
@@ -486,8 +486,12 @@ void CommandLine::Grammar::defineMoving() {
     const auto addOperands = [](CLI::App& app, auto& request, const std::string& recursion) {
         app.add_flag("-r", request.isRecursive, recursion);
         app.add_flag("--replace", request.mayReplace, "Replace existing files");
-        app.add_option("A", request.source, "The file or folder in the store")->required();
-        app.add_option("B", request.destination, "Its new path, or the folder to put it into")->required();
+        app.add_option("A", request.operands,
+                       "Files and folders in the store, or patterns of them; last, the new path, or\nthe folder to put "
+                       "them into, which several of them need")
+            ->option_text("A... B")
+            ->required()
+            ->expected(2, kManyOperands);
     };
     const auto mv = define(commands::mv, "mv", "Move a file: store it at its new path, then remove it at the old one",
                            "cloudfs mv /draft.txt /notes/");

@@ -8,10 +8,7 @@
 namespace cloudfs::commands {
 
 void cat(const Session& session, const CatRequest& request) {
-    std::vector<StorePath> paths;
-    for (const auto& text : request.paths) {
-        paths.emplace_back(text);
-    }
+    const auto paths = toPaths(request.paths);
     const auto provider = session.open(MissingStore::Refuse);
     for (const auto& path : expandPatterns(*provider, paths)) {
         writeToOutput(*provider, path, request.range);

@@ -6,9 +6,7 @@
 namespace cloudfs::commands {
 
 void cp(const Session& session, const CpRequest& request) {
-    transfer(session,
-             {StorePath(request.source), StorePath(request.destination), request.mayReplace, request.isRecursive},
-             Source::Kept, "cp");
+    transfer(session, {request.operands, request.mayReplace, request.isRecursive}, Source::Kept, "cp");
 }
 
 }  // namespace cloudfs::commands

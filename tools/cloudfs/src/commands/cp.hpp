@@ -4,13 +4,14 @@
 #include "store/Session.hpp"
 
 #include <string>
+#include <vector>
 
 namespace cloudfs::commands {
 
 /// What `cp` was asked for.
 struct CpRequest {
-    std::string source;
-    std::string destination;
+    /// Files and folders of the store, or patterns of them, and last where they go.
+    std::vector<std::string> operands;
     bool mayReplace = false;
     bool isRecursive = false;
 };

@@ -37,9 +37,7 @@ Operands split(const GetRequest& request) {
         operands.local = texts.back();
         texts.pop_back();
     }
-    for (const auto& text : texts) {
-        operands.paths.emplace_back(text);
-    }
+    operands.paths = toPaths(texts);
     return operands;
 }
 

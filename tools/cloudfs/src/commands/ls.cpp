@@ -4,6 +4,7 @@
 #include "commands/entryText.hpp"
 #include "store/StorePath.hpp"
 #include "store/operands.hpp"
+#include "store/patterns.hpp"
 #include "terminal/StandardOutput.hpp"
 
 #include <foundation/services/InterruptState.hpp>
@@ -101,17 +102,38 @@ bool listWithoutFolder(const IProvider& provider, const StorePath& path, Listing
     return true;
 }
 
-}  // namespace
+FolderEntry below(const StorePath& folder, const FolderEntry& entry) {
+    const auto name = foundation::toUtf16(folder.text() + '/') + entry.getName();
+    return entry.isFile() ? FolderEntry(name, entry.getFileAttributes())
+                          : FolderEntry(name, entry.getFolderAttributes());
+}
 
-void ls(const Session& session, const LsRequest& request) {
-    const StorePath path(request.path);
-    const auto provider = session.open(MissingStore::Refuse);
-    Listing listing(request);
+// What fits a pattern is listed itself, by its path, since it may be in several folders.
+void listFitting(const IProvider& provider, const StorePath& path, const LsRequest& request, Listing& listing) {
+    const auto name = foundation::toUtf16(path.text());
+    if (isFile(provider, path)) {
+        listing.add({name, provider.getFileAttributes(path.iri())});
+    }
+    if (!provider.folderExists(path.iri())) {
+        return;
+    }
+    listing.add({name, provider.getFolderAttributes(path.iri())});
+    if (request.isRecursive) {
+        const auto entries = provider.listAllRecursive(path.iri());
+        while (entries->hasNext()) {
+            foundation::utInterruptState::ThrowIfInterruptPending();
+            entries->next();
+            listing.add(below(path, entries->get()));
+        }
+    }
+}
+
+void listFolder(const IProvider& provider, const StorePath& path, const LsRequest& request, Listing& listing) {
     std::unique_ptr<IFolderEntryIterator> entries;
     try {
-        entries = openListing(*provider, path, request);
+        entries = openListing(provider, path, request);
     } catch (const Exception& failure) {
-        if (failure.getErrorCode() != ErrorCode::NotFound || !listWithoutFolder(*provider, path, listing)) {
+        if (failure.getErrorCode() != ErrorCode::NotFound || !listWithoutFolder(provider, path, listing)) {
             throw;
         }
     }
@@ -119,6 +141,22 @@ void ls(const Session& session, const LsRequest& request) {
         foundation::utInterruptState::ThrowIfInterruptPending();
         entries->next();
         listing.add(entries->get());
+    }
+}
+
+}  // namespace
+
+void ls(const Session& session, const LsRequest& request) {
+    const StorePath path(request.path);
+    const auto provider = session.open(MissingStore::Refuse);
+    Listing listing(request);
+    const auto meant = expandPatterns(*provider, {path});
+    if (meant.size() == 1 && meant.front().text() == path.text()) {
+        listFolder(*provider, path, request, listing);
+    } else {
+        for (const auto& fitting : meant) {
+            listFitting(*provider, fitting, request, listing);
+        }
     }
     listing.end();
 }

@@ -10,6 +10,7 @@ namespace cloudfs::commands {
 
 /// What `ls` was asked for.
 struct LsRequest {
+    /// A pattern lists what fits it, not what is in it.
     std::string path = "/";
     bool isLong = false;
     bool isRecursive = false;

@@ -6,9 +6,7 @@
 namespace cloudfs::commands {
 
 void mv(const Session& session, const MvRequest& request) {
-    transfer(session,
-             {StorePath(request.source), StorePath(request.destination), request.mayReplace, request.isRecursive},
-             Source::Removed, "mv");
+    transfer(session, {request.operands, request.mayReplace, request.isRecursive}, Source::Removed, "mv");
 }
 
 }  // namespace cloudfs::commands

@@ -101,8 +101,8 @@ void put(const Session& session, const PutRequest& request) {
         return;
     }
     const auto provider = session.open(request.isDryRun ? MissingStore::Refuse : MissingStore::Create);
-    if (locals.size() > 1 && !path.meansFolder() && !provider->folderExists(path.iri())) {
-        throw Failure(ErrorCode::InvalidLocation, path.text(), "is no folder, which several files need");
+    if (locals.size() > 1) {
+        failUnlessFolder(*provider, path);
     }
     PutPlan plan;
     for (auto& operand : found) {

@@ -97,18 +97,10 @@ void failUnlessMeant(const Session& session, const std::vector<StorePath>& paths
     }
 }
 
-std::vector<StorePath> pathsOf(const RmRequest& request) {
-    std::vector<StorePath> paths;
-    for (const auto& text : request.paths) {
-        paths.emplace_back(text);
-    }
-    return paths;
-}
-
 }  // namespace
 
 void rm(const Session& session, const RmRequest& request) {
-    const auto given = pathsOf(request);
+    const auto given = toPaths(request.paths);
     const auto provider = session.open(MissingStore::Refuse);
     failUnlessMeant(session, given, request);
     const auto nothing = request.isForced ? NothingFits::IsFine : NothingFits::Fail;

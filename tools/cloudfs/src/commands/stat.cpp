@@ -4,6 +4,7 @@
 #include "commands/entryText.hpp"
 #include "store/StorePath.hpp"
 #include "store/operands.hpp"
+#include "store/patterns.hpp"
 #include "terminal/StandardOutput.hpp"
 
 namespace cloudfs::commands {
@@ -30,16 +31,20 @@ FolderEntry describeEntry(const IProvider& provider, const StorePath& path) {
 }  // namespace
 
 void stat(const Session& session, const StatRequest& request) {
-    const StorePath path(request.path);
+    const auto paths = toPaths(request.paths);
     const auto provider = session.open(MissingStore::Refuse);
     StandardOutput output;
-    const auto entry = describeEntry(*provider, path);
+    JsonList list(output);
+    for (const auto& path : expandPatterns(*provider, paths)) {
+        const auto entry = describeEntry(*provider, path);
+        if (request.isJson) {
+            addEntry(list, "path", path.text(), entry);
+        } else {
+            writeStatus(output, path, entry);
+        }
+    }
     if (request.isJson) {
-        JsonList list(output);
-        addEntry(list, "path", path.text(), entry);
         list.end();
-    } else {
-        writeStatus(output, path, entry);
     }
     output.flush();
 }

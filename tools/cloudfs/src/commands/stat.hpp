@@ -4,16 +4,18 @@
 #include "store/Session.hpp"
 
 #include <string>
+#include <vector>
 
 namespace cloudfs::commands {
 
 /// What `stat` was asked for.
 struct StatRequest {
-    std::string path;
+    /// Files and folders of the store, or patterns of them.
+    std::vector<std::string> paths;
     bool isJson = false;
 };
 
-/// Write kind, size and time of a file or folder, as lines or as a JSON document. Errors: see main.cpp.
+/// Write kind, size and time of files and folders, as lines or as a JSON document. Errors: see main.cpp.
 void stat(const Session& session, const StatRequest& request);
 
 }  // namespace cloudfs::commands

@@ -47,6 +47,12 @@ void failUnlessNameable(const StorePath& path, const std::string& name) {
     }
 }
 
+void failUnlessFolder(const IProvider& provider, const StorePath& path) {
+    if (!path.meansFolder() && !provider.folderExists(path.iri())) {
+        throw Failure(ErrorCode::InvalidLocation, path.text(), "is no folder, which several files need");
+    }
+}
+
 StorePath placeFor(const IProvider& provider, const StorePath& path, const std::string& name) {
     if (!path.meansFolder() && !provider.folderExists(path.iri())) {
         return path;

@@ -32,6 +32,9 @@ std::optional<std::uint64_t> sizeOf(const IProvider& provider, const StorePath& 
 /// Refuse a path that can only mean a folder, for a file without a name of its own. Errors: UsageError.
 void failUnlessNameable(const StorePath& path, const std::string& name);
 
+/// Refuse a path where there is no folder and none is written, for several files that go to it. Errors: Failure.
+void failUnlessFolder(const IProvider& provider, const StorePath& path);
+
 /// Where a file copied or moved to path goes: into the folder, if there is one or only one can be meant, else
 /// to path itself. name is the file's own one. Errors: UsageError when it has none but needs one, Exception.
 StorePath placeFor(const IProvider& provider, const StorePath& path, const std::string& name);

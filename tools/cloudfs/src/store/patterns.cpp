@@ -75,6 +75,15 @@ std::vector<StorePath> expand(const IProvider& provider, const StorePath& path) 
 
 }  // namespace
 
+std::vector<StorePath> toPaths(const std::vector<std::string>& texts) {
+    std::vector<StorePath> paths;
+    paths.reserve(texts.size());
+    for (const auto& text : texts) {
+        paths.emplace_back(text);
+    }
+    return paths;
+}
+
 bool isPattern(std::string_view text) {
     return text.find_first_of("*?[") != std::string_view::npos;
 }

@@ -12,6 +12,9 @@
 /// Patterns as the shell has them: * and ? stand for what is no "/", [...] for one character of a set.
 namespace cloudfs {
 
+/// The paths that texts stand for. Errors: as StorePath's.
+std::vector<StorePath> toPaths(const std::vector<std::string>& texts);
+
 /// Whether a text has a character that only a pattern has.
 bool isPattern(std::string_view text);
 
