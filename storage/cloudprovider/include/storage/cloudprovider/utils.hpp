@@ -45,8 +45,9 @@ CLOUDPROVIDER_EXPORT std::u16string canonicalize(const std::u16string& path);
 /// Errors   InvalidLocationException when the path is not valid UTF-16.
 CLOUDPROVIDER_EXPORT std::string iriToKey(const foundation::storage::provider::StorageIRI& iri);
 
-/// Answer the path of a key, for which iriToKey answers that key: canonicalize takes a "." before each "/" and one at the
-/// end, so a component that ends in one gets one more. "/" for the empty key. A key with an empty component, as behind a
+/// Answer the path of a key, for which iriToKey answers that key: canonicalize takes a "." before each "/" and one at
+/// the end, so a component that ends in one gets one more. "/" for the empty key. A key with an empty component, as
+/// behind a
 /// "/" at its end, has no such path: that component is lost.
 ///
 /// Errors   foundation::InvalidTextError when the key is not valid UTF-8.
