@@ -1478,6 +1478,8 @@ class OwnFiles(Case):
         self.fails("InvalidLocation", "./tree/store.db", "get", "-r", "/tree", ".", mentions="is the store itself")
         self.assertEqual(self.local_names("tree"), ["a", "store.db"])
         self.assertEqual(self.names("/tree"), ["a", "store.db"])
+        self.assertEqual(self.run_tool("sync", "store:/tree", "tree").returncode, FAILED)
+        self.assertEqual(self.names("/tree"), ["a", "store.db"])
 
 
 class Interrupts(Case):

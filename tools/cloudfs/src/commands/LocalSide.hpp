@@ -12,6 +12,9 @@ class LocalSide : public SyncSide {
 public:
     LocalSide(std::string root, LocalStoreFiles storeFiles, Links links);
 
+    /// Refuse what is one of the store's own files, or would become one. Errors: Failure.
+    void failIfStore(const std::string& name) const { m_storeFiles.failIfContain(textOf(name)); }
+
     std::string textOf(const std::string& name) const override;
     SyncListing list(const ExcludedNames& isExcluded, FileTransfers& transfers) const override;
     std::vector<std::string> makeFolders(const std::vector<std::string>& names,

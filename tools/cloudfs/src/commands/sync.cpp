@@ -163,6 +163,7 @@ private:
             if (m_operands.isUp) {
                 putFile(m_store.provider(), {m_local.textOf(name), m_store.pathOf(name), entry.size}, progress);
             } else {
+                m_local.failIfStore(name);
                 getFile(m_store.provider(),
                         {m_store.pathOf(name), m_local.textOf(name), LocalTarget::Links::Replace, entry.size,
                          toTime(entry.time)},
