@@ -98,6 +98,15 @@ private:
     const bool m_wasMain = foundation::isMainExecutionContext();
 };
 
+Engine makeEngine(const ProviderOptions& options) {
+    Engine engine{.options = options};
+    if (options.transferThreads != 0) {
+        engine.pool = std::make_shared<TransferPool>(options.transferThreads);
+        engine.fetchBudget = std::make_shared<FetchBudget>(options.transferThreads);
+    }
+    return engine;
+}
+
 // What a copy may be stored over. That there is no destination was looked at before, but it may come meanwhile.
 ExpectedObject replacedUnder(bool replaces) {
     return replaces ? ExpectedObject::anything() : ExpectedObject::absent();
@@ -120,8 +129,7 @@ CloudProvider::CloudProvider(std::shared_ptr<CloudClient> client, FolderPolicy f
     : m_client(extendClient(std::move(client))),
       m_folderPolicy(folderPolicy),
       m_checkFolderOnCopy(checkFolderOnCopy),
-      m_engine{options,
-               options.transferThreads == 0 ? nullptr : std::make_shared<TransferPool>(options.transferThreads)},
+      m_engine(makeEngine(options)),
       m_folderOfParts(holdFolderOfParts()) {}
 
 CloudProvider::~CloudProvider() = default;
@@ -133,6 +141,16 @@ std::unique_ptr<ByteStream> CloudProvider::openSequentialWriter(const StorageIRI
         const auto resolved = getResolvedIRI(iri);
         failIfRoot(resolved);
         return OpenFileManager::instance().openSequentially(resolved, m_client, ExpectedObject::anything(), m_engine);
+    });
+}
+
+std::unique_ptr<ByteStream> CloudProvider::openSequentialReader(const StorageIRI& iri) const {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri);
+    return translatingErrors(iri, [&] {
+        const auto resolved = getResolvedIRI(iri);
+        failIfRoot(resolved);
+        return OpenFileManager::instance().openToReadSequentially(resolved, m_client, m_engine);
     });
 }
 

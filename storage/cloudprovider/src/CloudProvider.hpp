@@ -30,6 +30,10 @@ public:
     std::unique_ptr<foundation::storage::provider::ByteStream> openSequentialWriter(
         const foundation::storage::provider::StorageIRI& iri) const;
 
+    /// See openSequentialReader.hpp.
+    std::unique_ptr<foundation::storage::provider::ByteStream> openSequentialReader(
+        const foundation::storage::provider::StorageIRI& iri) const;
+
 private:
     using StorageIRI = foundation::storage::provider::StorageIRI;
     using ByteStream = foundation::storage::provider::ByteStream;

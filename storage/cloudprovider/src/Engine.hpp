@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "FetchBudget.hpp"
 #include "TransferPool.hpp"
 
 #include <storage/cloudprovider/ProviderOptions.hpp>
@@ -12,7 +13,8 @@ namespace storage::cloudprovider {
 /// What a provider gives its open files to work with.
 struct Engine {
     ProviderOptions options{};
-    std::shared_ptr<TransferPool> pool{};  ///< empty: no threads
+    std::shared_ptr<TransferPool> pool{};        ///< empty: no threads
+    std::shared_ptr<FetchBudget> fetchBudget{};  ///< empty with the pool
 };
 
 }  // namespace storage::cloudprovider

@@ -11,27 +11,10 @@
 
 #include <algorithm>
 #include <cassert>
-#include <chrono>
 #include <optional>
 #include <utility>
 
 namespace storage::cloudprovider {
-
-namespace {
-
-// How often waiting looks at the host's interrupt.
-constexpr std::chrono::milliseconds kInterruptInterval(100);
-
-// Puts a thread of the pool into the execution context of whoever queued its task.
-class ContextOfTask {
-public:
-    explicit ContextOfTask(bool isMain) noexcept { foundation::setMainExecutionContext(isMain); }
-    ContextOfTask(const ContextOfTask&) = delete;
-    ContextOfTask& operator=(const ContextOfTask&) = delete;
-    ~ContextOfTask() { foundation::setMainExecutionContext(false); }
-};
-
-}  // namespace
 
 // A task on its way: taken out of the queue, and put back in front unless it was done.
 class MultipartUploadManager::RunningTask {
@@ -230,7 +213,7 @@ std::size_t MultipartUploadManager::transferOne() noexcept {
             }
             running.emplace(*this, task, RunningTask::Runner::Pool);
         }
-        const ContextOfTask context(running->isMainContext());
+        const CallersContext context(running->isMainContext());
         running->run(ChangedParts::MustNotFail);
     } catch (...) {
         traceCaughtException();  // the task is queued again, for somebody whom its failure can be told

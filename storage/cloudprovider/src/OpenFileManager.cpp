@@ -5,6 +5,7 @@
 #include "OpenFileByteStream.hpp"
 #include "OpenFileContext.hpp"
 #include "RestrictedByteStreams.hpp"
+#include "SequentialReader.hpp"
 #include "SequentialWriter.hpp"
 #include "Trace.hpp"
 #include "checkKeyLength.hpp"
@@ -167,6 +168,17 @@ std::unique_ptr<ByteStream> OpenFileManager::openSequentially(const StorageIRI& 
     checkKeyLength(*context->client, context->key);
     context->client->checkObjectName(foundation::toUtf8(iri.getName()));
     return std::make_unique<SequentialWriter>(std::move(context), engine.pool, std::move(hold));
+}
+
+std::unique_ptr<ByteStream> OpenFileManager::openToReadSequentially(const StorageIRI& iri,
+                                                                    const std::shared_ptr<CloudClient>& client,
+                                                                    const Engine& engine) {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri);
+    if (isOpen(iri, client)) {
+        return openReadOnly(iri, client, engine);
+    }
+    return std::make_unique<SequentialReader>(makeContext(iri, client, engine), engine);
 }
 
 // The last step of opening: what comes to be counted is whole, and is handed to the caller.

@@ -88,6 +88,12 @@ public:
     std::unique_ptr<ByteStream> openSequentially(const StorageIRI& iri, const std::shared_ptr<CloudClient>& client,
                                                  const ExpectedObject& expected, const Engine& engine);
 
+    /// Open the object as it is stored to read it from its beginning to its end; while it is open, or somebody has it
+    /// for himself, as openReadOnly does.
+    std::unique_ptr<ByteStream> openToReadSequentially(const StorageIRI& iri,
+                                                       const std::shared_ptr<CloudClient>& client,
+                                                       const Engine& engine);
+
     /// Whether the object is open or being opened. Streams that the object was replaced under do not count: their file
     /// is no longer the object's.
     bool isOpen(const StorageIRI& iri, const std::shared_ptr<CloudClient>& client) const;

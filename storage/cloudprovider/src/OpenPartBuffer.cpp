@@ -1,21 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "OpenPartBuffer.hpp"
 
-#include "ObjectReplacedException.hpp"
 #include "Trace.hpp"
+#include "fetchRange.hpp"
 #include "saturatingAdd.hpp"
 #include "translateException.hpp"
 
 #include <foundation/services/Files.hpp>
-#include <storage/cloudprovider/CloudException.hpp>
-
-#include <boost/iostreams/device/array.hpp>
-#include <boost/iostreams/stream.hpp>
 
 #include <algorithm>
 #include <cassert>
 #include <cstring>
-#include <ostream>
 #include <utility>
 
 namespace storage::cloudprovider {
@@ -28,8 +23,7 @@ namespace storage::cloudprovider {
 //
 // (1) Only CLOUD bytes may be discarded, and zeros that were never anything else.
 // (2) A NEW part is sent again, whatever was sent before. It becomes SCHEDULED_UPLOAD when its bytes are on their way,
-// not
-//     when it is queued, and NEW again when they do not arrive.
+//     not when it is queued, and NEW again when they do not arrive.
 // (3) A sent part stays SCHEDULED_UPLOAD until the whole upload has completed: before, the stored object has the old
 //     bytes, which must be neither fetched nor copied in its place.
 // (4) A CLOUD part has exactly m_storedSize bytes. Any other part has at least as many; those that it holds beyond
@@ -40,8 +34,6 @@ namespace storage::cloudprovider {
 //     behind the cut. So neither a transfer nor a reader that is still busy with the old one can bring them back.
 
 namespace {
-
-namespace io = boost::iostreams;
 
 // Takes an opener back unless dismissed.
 class CountGuard {
@@ -64,53 +56,6 @@ public:
 private:
     OpenPartBuffer* m_part;
 };
-
-void checkReceived(const OpenFileContext& context, std::uint64_t received, std::uint64_t expected) {
-    if (received != expected) {
-        throw UnknownErrorException(
-            foundation::storage::provider::ExceptionContext("the store delivered " + std::to_string(received) + " of " +
-                                                            std::to_string(expected) + " bytes of " + context.key));
-    }
-}
-
-[[noreturn]] void throwGone(const OpenFileContext& context) {
-    throw ResourceNotFoundException(foundation::storage::provider::ExceptionContext(
-        '"' + context.key +
-        "\" was removed or replaced while the file was open, and what it held was not fetched before"));
-}
-
-// Without a version the store cannot say whether the name still has what a file was opened from that has left it.
-void throwIfUnknown(const OpenFileContext& context, const std::string& version) {
-    if (version.empty() && context.version.isDetached()) {
-        throwGone(context);
-    }
-}
-
-void fetchRange(const OpenFileContext& context, const std::string& version, const ObjectRange& range,
-                std::ostream& sink) {
-    try {
-        onVersion(context, version, [&] { context.client->getRange(context.key, version, range, sink); });
-    } catch (const ObjectReplacedException&) {
-        if (context.version.isDetached()) {
-            throwGone(context);
-        }
-        throw;
-    }
-}
-
-void fetch(const OpenFileContext& context, const ObjectRange& range, char* data) {
-    io::stream<io::array_sink> sink(data, static_cast<std::streamsize>(range.Size));
-    const auto version = context.version.get();
-    throwIfUnknown(context, version);
-    fetchRange(context, version, range, sink);
-    throwIfUnknown(context, version);  // it may have left its name meanwhile
-    if (sink.bad()) {
-        throw UnknownErrorException(foundation::storage::provider::ExceptionContext(
-            "the store delivered more than the " + std::to_string(range.Size) + " bytes asked for of " + context.key));
-    }
-    sink.clear();
-    checkReceived(context, static_cast<std::uint64_t>(sink.tellp()), range.Size);
-}
 
 }  // namespace
 
@@ -220,7 +165,7 @@ void OpenPartBuffer::download() {
     // Mapping a cached part again costs more than copying its bytes out, unless they lie in large pages. Blank parts
     // are left alone: they fill bit by bit, and clearing large pages ahead of that made writing slower.
     foundation::adviseLargePages(buffer->data(), m_capacity);
-    fetch(*m_context, range, buffer->data());
+    fetchRange(*m_context, range, buffer->data());
     setOpenBuffer(std::move(buffer));
 }
 

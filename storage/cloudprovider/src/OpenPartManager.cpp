@@ -7,6 +7,7 @@
 #include "checkedLayout.hpp"
 #include "saturatingAdd.hpp"
 #include "translateException.hpp"
+#include "tuning.hpp"
 
 #include <storage/cloudprovider/CloudException.hpp>
 
@@ -31,9 +32,6 @@ constexpr int kMostRounds = 4;
 // Runs of parts that are reused end at multiples of so many bytes of the file: several can be copied at once, and a
 // second try makes the same pieces.
 constexpr std::uint64_t kRunBoundary = std::uint64_t{128} * 1024 * 1024;
-
-// A larger object's first bytes may be sent for nothing: that should take no longer than a request does.
-constexpr std::uint64_t kMostStart = std::uint64_t{64} * 1024;
 
 bool isNextOfRun(const OpenPartBuffer& last, const OpenPartBuffer& next) {
     return next.index() == last.index() + 1 && next.offset() / kRunBoundary == last.offset() / kRunBoundary;

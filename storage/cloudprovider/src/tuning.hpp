@@ -15,6 +15,10 @@ inline constexpr std::uint64_t kDefaultDownloadedPartCacheSize = 20 * kDefaultPa
 /// user guide, multipart upload limits), other stores more.
 inline constexpr std::uint64_t kMaxPartCount = 1'000'000;
 
+/// How many of an object's first bytes to take along when it is looked up to be read. Those of a larger object may be
+/// sent for nothing: that should take no longer than a request does.
+inline constexpr std::uint64_t kMostStart = std::uint64_t{64} * 1024;
+
 /// Read the part size in bytes from the environment variable VX_CLOUD_PART_SIZE_OVERRIDE, as std::stoull
 /// does; the default when it is not set, empty or not a number. Never throws for the value.
 std::uint64_t readPartSize();

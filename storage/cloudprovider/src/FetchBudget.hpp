@@ -1,0 +1,54 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <utility>
+
+namespace storage::cloudprovider {
+
+/// How many ranges the sequential readers of a provider may together hold ahead in memory. Threads: any.
+class FetchBudget : public std::enable_shared_from_this<FetchBudget> {
+public:
+    /// One range of the budget; goes back to it in the end.
+    class Share {
+    public:
+        explicit Share(std::shared_ptr<FetchBudget> budget) noexcept : m_budget(std::move(budget)) {}
+        Share(Share&&) noexcept = default;
+        Share& operator=(Share&& other) noexcept {
+            m_budget.swap(other.m_budget);
+            return *this;
+        }
+        Share(const Share&) = delete;
+        Share& operator=(const Share&) = delete;
+        ~Share() {
+            if (m_budget) {
+                const std::lock_guard lock(m_budget->m_mutex);
+                ++m_budget->m_left;
+            }
+        }
+
+    private:
+        std::shared_ptr<FetchBudget> m_budget;
+    };
+
+    explicit FetchBudget(std::size_t ranges) : m_left(ranges) {}
+
+    /// A share, if one is left.
+    std::optional<Share> take() {
+        const std::lock_guard lock(m_mutex);
+        if (m_left == 0) {
+            return std::nullopt;
+        }
+        --m_left;
+        return std::optional<Share>(std::in_place, shared_from_this());
+    }
+
+private:
+    std::mutex m_mutex;  // guards what follows; a leaf
+    std::size_t m_left;
+};
+
+}  // namespace storage::cloudprovider

@@ -1,0 +1,88 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "Engine.hpp"
+#include "FetchBudget.hpp"
+#include "OpenFileContext.hpp"
+#include "TransferPool.hpp"
+
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <list>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace storage::cloudprovider {
+
+/// The bytes of an object from its beginning to its end, in ranges that a pool's threads fetch ahead into memory. The
+/// version is the one that the context says.
+///
+/// The more ranges have been used the more are fetched ahead, up to what the pool, the store and the budget allow, so
+/// that who reads only the beginning has little fetched for nothing. A fetch ahead that fails is nobody's failure:
+/// whoever comes to that range fetches it again. Without a pool each range is fetched when it is reached.
+///
+/// Errors   what the client throws; OperationInterrupted while waiting.
+/// Threads  one reader; the pool's call transferOne.
+class RangesAhead : public TransferSource, public std::enable_shared_from_this<RangesAhead> {
+public:
+    /// size: of the object. start: its first bytes, as far as they are there already.
+    RangesAhead(std::shared_ptr<OpenFileContext> context, const Engine& engine, std::uint64_t size,
+                const std::string& start);
+
+    /// The bytes behind those that were used, as many as there are in one piece: fetched, or waited for. None only at
+    /// the end. They stay until the next call of an operation.
+    std::string_view bytes();
+
+    /// Count bytes that the last call of bytes answered as used.
+    void use(std::size_t count);
+
+    /// Fetch nothing more, and let all bytes go. What is on its way is dropped when it arrives.
+    void stop() noexcept;
+
+    std::size_t transferOne() noexcept override;
+
+private:
+    enum class State { Queued, Fetching, Kept };
+    /// Memory for a range; without a share it is the one that each reader may have anyway.
+    struct Room {
+        std::unique_ptr<char[]> bytes{};
+        std::optional<FetchBudget::Share> share{};
+    };
+    struct Slot {
+        std::uint64_t first;
+        std::uint64_t size;
+        Room room{};
+        State state = State::Queued;
+    };
+    using Slots = std::list<Slot>;  // nodes change lists without failing
+
+    std::optional<Room> leaveFirst();
+    void addRanges(std::optional<Room> room);
+    void waitForFirst();
+    void fetch(Slot& slot) const;
+    void finish(Slots::iterator slot, bool isFetched) noexcept;
+
+    const std::shared_ptr<OpenFileContext> m_context;
+    const std::weak_ptr<TransferPool> m_pool;  // weak: the last owner of this may be one of its threads
+    const std::shared_ptr<FetchBudget> m_budget;
+    const std::size_t m_mostAhead;
+    const std::uint64_t m_size;
+    const std::uint64_t m_rangeSize;
+
+    // The reader's own.
+    std::uint64_t m_end = 0;  // of the last range in the list
+    std::size_t m_used = 0;   // of the first one's bytes
+    std::size_t m_window;     // how many to hold, the first one included
+
+    std::mutex m_mutex;  // guards what follows; a leaf. The reader alone adds ranges, and looks at them without it.
+    std::condition_variable m_fetched;
+    Slots m_slots;  // in order; the reader is at the first
+    bool m_isMainContext = false;
+    bool m_isStopped = false;
+};
+
+}  // namespace storage::cloudprovider

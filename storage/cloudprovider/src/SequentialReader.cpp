@@ -1,0 +1,95 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "SequentialReader.hpp"
+
+#include "Trace.hpp"
+#include "checkedLayout.hpp"
+#include "tuning.hpp"
+
+#include <storage/cloudprovider/CloudException.hpp>
+
+#include <boost/numeric/conversion/cast.hpp>
+
+#include <cstring>
+#include <string>
+#include <utility>
+
+namespace storage::cloudprovider {
+
+using foundation::storage::provider::ByteStreamReadFailure;
+using foundation::storage::provider::ByteStreamSeekFailure;
+using foundation::storage::provider::ByteStreamWriteFailure;
+using foundation::storage::provider::ErrorCode;
+using foundation::storage::provider::ExceptionContext;
+
+SequentialReader::SequentialReader(std::shared_ptr<OpenFileContext> context, const Engine& engine) {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    std::string start;
+    auto stored = context->client->describeWithStart(context->key, kMostStart, start);
+    if (!stored) {
+        throw ResourceNotFoundException();
+    }
+    const auto layout = checkedLayout(std::move(stored->Parts), context->key);
+    const auto size = layout.empty() ? 0 : layout.back().Offset + layout.back().Size;
+    context->version.editOf(std::move(stored->Version));
+    m_ranges = std::make_shared<RangesAhead>(std::move(context), engine, size, start);
+}
+
+SequentialReader::~SequentialReader() {
+    SequentialReader::doClose();
+}
+
+// Ranges that were left are not there any more: a read that fails in the middle cannot be tried again.
+std::int64_t SequentialReader::doRead(char* buffer, std::int64_t count) {
+    CLOUDPROVIDER_TRACE_CALL(" n=", count);
+    const auto wanted = boost::numeric_cast<std::size_t>(count);
+    if (!m_ranges) {
+        throw ByteStreamReadFailure(ErrorCode::Unknown, ExceptionContext("the stream is closed"));
+    }
+    if (m_failure) {
+        std::rethrow_exception(m_failure);
+    }
+    std::size_t total = 0;
+    bool isAtEnd = false;
+    try {
+        while (total < wanted && !isAtEnd) {
+            const auto taken = copyBytes(buffer + total, wanted - total);
+            total += taken;
+            isAtEnd = taken == 0;
+        }
+    } catch (...) {
+        if (total != 0) {
+            m_failure = std::current_exception();
+        }
+        throw;
+    }
+    const std::int64_t bytesRead = isAtEnd && total == 0 ? -1 : static_cast<std::int64_t>(total);
+    CLOUDPROVIDER_TRACE_ARGUMENTS("bytesRead", '=', bytesRead);
+    return bytesRead;
+}
+
+// As many as there are in one piece; none at the end.
+std::size_t SequentialReader::copyBytes(char* buffer, std::size_t most) {
+    const auto bytes = m_ranges->bytes().substr(0, most);
+    std::memcpy(buffer, bytes.data(), bytes.size());
+    m_ranges->use(bytes.size());
+    return bytes.size();
+}
+
+std::int64_t SequentialReader::doWrite(const char* /*data*/, std::int64_t /*count*/) {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    throw ByteStreamWriteFailure(ErrorCode::PermissionDenied, ExceptionContext("the stream is open for reading only"));
+}
+
+std::streampos SequentialReader::doSeek(std::int64_t /*offset*/, std::ios_base::seekdir /*way*/) {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    throw ByteStreamSeekFailure(ErrorCode::Unsupported, ExceptionContext("the stream reads sequentially"));
+}
+
+void SequentialReader::doClose() {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    if (const auto ranges = std::move(m_ranges)) {
+        ranges->stop();
+    }
+}
+
+}  // namespace storage::cloudprovider

@@ -1,0 +1,17 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "OpenFileContext.hpp"
+
+namespace storage::cloudprovider {
+
+/// Fetch a range of the version that a file is an edit of into memory, which has room for it. Whatever fails, the bytes
+/// there are undefined.
+///
+/// Errors   what the client throws; ObjectReplacedException when the store has another version;
+/// ResourceNotFoundException
+///          when the file has left its name and the store cannot tell what it held; UnknownErrorException when the
+///          store delivers more bytes, or fewer.
+void fetchRange(const OpenFileContext& context, const ObjectRange& range, char* data);
+
+}  // namespace storage::cloudprovider
