@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "host.hpp"
 #include "listingPages.hpp"
 #include "translateException.hpp"
 
@@ -26,9 +27,9 @@ namespace storage::cloudprovider {
 /// The first page is fetched on construction, so that a missing folder is reported at once; later pages when
 /// the last entry of a page is handed out, so that hasNext is exact. One thread at a time.
 template <typename Derived>
-class AbstractCloudEntryIterator : public foundation::storage::provider::IClonableFolderEntryIterator<Derived> {
+class AbstractCloudEntryIterator : public host::IClonableFolderEntryIterator<Derived> {
 public:
-    foundation::storage::provider::FolderEntry get() const override {
+    host::FolderEntry get() const override {
         if (!m_current) {
             throw std::logic_error("no current entry: call next first");
         }
@@ -54,7 +55,7 @@ public:
     virtual void addEntry(const std::string& name, const ObjectInfo& item) = 0;
 
 protected:
-    AbstractCloudEntryIterator(foundation::storage::provider::StorageIRI folder, std::shared_ptr<CloudClient> client)
+    AbstractCloudEntryIterator(host::StorageIRI folder, std::shared_ptr<CloudClient> client)
         : m_folder(std::move(folder)), m_client(std::move(client)) {}
 
     /// Fetch pages until one brings an entry or there are no more. Throws the host's Exception for the
@@ -70,11 +71,11 @@ protected:
     }
 
     void appendFile(const std::string& path, const ObjectInfo& item) {
-        append(path, foundation::storage::provider::FileAttributes(item.Size, item.LastModified, true));
+        append(path, host::FileAttributes(item.Size, item.LastModified, true));
     }
 
     void appendFolder(const std::string& path, const boost::posix_time::ptime& lastModified) {
-        append(path, foundation::storage::provider::FolderAttributes(lastModified, true));
+        append(path, host::FolderAttributes(lastModified, true));
     }
 
 private:
@@ -113,10 +114,10 @@ private:
         }
     }
 
-    boost::optional<foundation::storage::provider::FolderEntry> m_current;
-    std::deque<foundation::storage::provider::FolderEntry> m_entries;
+    boost::optional<host::FolderEntry> m_current;
+    std::deque<host::FolderEntry> m_entries;
     std::string m_continuationToken;
-    foundation::storage::provider::StorageIRI m_folder;
+    host::StorageIRI m_folder;
     std::shared_ptr<CloudClient> m_client;
 };
 

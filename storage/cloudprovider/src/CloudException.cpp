@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "host.hpp"
+
 #include <storage/cloudprovider/CloudException.hpp>
 
 namespace storage::cloudprovider {
 
-using foundation::storage::provider::ErrorCode;
-using foundation::storage::provider::ExceptionContext;
+using host::ErrorCode;
+using host::ExceptionContext;
 
 CloudException::CloudException(const ExceptionContext& context)
     : CloudException(ErrorCode::Unknown, context, "Unknown Cloud error") {}

@@ -11,6 +11,7 @@
 #include "checkKeyLength.hpp"
 #include "extendClient.hpp"
 #include "getResolvedIRI.hpp"
+#include "host.hpp"
 #include "interrupt.hpp"
 #include "listingPages.hpp"
 #include "translateException.hpp"
@@ -27,19 +28,12 @@
 
 namespace storage::cloudprovider {
 
-using foundation::storage::provider::ByteStream;
-using foundation::storage::provider::ByteStreamFailure;
-using foundation::storage::provider::ByteStreamReadFailure;
-using foundation::storage::provider::ByteStreamWriteFailure;
-using foundation::storage::provider::ErrorCode;
-using foundation::storage::provider::Exception;
-using foundation::storage::provider::ExceptionContext;
-using foundation::storage::provider::Feature;
-using foundation::storage::provider::FileAttributes;
-using foundation::storage::provider::FolderAttributes;
-using foundation::storage::provider::IFolderEntryIterator;
-using foundation::storage::provider::IProvider;
-using foundation::storage::provider::StorageIRI;
+using host::ByteStream;
+using host::ErrorCode;
+using host::Exception;
+using host::Feature;
+using host::IFolderEntryIterator;
+using host::StorageIRI;
 
 namespace {
 
@@ -68,7 +62,7 @@ template <typename Step>
 void namingFile(const StorageIRI& iri, Step step) {
     try {
         step();
-    } catch (const ByteStreamFailure& failure) {
+    } catch (const host::ByteStreamFailure& failure) {
         throw Exception(failure.getErrorCode(), iri, failure.getContext());
     }
 }
@@ -77,9 +71,9 @@ void namingFile(const StorageIRI& iri, Step step) {
 void finish(FileTransfer& transfer, const StorageIRI& source, const StorageIRI& destination) {
     try {
         transfer.copyAllBytes();
-    } catch (const ByteStreamReadFailure& failure) {
+    } catch (const host::ByteStreamReadFailure& failure) {
         throw Exception(failure.getErrorCode(), source, failure.getContext());
-    } catch (const ByteStreamWriteFailure& failure) {
+    } catch (const host::ByteStreamWriteFailure& failure) {
         throw Exception(failure.getErrorCode(), destination, failure.getContext());
     }
     namingFile(source, [&] { transfer.closeSource(); });
@@ -114,13 +108,13 @@ ExpectedObject replacedUnder(bool replaces) {
 
 }  // namespace
 
-std::shared_ptr<IProvider> buildCloudProvider(std::shared_ptr<CloudClient> client, FolderPolicy policy,
-                                              bool checkFolderOnCopy) {
+std::shared_ptr<host::IProvider> buildCloudProvider(std::shared_ptr<CloudClient> client, FolderPolicy policy,
+                                                    bool checkFolderOnCopy) {
     return buildCloudProvider(std::move(client), policy, checkFolderOnCopy, ProviderOptions());
 }
 
-std::shared_ptr<IProvider> buildCloudProvider(std::shared_ptr<CloudClient> client, FolderPolicy policy,
-                                              bool checkFolderOnCopy, const ProviderOptions& options) {
+std::shared_ptr<host::IProvider> buildCloudProvider(std::shared_ptr<CloudClient> client, FolderPolicy policy,
+                                                    bool checkFolderOnCopy, const ProviderOptions& options) {
     return std::make_shared<CloudProvider>(std::move(client), policy, checkFolderOnCopy, options);
 }
 
@@ -297,7 +291,7 @@ void CloudProvider::doMoveFolder(const StorageIRI& source, const StorageIRI& /*d
     throw Exception(ErrorCode::Unsupported, source);
 }
 
-FileAttributes CloudProvider::doGetFileAttributes(const StorageIRI& iri) const {
+host::FileAttributes CloudProvider::doGetFileAttributes(const StorageIRI& iri) const {
     CLOUDPROVIDER_TRACE_FUNCTION();
     CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri);
     try {
@@ -313,10 +307,10 @@ FileAttributes CloudProvider::doGetFileAttributes(const StorageIRI& iri) const {
     }
 }
 
-FolderAttributes CloudProvider::doGetFolderAttributes(const StorageIRI& iri) const {
+host::FolderAttributes CloudProvider::doGetFolderAttributes(const StorageIRI& iri) const {
     CLOUDPROVIDER_TRACE_FUNCTION();
     CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri);
-    return translatingErrors(iri, [&]() -> FolderAttributes {
+    return translatingErrors(iri, [&]() -> host::FolderAttributes {
         const auto prefix = folderPrefixOf(iri);
         if (m_folderPolicy == FolderPolicy::MarkerObjects) {
             if (const auto marker = m_client->getObjectInfo(prefix)) {
@@ -573,8 +567,8 @@ void CloudProvider::removeMoved(const StorageIRI& resolved, const std::string& v
         } catch (const CloudException& failure) {
             throw Exception(
                 failure.getErrorCode(), resolved,
-                ExceptionContext(std::string("the destination is stored, but removing the source failed: ") +
-                                 failure.what()));
+                host::ExceptionContext(std::string("the destination is stored, but removing the source failed: ") +
+                                       failure.what()));
         }
     });
 }

@@ -4,6 +4,7 @@
 #include "Engine.hpp"
 #include "FileTransfer.hpp"
 #include "FlatCloudEntryIterator.hpp"
+#include "host.hpp"
 
 #include <foundation/services/PrivateFolder.hpp>
 #include <storage/cloudprovider/ExtendedCloudClient.hpp>
@@ -20,28 +21,26 @@ namespace storage::cloudprovider {
 /// The host's file system over a CloudClient.
 ///
 /// Holds nothing that changes: every query goes to the client, and open files live in OpenFileManager. Threads: any.
-class CloudProvider : public foundation::storage::provider::IProvider {
+class CloudProvider : public host::IProvider {
 public:
     CloudProvider(std::shared_ptr<CloudClient> client, FolderPolicy folderPolicy, bool checkFolderOnCopy,
                   const ProviderOptions& options);
     ~CloudProvider() override;
 
     /// See openSequentialWriter.hpp.
-    std::unique_ptr<foundation::storage::provider::ByteStream> openSequentialWriter(
-        const foundation::storage::provider::StorageIRI& iri) const;
+    std::unique_ptr<host::ByteStream> openSequentialWriter(const host::StorageIRI& iri) const;
 
     /// See openSequentialReader.hpp.
-    std::unique_ptr<foundation::storage::provider::ByteStream> openSequentialReader(
-        const foundation::storage::provider::StorageIRI& iri) const;
+    std::unique_ptr<host::ByteStream> openSequentialReader(const host::StorageIRI& iri) const;
 
 private:
-    using StorageIRI = foundation::storage::provider::StorageIRI;
-    using ByteStream = foundation::storage::provider::ByteStream;
-    using ByteStreamOpenOptions = foundation::storage::provider::ByteStreamOpenOptions;
-    using FileAttributes = foundation::storage::provider::FileAttributes;
-    using FolderAttributes = foundation::storage::provider::FolderAttributes;
-    using ReplacementPolicy = foundation::storage::provider::ReplacementPolicy;
-    using IFolderEntryIterator = foundation::storage::provider::IFolderEntryIterator;
+    using StorageIRI = host::StorageIRI;
+    using ByteStream = host::ByteStream;
+    using ByteStreamOpenOptions = host::ByteStreamOpenOptions;
+    using FileAttributes = host::FileAttributes;
+    using FolderAttributes = host::FolderAttributes;
+    using ReplacementPolicy = host::ReplacementPolicy;
+    using IFolderEntryIterator = host::IFolderEntryIterator;
 
     // Overrides, in IProvider's order.
     void doCreateFile(const StorageIRI& iri) const override;
@@ -68,7 +67,7 @@ private:
                     const ReplacementPolicy& policy) const override;
     void doSetLastModified(const StorageIRI& iri, const boost::posix_time::ptime& time) const override;
     void doSetWritable(const StorageIRI& iri, bool writable) const override;
-    bool doSupportsFeature(const foundation::storage::provider::Feature& feature) const override;
+    bool doSupportsFeature(const host::Feature& feature) const override;
 
     std::unique_ptr<IFolderEntryIterator> listFlat(const StorageIRI& iri, FlatCloudEntryIterator::Filter filter) const;
 

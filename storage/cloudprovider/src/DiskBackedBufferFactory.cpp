@@ -2,6 +2,7 @@
 #include "DiskBackedBufferFactory.hpp"
 
 #include "Trace.hpp"
+#include "host.hpp"
 #include "translateException.hpp"
 
 #include <foundation/services/Files.hpp>
@@ -15,8 +16,6 @@
 
 namespace storage::cloudprovider {
 
-using foundation::storage::provider::ExceptionContext;
-
 namespace {
 
 // The smallest length that can be mapped.
@@ -28,7 +27,7 @@ constexpr std::uint64_t kLeastStep = 4096;
 constexpr std::uint64_t kLargestStep = std::uint64_t{4} << 20;
 
 [[noreturn]] void throwCurrentAsUnknownError() {
-    throw UnknownErrorException(ExceptionContext("no temporary file: " + describeCurrentException()));
+    throw UnknownErrorException(host::ExceptionContext("no temporary file: " + describeCurrentException()));
 }
 
 boost::filesystem::path createFile(foundation::PrivateFolder& folder) {

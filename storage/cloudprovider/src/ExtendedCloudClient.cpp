@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "host.hpp"
+
 #include <storage/cloudprovider/CloudException.hpp>
 #include <storage/cloudprovider/ExtendedCloudClient.hpp>
 
@@ -135,8 +137,7 @@ void ExtendedCloudClient::deleteObjects(const std::vector<std::string>& keys) {
 }
 
 std::vector<UnfinishedUpload> ExtendedCloudClient::listUploads(const std::string& /*prefix*/, std::string& /*token*/) {
-    throw UnsupportedOperationException(
-        foundation::storage::provider::ExceptionContext("this store does not tell its unfinished uploads"));
+    throw UnsupportedOperationException(host::ExceptionContext("this store does not tell its unfinished uploads"));
 }
 
 StoreLimits ExtendedCloudClient::limits() const {

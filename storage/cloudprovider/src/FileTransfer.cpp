@@ -3,6 +3,7 @@
 
 #include "ScopeGuard.hpp"
 #include "Trace.hpp"
+#include "host.hpp"
 #include "interrupt.hpp"
 #include "translateException.hpp"
 
@@ -14,10 +15,6 @@
 #include <utility>
 
 namespace storage::cloudprovider {
-
-using foundation::storage::provider::ByteStreamWriteFailure;
-using foundation::storage::provider::ErrorCode;
-using foundation::storage::provider::ExceptionContext;
 
 namespace {
 
@@ -58,8 +55,8 @@ void FileTransfer::writeAll(const char* data, std::streamsize count) {
     while (count > 0) {
         const auto taken = m_destination.write(data, count);
         if (taken <= 0) {
-            throw ByteStreamWriteFailure(ErrorCode::Unknown,
-                                         ExceptionContext("the destination took fewer bytes than it was given"));
+            throw host::ByteStreamWriteFailure(
+                host::ErrorCode::Unknown, host::ExceptionContext("the destination took fewer bytes than it was given"));
         }
         data += taken;
         count -= taken;

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "host.hpp"
+
 #include <foundation/storage/provider/ByteStream.hpp>
 
 #include <ios>
@@ -13,7 +15,7 @@ namespace storage::cloudprovider {
 /// The destination is stored by closeBoth only: a transfer that goes without it gives the destination up.
 class FileTransfer {
 public:
-    using ByteStream = foundation::storage::provider::ByteStream;
+    using ByteStream = host::ByteStream;
 
     /// Gives a stream up that was not closed.
     struct Abandon {
@@ -43,8 +45,8 @@ private:
     void writeAll(const char* data, std::streamsize count);
 
     const std::shared_ptr<ByteStream> m_destinationStream;
-    foundation::storage::provider::GenericByteStreamDevice m_source;
-    foundation::storage::provider::GenericByteStreamDevice m_destination;
+    host::GenericByteStreamDevice m_source;
+    host::GenericByteStreamDevice m_destination;
 };
 
 }  // namespace storage::cloudprovider

@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "FlatCloudEntryIterator.hpp"
 
+#include "host.hpp"
+
 namespace storage::cloudprovider {
 
-FlatCloudEntryIterator::FlatCloudEntryIterator(foundation::storage::provider::StorageIRI folder, Filter filter,
+FlatCloudEntryIterator::FlatCloudEntryIterator(host::StorageIRI folder, Filter filter,
                                                std::shared_ptr<CloudClient> client)
     : AbstractCloudEntryIterator(std::move(folder), std::move(client)), m_filter(filter) {
     fetchEntries(true);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "AbstractCloudEntryIterator.hpp"
+#include "host.hpp"
 
 #include <cstdint>
 
@@ -12,8 +13,7 @@ class FlatCloudEntryIterator : public AbstractCloudEntryIterator<FlatCloudEntryI
 public:
     enum class Filter : std::uint32_t { Files = 0, Folders = 1, All = 2 };
 
-    FlatCloudEntryIterator(foundation::storage::provider::StorageIRI folder, Filter filter,
-                           std::shared_ptr<CloudClient> client);
+    FlatCloudEntryIterator(host::StorageIRI folder, Filter filter, std::shared_ptr<CloudClient> client);
 
     std::string getDelimiter() const override;
     void addEntry(const std::string& name, const ObjectInfo& item) override;

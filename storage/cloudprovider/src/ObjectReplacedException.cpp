@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "ObjectReplacedException.hpp"
 
+#include "host.hpp"
 #include "translateException.hpp"
 
 #include <optional>
@@ -23,8 +24,8 @@ bool isReplaced(const OpenFileContext& context, const std::string& version) {
 }  // namespace
 
 ObjectReplacedException::ObjectReplacedException(const std::string& key)
-    : ResourceInUseException(foundation::storage::provider::ExceptionContext(
-          '"' + key + "\" was replaced or removed in the store while it was open")) {}
+    : ResourceInUseException(
+          host::ExceptionContext('"' + key + "\" was replaced or removed in the store while it was open")) {}
 
 void throwIfReplaced(const OpenFileContext& context, const std::string& version) {
     if (!version.empty() && isReplaced(context, version)) {

@@ -2,6 +2,7 @@
 #include "OpenFileByteStream.hpp"
 
 #include "Trace.hpp"
+#include "host.hpp"
 #include "translateException.hpp"
 
 #include <boost/numeric/conversion/cast.hpp>
@@ -15,12 +16,6 @@
 #include <vector>
 
 namespace storage::cloudprovider {
-
-using foundation::storage::provider::ByteStreamReadFailure;
-using foundation::storage::provider::ByteStreamSeekFailure;
-using foundation::storage::provider::ByteStreamWriteFailure;
-using foundation::storage::provider::ErrorCode;
-using foundation::storage::provider::ExceptionContext;
 
 namespace detail {
 
@@ -61,7 +56,7 @@ void giveBack(OpenPartManager& partManager, std::vector<OpenPartHold> holds) {
 template <typename Failure>
 void failIfClosed(const std::shared_ptr<OpenPartManager>& partManager) {
     if (!partManager) {
-        throw Failure(ErrorCode::Unknown, ExceptionContext("the stream is closed"));
+        throw Failure(host::ErrorCode::Unknown, host::ExceptionContext("the stream is closed"));
     }
 }
 
@@ -127,13 +122,13 @@ void OpenFileByteStream::detach() {
 }
 
 void OpenFileByteStream::requireOpen() const {
-    failIfClosed<ByteStreamWriteFailure>(m_partManager);
+    failIfClosed<host::ByteStreamWriteFailure>(m_partManager);
 }
 
 std::int64_t OpenFileByteStream::doRead(char* buffer, std::int64_t count) {
     CLOUDPROVIDER_TRACE_CALL(" n=", count);
     const auto wanted = boost::numeric_cast<std::uint64_t>(count);
-    failIfClosed<ByteStreamReadFailure>(m_partManager);
+    failIfClosed<host::ByteStreamReadFailure>(m_partManager);
 
     PositionGuard position(m_fileOffset);
     std::uint64_t total = 0;
@@ -192,7 +187,7 @@ std::int64_t OpenFileByteStream::doWrite(const char* data, std::int64_t count) {
 
 std::streampos OpenFileByteStream::doSeek(std::int64_t offset, std::ios_base::seekdir way) {
     CLOUDPROVIDER_TRACE_CALL(" off=", offset, " way=", static_cast<int>(way));
-    failIfClosed<ByteStreamSeekFailure>(m_partManager);
+    failIfClosed<host::ByteStreamSeekFailure>(m_partManager);
     const auto target = seekTarget(offset, way);
     m_fileOffset = target;
     m_isAtEnd = false;

@@ -4,6 +4,7 @@
 #include "OpenPartDevice.hpp"
 #include "OpenPartManager.hpp"
 #include "ProviderStream.hpp"
+#include "host.hpp"
 
 #include <foundation/storage/provider/ByteStream.hpp>
 
@@ -19,9 +20,9 @@ namespace storage::cloudprovider {
 /// The position is this stream's alone, the bytes are those of all streams of the object. The object is
 /// written back when its last stream closes. Threads: one at a time per stream; streams of one object may be
 /// used by different threads.
-class OpenFileByteStream : public foundation::storage::provider::ByteStream, public ProviderStream {
+class OpenFileByteStream : public host::ByteStream, public ProviderStream {
 public:
-    using WriteMode = foundation::storage::provider::ByteStreamOpenOptions::WriteMode;
+    using WriteMode = host::ByteStreamOpenOptions::WriteMode;
 
     /// A closed stream, which attach opens: so that nothing can fail between being counted and being handed out.
     explicit OpenFileByteStream(WriteMode writeMode);

@@ -2,6 +2,7 @@
 #include "OpenFileContext.hpp"
 
 #include "extendClient.hpp"
+#include "host.hpp"
 #include "tuning.hpp"
 
 #include <storage/cloudprovider/utils.hpp>
@@ -23,9 +24,8 @@ std::uint64_t choosePartSize(const ProviderOptions& options) {
 
 }  // namespace
 
-OpenFileContext::OpenFileContext(foundation::storage::provider::StorageIRI fileIri,
-                                 std::shared_ptr<CloudClient> cloudClient, std::unique_ptr<BufferFactory> factory,
-                                 const ProviderOptions& providerOptions)
+OpenFileContext::OpenFileContext(host::StorageIRI fileIri, std::shared_ptr<CloudClient> cloudClient,
+                                 std::unique_ptr<BufferFactory> factory, const ProviderOptions& providerOptions)
     : iri(std::move(fileIri)),
       key(utils::iriToKey(iri)),
       client(extendClient(std::move(cloudClient))),

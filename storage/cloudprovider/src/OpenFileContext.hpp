@@ -3,6 +3,7 @@
 
 #include "Buffer.hpp"
 #include "EditedVersion.hpp"
+#include "host.hpp"
 
 #include <foundation/storage/provider/StorageIRI.hpp>
 #include <storage/cloudprovider/ExtendedCloudClient.hpp>
@@ -19,10 +20,10 @@ namespace storage::cloudprovider {
 struct OpenFileContext {
     /// Derives the key, wraps a plain client, and reads the two tuning values from the environment where the options do
     /// not say them. Throws InvalidLocationException when the identifier's path is not valid UTF-16.
-    OpenFileContext(foundation::storage::provider::StorageIRI fileIri, std::shared_ptr<CloudClient> cloudClient,
+    OpenFileContext(host::StorageIRI fileIri, std::shared_ptr<CloudClient> cloudClient,
                     std::unique_ptr<BufferFactory> factory, const ProviderOptions& providerOptions = {});
 
-    const foundation::storage::provider::StorageIRI iri;
+    const host::StorageIRI iri;
     const std::string key;
     const std::shared_ptr<ExtendedCloudClient> client;
     const std::unique_ptr<BufferFactory> bufferFactory;

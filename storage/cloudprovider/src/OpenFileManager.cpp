@@ -10,6 +10,7 @@
 #include "Trace.hpp"
 #include "checkKeyLength.hpp"
 #include "extendClient.hpp"
+#include "host.hpp"
 
 #include <foundation/services/Text.hpp>
 #include <storage/cloudprovider/CloudException.hpp>
@@ -19,9 +20,9 @@
 
 namespace storage::cloudprovider {
 
-using foundation::storage::provider::ByteStream;
-using foundation::storage::provider::ByteStreamOpenOptions;
-using foundation::storage::provider::StorageIRI;
+using host::ByteStream;
+using host::ByteStreamOpenOptions;
+using host::StorageIRI;
 
 namespace {
 

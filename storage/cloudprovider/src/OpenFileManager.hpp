@@ -4,6 +4,7 @@
 #include "Engine.hpp"
 #include "OpenFileByteStream.hpp"
 #include "OpenPartManager.hpp"
+#include "host.hpp"
 
 #include <foundation/storage/provider/ByteStream.hpp>
 #include <foundation/storage/provider/StorageIRI.hpp>
@@ -29,9 +30,9 @@ class OpenFileManager {
     class Initialisation;
 
 public:
-    using StorageIRI = foundation::storage::provider::StorageIRI;
-    using ByteStream = foundation::storage::provider::ByteStream;
-    using ByteStreamOpenOptions = foundation::storage::provider::ByteStreamOpenOptions;
+    using StorageIRI = host::StorageIRI;
+    using ByteStream = host::ByteStream;
+    using ByteStreamOpenOptions = host::ByteStreamOpenOptions;
 
     /// What becomes of who opens an object that somebody has for himself.
     enum class Openers : std::uint8_t {

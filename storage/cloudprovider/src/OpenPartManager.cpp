@@ -5,6 +5,7 @@
 #include "PartTransfers.hpp"
 #include "Trace.hpp"
 #include "checkedLayout.hpp"
+#include "host.hpp"
 #include "saturatingAdd.hpp"
 #include "translateException.hpp"
 #include "tuning.hpp"
@@ -18,8 +19,6 @@
 #include <utility>
 
 namespace storage::cloudprovider {
-
-using foundation::storage::provider::ExceptionContext;
 
 namespace {
 
@@ -478,7 +477,7 @@ void OpenPartManager::transferMissing(const std::vector<Part>& parts, const std:
         }
         if (round == kMostRounds) {
             throw UnknownErrorException(
-                ExceptionContext("parts of " + m_context->key + " failed to be sent while they were changed"));
+                host::ExceptionContext("parts of " + m_context->key + " failed to be sent while they were changed"));
         }
         scheduleReuse(missing, runs);
         for (const auto& part : missing) {

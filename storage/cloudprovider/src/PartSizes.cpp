@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "PartSizes.hpp"
 
+#include "host.hpp"
 #include "saturatingAdd.hpp"
 #include "tuning.hpp"
 
@@ -26,8 +27,7 @@ std::uint64_t choosePartsOfOneSize(const StoreLimits& limits, std::uint64_t firs
 }
 
 [[noreturn]] void throwTooLarge(const std::string& key, const std::string& limit) {
-    throw UnsupportedOperationException(
-        foundation::storage::provider::ExceptionContext(key + " would need more than " + limit));
+    throw UnsupportedOperationException(host::ExceptionContext(key + " would need more than " + limit));
 }
 
 }  // namespace

@@ -1,21 +1,20 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "ProviderStream.hpp"
 
+#include "host.hpp"
 #include "translateException.hpp"
 
 #include <storage/cloudprovider/CloudException.hpp>
 
 namespace storage::cloudprovider {
 
-using foundation::storage::provider::ByteStream;
-using foundation::storage::provider::ByteStreamWriteFailure;
-using foundation::storage::provider::ErrorCode;
-using foundation::storage::provider::ExceptionContext;
+using host::ByteStreamWriteFailure;
+using host::ExceptionContext;
 
-void withProviderStream(ByteStream& stream, const std::function<void(ProviderStream&)>& operation) {
+void withProviderStream(host::ByteStream& stream, const std::function<void(ProviderStream&)>& operation) {
     auto* const own = dynamic_cast<ProviderStream*>(&stream);
     if (own == nullptr) {
-        throw ByteStreamWriteFailure(ErrorCode::Unsupported,
+        throw ByteStreamWriteFailure(host::ErrorCode::Unsupported,
                                      ExceptionContext("the stream belongs to another provider"));
     }
     try {
@@ -27,7 +26,7 @@ void withProviderStream(ByteStream& stream, const std::function<void(ProviderStr
         throw ByteStreamWriteFailure(cause.getErrorCode(), ExceptionContext(cause.what()));
     } catch (...) {
         traceCaughtException();
-        throw ByteStreamWriteFailure(ErrorCode::Unknown, ExceptionContext(describeCurrentException()));
+        throw ByteStreamWriteFailure(host::ErrorCode::Unknown, ExceptionContext(describeCurrentException()));
     }
 }
 

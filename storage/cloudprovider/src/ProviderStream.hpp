@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "host.hpp"
+
 #include <foundation/storage/provider/ByteStream.hpp>
 
 #include <cstdint>
@@ -39,7 +41,6 @@ protected:
 
 /// Run an operation of a stream. Whatever it throws becomes ByteStreamWriteFailure, as does a stream of another
 /// provider: Unsupported.
-void withProviderStream(foundation::storage::provider::ByteStream& stream,
-                        const std::function<void(ProviderStream&)>& operation);
+void withProviderStream(host::ByteStream& stream, const std::function<void(ProviderStream&)>& operation);
 
 }  // namespace storage::cloudprovider

@@ -1,14 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "RecursiveCloudEntryIterator.hpp"
 
+#include "host.hpp"
+
 #include <boost/date_time/posix_time/posix_time_types.hpp>
 
 #include <vector>
 
 namespace storage::cloudprovider {
 
-RecursiveCloudEntryIterator::RecursiveCloudEntryIterator(foundation::storage::provider::StorageIRI folder,
-                                                         std::shared_ptr<CloudClient> client)
+RecursiveCloudEntryIterator::RecursiveCloudEntryIterator(host::StorageIRI folder, std::shared_ptr<CloudClient> client)
     : AbstractCloudEntryIterator(std::move(folder), std::move(client)) {
     fetchEntries(true);
 }

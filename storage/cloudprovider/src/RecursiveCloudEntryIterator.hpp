@@ -2,6 +2,7 @@
 #pragma once
 
 #include "AbstractCloudEntryIterator.hpp"
+#include "host.hpp"
 
 #include <set>
 
@@ -11,7 +12,7 @@ namespace storage::cloudprovider {
 /// first. Memory grows with the number of folders listed, not with that of files.
 class RecursiveCloudEntryIterator : public AbstractCloudEntryIterator<RecursiveCloudEntryIterator> {
 public:
-    RecursiveCloudEntryIterator(foundation::storage::provider::StorageIRI folder, std::shared_ptr<CloudClient> client);
+    RecursiveCloudEntryIterator(host::StorageIRI folder, std::shared_ptr<CloudClient> client);
 
     std::string getDelimiter() const override;
     void addEntry(const std::string& name, const ObjectInfo& item) override;

@@ -2,20 +2,17 @@
 #include "RestrictedByteStreams.hpp"
 
 #include "Trace.hpp"
+#include "host.hpp"
 
 #include <utility>
 
 namespace storage::cloudprovider {
 
-using foundation::storage::provider::ByteStreamReadFailure;
-using foundation::storage::provider::ByteStreamWriteFailure;
-using foundation::storage::provider::ErrorCode;
-using foundation::storage::provider::ExceptionContext;
-
 namespace {
 
 [[noreturn]] void refuseToWrite() {
-    throw ByteStreamWriteFailure(ErrorCode::PermissionDenied, ExceptionContext("the stream is open for reading only"));
+    throw host::ByteStreamWriteFailure(host::ErrorCode::PermissionDenied,
+                                       host::ExceptionContext("the stream is open for reading only"));
 }
 
 }  // namespace
@@ -85,7 +82,8 @@ void WriteOnlyByteStream::detach() {
 
 std::int64_t WriteOnlyByteStream::doRead(char* /*buffer*/, std::int64_t /*count*/) {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    throw ByteStreamReadFailure(ErrorCode::PermissionDenied, ExceptionContext("the stream is open for writing only"));
+    throw host::ByteStreamReadFailure(host::ErrorCode::PermissionDenied,
+                                      host::ExceptionContext("the stream is open for writing only"));
 }
 
 std::int64_t WriteOnlyByteStream::doWrite(const char* data, std::int64_t count) {

@@ -3,6 +3,7 @@
 
 #include "OpenFileByteStream.hpp"
 #include "ProviderStream.hpp"
+#include "host.hpp"
 
 #include <foundation/storage/provider/ByteStream.hpp>
 
@@ -13,7 +14,7 @@
 namespace storage::cloudprovider {
 
 /// Forwards to a stream, but refuses to write. Used like the stream it owns.
-class ReadOnlyByteStream : public foundation::storage::provider::ByteStream, public ProviderStream {
+class ReadOnlyByteStream : public host::ByteStream, public ProviderStream {
 public:
     explicit ReadOnlyByteStream(std::unique_ptr<OpenFileByteStream> stream);
     ~ReadOnlyByteStream() override;
@@ -34,7 +35,7 @@ private:
 };
 
 /// Forwards to a stream, but refuses to read. Used like the stream it owns.
-class WriteOnlyByteStream : public foundation::storage::provider::ByteStream, public ProviderStream {
+class WriteOnlyByteStream : public host::ByteStream, public ProviderStream {
 public:
     explicit WriteOnlyByteStream(std::unique_ptr<OpenFileByteStream> stream);
     ~WriteOnlyByteStream() override;

@@ -15,11 +15,8 @@
 
 namespace storage::cloudprovider {
 
-using foundation::storage::provider::ByteStreamReadFailure;
-using foundation::storage::provider::ByteStreamSeekFailure;
-using foundation::storage::provider::ByteStreamWriteFailure;
-using foundation::storage::provider::ErrorCode;
-using foundation::storage::provider::ExceptionContext;
+using host::ErrorCode;
+using host::ExceptionContext;
 
 SequentialReader::SequentialReader(std::shared_ptr<OpenFileContext> context, const Engine& engine) {
     CLOUDPROVIDER_TRACE_FUNCTION();
@@ -43,7 +40,7 @@ std::int64_t SequentialReader::doRead(char* buffer, std::int64_t count) {
     CLOUDPROVIDER_TRACE_CALL(" n=", count);
     const auto wanted = boost::numeric_cast<std::size_t>(count);
     if (!m_ranges) {
-        throw ByteStreamReadFailure(ErrorCode::Unknown, ExceptionContext("the stream is closed"));
+        throw host::ByteStreamReadFailure(ErrorCode::Unknown, ExceptionContext("the stream is closed"));
     }
     if (m_failure) {
         std::rethrow_exception(m_failure);
@@ -77,12 +74,13 @@ std::size_t SequentialReader::copyBytes(char* buffer, std::size_t most) {
 
 std::int64_t SequentialReader::doWrite(const char* /*data*/, std::int64_t /*count*/) {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    throw ByteStreamWriteFailure(ErrorCode::PermissionDenied, ExceptionContext("the stream is open for reading only"));
+    throw host::ByteStreamWriteFailure(ErrorCode::PermissionDenied,
+                                       ExceptionContext("the stream is open for reading only"));
 }
 
 std::streampos SequentialReader::doSeek(std::int64_t /*offset*/, std::ios_base::seekdir /*way*/) {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    throw ByteStreamSeekFailure(ErrorCode::Unsupported, ExceptionContext("the stream reads sequentially"));
+    throw host::ByteStreamSeekFailure(ErrorCode::Unsupported, ExceptionContext("the stream reads sequentially"));
 }
 
 void SequentialReader::doClose() {

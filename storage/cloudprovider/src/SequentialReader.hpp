@@ -4,6 +4,7 @@
 #include "Engine.hpp"
 #include "OpenFileContext.hpp"
 #include "RangesAhead.hpp"
+#include "host.hpp"
 
 #include <foundation/storage/provider/ByteStream.hpp>
 
@@ -17,7 +18,7 @@ namespace storage::cloudprovider {
 
 /// A stream that reads an object as it is stored, once from its beginning to its end; see openSequentialReader. Used by
 /// one thread at a time.
-class SequentialReader : public foundation::storage::provider::ByteStream {
+class SequentialReader : public host::ByteStream {
 public:
     /// Look the object up. ResourceNotFoundException when there is none.
     SequentialReader(std::shared_ptr<OpenFileContext> context, const Engine& engine);

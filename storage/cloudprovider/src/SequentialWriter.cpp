@@ -4,6 +4,7 @@
 #include "Buffer.hpp"
 #include "ObjectWriter.hpp"
 #include "Trace.hpp"
+#include "host.hpp"
 #include "saturatingAdd.hpp"
 #include "translateException.hpp"
 
@@ -20,11 +21,8 @@
 
 namespace storage::cloudprovider {
 
-using foundation::storage::provider::ByteStreamReadFailure;
-using foundation::storage::provider::ByteStreamSeekFailure;
-using foundation::storage::provider::ByteStreamWriteFailure;
-using foundation::storage::provider::ErrorCode;
-using foundation::storage::provider::ExceptionContext;
+using host::ErrorCode;
+using host::ExceptionContext;
 
 /// A part and its bytes.
 struct WrittenPart {
@@ -78,7 +76,7 @@ private:
 };
 
 [[noreturn]] void refuse(const char* reason) {
-    throw ByteStreamWriteFailure(ErrorCode::Unsupported, ExceptionContext(reason));
+    throw host::ByteStreamWriteFailure(ErrorCode::Unsupported, ExceptionContext(reason));
 }
 
 }  // namespace
@@ -130,12 +128,13 @@ void SequentialWriter::detach() {
 
 std::int64_t SequentialWriter::doRead(char* /*buffer*/, std::int64_t /*count*/) {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    throw ByteStreamReadFailure(ErrorCode::PermissionDenied, ExceptionContext("the stream is open for writing only"));
+    throw host::ByteStreamReadFailure(ErrorCode::PermissionDenied,
+                                      ExceptionContext("the stream is open for writing only"));
 }
 
 std::streampos SequentialWriter::doSeek(std::int64_t /*offset*/, std::ios_base::seekdir /*way*/) {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    throw ByteStreamSeekFailure(ErrorCode::Unsupported, ExceptionContext("the stream writes sequentially"));
+    throw host::ByteStreamSeekFailure(ErrorCode::Unsupported, ExceptionContext("the stream writes sequentially"));
 }
 
 // What was taken stays taken: part of it may have been sent. So a failure behind the first byte is left to the next
@@ -181,7 +180,7 @@ void SequentialWriter::doClose() {
 
 void SequentialWriter::requireOpen() const {
     if (!m_hold) {
-        throw ByteStreamWriteFailure(ErrorCode::Unknown, ExceptionContext("the stream is closed"));
+        throw host::ByteStreamWriteFailure(ErrorCode::Unknown, ExceptionContext("the stream is closed"));
     }
 }
 

@@ -7,6 +7,7 @@
 #include "PartSizes.hpp"
 #include "ProviderStream.hpp"
 #include "TransferPool.hpp"
+#include "host.hpp"
 
 #include <foundation/storage/provider/ByteStream.hpp>
 
@@ -23,7 +24,7 @@ class SentParts;
 ///
 /// A full part is queued when there is a byte for the next one, after the queue was worked on until it has room: so
 /// many parts are held as the pool has threads, one more that is queued, and the one that is being written.
-class SequentialWriter : public foundation::storage::provider::ByteStream, public ProviderStream {
+class SequentialWriter : public host::ByteStream, public ProviderStream {
 public:
     SequentialWriter(std::shared_ptr<OpenFileContext> context, std::shared_ptr<TransferPool> pool,
                      std::unique_ptr<OpenFileManager::ExclusiveHold> hold);

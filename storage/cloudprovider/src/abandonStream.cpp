@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "ProviderStream.hpp"
+#include "host.hpp"
 
 #include <storage/cloudprovider/abandonStream.hpp>
 
 namespace storage::cloudprovider {
 
-bool abandonStream(foundation::storage::provider::ByteStream& stream) {
+bool abandonStream(host::ByteStream& stream) {
     auto* const own = dynamic_cast<ProviderStream*>(&stream);
     return own != nullptr && own->abandon();
 }

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "checkKeyLength.hpp"
 
+#include "host.hpp"
+
 #include <storage/cloudprovider/CloudException.hpp>
 
 namespace storage::cloudprovider {
@@ -8,7 +10,7 @@ namespace storage::cloudprovider {
 void checkKeyLength(const ExtendedCloudClient& client, const std::string& key) {
     const auto longest = client.limits().LongestKey;
     if (key.size() > longest) {
-        throw InvalidLocationException(foundation::storage::provider::ExceptionContext(
+        throw InvalidLocationException(host::ExceptionContext(
             "the key has " + std::to_string(key.size()) + " bytes, and the store takes " + std::to_string(longest)));
     }
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "checkedLayout.hpp"
 
+#include "host.hpp"
 #include "saturatingAdd.hpp"
 
 #include <storage/cloudprovider/CloudException.hpp>
@@ -23,7 +24,7 @@ std::vector<PartInfo> checkedLayout(std::vector<PartInfo> parts, const std::stri
             std::ostringstream text;
             text << "the store's parts of " << key << " do not follow each other: " << part << " instead of offset "
                  << offset;
-            throw UnknownErrorException(foundation::storage::provider::ExceptionContext(text.str()));
+            throw UnknownErrorException(host::ExceptionContext(text.str()));
         }
         offset += part.Size;
         part.Index = index++;

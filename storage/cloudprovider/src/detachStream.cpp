@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "ProviderStream.hpp"
+#include "host.hpp"
 
 #include <storage/cloudprovider/detachStream.hpp>
 
 namespace storage::cloudprovider {
 
-void detachStream(foundation::storage::provider::ByteStream& stream) {
+void detachStream(host::ByteStream& stream) {
     withProviderStream(stream, [](ProviderStream& own) { own.detach(); });
 }
 

@@ -2,6 +2,7 @@
 #include "fetchRange.hpp"
 
 #include "ObjectReplacedException.hpp"
+#include "host.hpp"
 
 #include <storage/cloudprovider/CloudException.hpp>
 
@@ -14,7 +15,7 @@
 
 namespace storage::cloudprovider {
 
-using foundation::storage::provider::ExceptionContext;
+using host::ExceptionContext;
 
 namespace {
 

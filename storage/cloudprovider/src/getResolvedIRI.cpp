@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "getResolvedIRI.hpp"
 
+#include "host.hpp"
+
 #include <storage/cloudprovider/utils.hpp>
 
 namespace storage::cloudprovider {
 
-using foundation::storage::provider::StorageIRI;
-
-StorageIRI getResolvedIRI(const StorageIRI& iri) {
+host::StorageIRI getResolvedIRI(const host::StorageIRI& iri) {
     auto key = utils::iriToKey(iri);
     if (utils::hasTrailingSlash(key)) {
         key.pop_back();

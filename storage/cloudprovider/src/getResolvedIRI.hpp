@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "host.hpp"
+
 #include <foundation/storage/provider/StorageIRI.hpp>
 
 namespace storage::cloudprovider {
@@ -10,6 +12,6 @@ namespace storage::cloudprovider {
 /// Its key (utils::iriToKey) is that of iri but for a trailing "/", resolving it again changes nothing, and a
 /// path that is clean already stays as it is. Scheme and authority stay. Errors   InvalidLocationException
 /// when the path is not valid UTF-16.
-foundation::storage::provider::StorageIRI getResolvedIRI(const foundation::storage::provider::StorageIRI& iri);
+host::StorageIRI getResolvedIRI(const host::StorageIRI& iri);
 
 }  // namespace storage::cloudprovider

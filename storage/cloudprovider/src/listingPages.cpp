@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "listingPages.hpp"
 
+#include "host.hpp"
 #include "interrupt.hpp"
 
 #include <storage/cloudprovider/CloudException.hpp>
@@ -8,8 +9,6 @@
 #include <algorithm>
 
 namespace storage::cloudprovider {
-
-using foundation::storage::provider::ExceptionContext;
 
 std::vector<ObjectInfo> fetchPage(CloudClient& client, const std::string& prefix, std::string& token,
                                   const ListOptions& options) {
@@ -19,8 +18,8 @@ std::vector<ObjectInfo> fetchPage(CloudClient& client, const std::string& prefix
     }
     auto page = client.listObjects(prefix, token, options);
     if (page.empty() && !token.empty() && token == given) {
-        throw UnknownErrorException(ExceptionContext("the store does not get on with listing '" + prefix +
-                                                     "': an empty page, and the same token again"));
+        throw UnknownErrorException(host::ExceptionContext("the store does not get on with listing '" + prefix +
+                                                           "': an empty page, and the same token again"));
     }
     return page;
 }
@@ -30,7 +29,7 @@ void failIfNotBelow(const std::string& prefix, const std::vector<ObjectInfo>& it
         return item.Key.compare(0, prefix.size(), prefix) == 0;
     });
     if (!areAllBelow) {
-        throw UnknownErrorException(ExceptionContext("the store listed keys that do not begin with " + prefix));
+        throw UnknownErrorException(host::ExceptionContext("the store listed keys that do not begin with " + prefix));
     }
 }
 

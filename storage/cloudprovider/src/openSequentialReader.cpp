@@ -1,20 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "CloudProvider.hpp"
+#include "host.hpp"
 
 #include <storage/cloudprovider/openSequentialReader.hpp>
 
 namespace storage::cloudprovider {
 
-using foundation::storage::provider::ByteStream;
-using foundation::storage::provider::ErrorCode;
-using foundation::storage::provider::Exception;
-using foundation::storage::provider::IProvider;
-using foundation::storage::provider::StorageIRI;
-
-std::unique_ptr<ByteStream> openSequentialReader(const IProvider& provider, const StorageIRI& iri) {
+std::unique_ptr<host::ByteStream> openSequentialReader(const host::IProvider& provider, const host::StorageIRI& iri) {
     const auto* const own = dynamic_cast<const CloudProvider*>(&provider);
     if (own == nullptr) {
-        throw Exception(ErrorCode::Unsupported, iri);
+        throw host::Exception(host::ErrorCode::Unsupported, iri);
     }
     return own->openSequentialReader(iri);
 }

@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "ProviderStream.hpp"
+#include "host.hpp"
 
 #include <storage/cloudprovider/storeStream.hpp>
 
 namespace storage::cloudprovider {
 
-void storeStream(foundation::storage::provider::ByteStream& stream) {
+void storeStream(host::ByteStream& stream) {
     withProviderStream(stream, [](ProviderStream& own) { own.store(); });
 }
 

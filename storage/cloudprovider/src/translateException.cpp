@@ -2,6 +2,7 @@
 #include "translateException.hpp"
 
 #include "Trace.hpp"
+#include "host.hpp"
 
 #include <storage/cloudprovider/CloudException.hpp>
 
@@ -9,10 +10,8 @@
 
 namespace storage::cloudprovider {
 
-using foundation::storage::provider::ErrorCode;
-using foundation::storage::provider::Exception;
-using foundation::storage::provider::ExceptionContext;
-using foundation::storage::provider::StorageIRI;
+using host::ErrorCode;
+using host::Exception;
 
 namespace {
 
@@ -32,15 +31,15 @@ std::string diagnosticText() {
 
 }  // namespace
 
-void translateException(const StorageIRI& iri) {
+void translateException(const host::StorageIRI& iri) {
     try {
         throw;
     } catch (const Exception&) {
         throw;
     } catch (const CloudException& cause) {
-        throw Exception(cause.getErrorCode(), iri, ExceptionContext(cause.what()));
+        throw Exception(cause.getErrorCode(), iri, host::ExceptionContext(cause.what()));
     } catch (const std::exception& cause) {
-        throw Exception(ErrorCode::Unknown, iri, ExceptionContext(cause.what()));
+        throw Exception(ErrorCode::Unknown, iri, host::ExceptionContext(cause.what()));
     } catch (const std::exception_ptr& recorded) {
         if (recorded) {
             withRecordedException(recorded, [&] { translateException(iri); });

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "host.hpp"
+
 #include <foundation/storage/provider/StorageIRI.hpp>
 
 #include <string>
@@ -11,7 +13,7 @@ namespace storage::cloudprovider {
 ///
 /// A host Exception passes unchanged; a CloudException gives its code; anything else gives Unknown. The text
 /// of the cause is kept. A thrown std::exception_ptr stands for the exception it holds.
-[[noreturn]] void translateException(const foundation::storage::provider::StorageIRI& iri);
+[[noreturn]] void translateException(const host::StorageIRI& iri);
 
 /// The text of the exception being handled; empty when it has none.
 std::string describeCurrentException();
@@ -21,7 +23,7 @@ void traceCaughtException() noexcept;
 
 /// Run an operation on iri: whatever it throws is traced, then translated.
 template <typename Operation>
-auto translatingErrors(const foundation::storage::provider::StorageIRI& iri, Operation operation) {
+auto translatingErrors(const host::StorageIRI& iri, Operation operation) {
     try {
         return operation();
     } catch (...) {

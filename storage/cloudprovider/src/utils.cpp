@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "host.hpp"
+
 #include <foundation/services/Text.hpp>
 #include <storage/cloudprovider/CloudException.hpp>
 #include <storage/cloudprovider/utils.hpp>
@@ -89,14 +91,14 @@ std::u16string canonicalize(const std::u16string& path) {
     return dropBeforeSlash(result, kSeparator);
 }
 
-std::string iriToKey(const foundation::storage::provider::StorageIRI& iri) {
+std::string iriToKey(const host::StorageIRI& iri) {
     if (!iri.hasPath()) {
         return {};
     }
     try {
         return foundation::toUtf8(removeLeadingSlash(canonicalize(iri.getPath())));
     } catch (const foundation::InvalidTextError&) {
-        throw InvalidLocationException(foundation::storage::provider::ExceptionContext("the path is not valid UTF-16"));
+        throw InvalidLocationException(host::ExceptionContext("the path is not valid UTF-16"));
     }
 }
 
