@@ -264,7 +264,10 @@ void FakeCloudClient::deliver(std::string bytes, std::ostream& sink) const {
     }
     for (std::size_t at = 0; at < bytes.size(); at += m_options.transferChunkSize) {
         const auto size = std::min(m_options.transferChunkSize, bytes.size() - at);
-        sink.write(bytes.data() + at, static_cast<std::streamsize>(size));
+        if (!sink.write(bytes.data() + at, static_cast<std::streamsize>(size))) {
+            throw UnknownErrorException(
+                foundation::storage::provider::ExceptionContext("the receiver takes no more bytes"));
+        }
     }
 }
 
