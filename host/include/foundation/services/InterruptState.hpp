@@ -11,6 +11,7 @@ namespace foundation {
 /// Unknown and this text.
 class FOUNDATION_HOST_EXPORT OperationInterrupted : public std::exception {
 public:
+    /// The text for people.
     const char* what() const noexcept override;
 };
 

@@ -15,8 +15,11 @@ public:
     FileAttributes(boost::optional<std::uint64_t> size, boost::posix_time::ptime lastModified, bool writable)
         : m_size(size), m_lastModified(lastModified), m_writable(writable) {}
 
+    /// In bytes; nothing when unknown.
     const boost::optional<std::uint64_t>& getSize() const noexcept { return m_size; }
+    /// In UTC; not_a_date_time when unknown.
     const boost::posix_time::ptime& getLastModified() const noexcept { return m_lastModified; }
+    /// Whether the file may be written, as far as the provider knows.
     bool isWritable() const noexcept { return m_writable; }
 
 private:
@@ -32,7 +35,9 @@ public:
     FolderAttributes(boost::posix_time::ptime lastModified, bool writable)
         : m_lastModified(lastModified), m_writable(writable) {}
 
+    /// In UTC; not_a_date_time when the folder has no time of its own.
     const boost::posix_time::ptime& getLastModified() const noexcept { return m_lastModified; }
+    /// Whether the folder may be written to, as far as the provider knows.
     bool isWritable() const noexcept { return m_writable; }
 
 private:

@@ -62,6 +62,7 @@ private:
 
 /// How to open a file for writing.
 struct ByteStreamOpenOptions {
+    /// What the stream may be used for.
     enum class Access : std::uint32_t { WriteOnly = 0, ReadWrite = 1 };
     /// Preserve keeps what the file holds; Discard starts from an empty file.
     enum class ExistingContent : std::uint32_t { Discard = 0, Preserve = 1 };
@@ -70,10 +71,10 @@ struct ByteStreamOpenOptions {
     /// Append writes at the end wherever the position is; Positioned writes at the position.
     enum class WriteMode : std::uint32_t { Append = 0, Positioned = 1 };
 
-    Access access = Access::WriteOnly;
-    ExistingContent existingContent = ExistingContent::Discard;
-    Presence presence = Presence::Optional;
-    WriteMode writeMode = WriteMode::Append;
+    Access access = Access::WriteOnly;                           ///< what the stream may be used for
+    ExistingContent existingContent = ExistingContent::Discard;  ///< what becomes of the content
+    Presence presence = Presence::Optional;                      ///< whether the file has to exist
+    WriteMode writeMode = WriteMode::Append;                     ///< where writing goes to
 
     /// Write the four values, such as {WriteOnly,Discard,Optional,Append}.
     friend FOUNDATION_HOST_EXPORT std::ostream& operator<<(std::ostream& stream, const ByteStreamOpenOptions& options);
@@ -82,14 +83,18 @@ struct ByteStreamOpenOptions {
 /// A Boost.Iostreams device over a shared ByteStream; copies share the stream and its position.
 class FOUNDATION_HOST_EXPORT GenericByteStreamDevice {
 public:
-    using char_type = char;
+    using char_type = char;  ///< what Boost.Iostreams asks of a device
+    /// What Boost.Iostreams may do with it: read, write, seek and close.
     struct category : boost::iostreams::seekable_device_tag, boost::iostreams::closable_tag {};
 
     /// stream must not be empty.
     explicit GenericByteStreamDevice(std::shared_ptr<ByteStream> stream);
 
+    /// As ByteStream::read.
     std::streamsize read(char* buffer, std::streamsize count);
+    /// As ByteStream::write.
     std::streamsize write(const char* data, std::streamsize count);
+    /// As ByteStream::seek.
     std::streampos seek(boost::iostreams::stream_offset offset, std::ios_base::seekdir way);
 
     /// Close the stream, for all copies; closing again does nothing.
@@ -102,6 +107,7 @@ private:
 /// A GenericByteStreamDevice that takes the stream over from its only owner.
 class FOUNDATION_HOST_EXPORT ByteStreamDevice : public GenericByteStreamDevice {
 public:
+    /// stream must not be empty.
     explicit ByteStreamDevice(std::unique_ptr<ByteStream> stream);
 };
 

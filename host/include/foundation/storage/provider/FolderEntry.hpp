@@ -13,13 +13,17 @@ namespace foundation::storage::provider {
 /// One file or folder in a listing. A plain value.
 class FOUNDATION_HOST_EXPORT FolderEntry {
 public:
+    /// A file.
     FolderEntry(std::u16string name, FileAttributes attributes) : m_name(std::move(name)), m_attributes(attributes) {}
+    /// A folder.
     FolderEntry(std::u16string name, FolderAttributes attributes) : m_name(std::move(name)), m_attributes(attributes) {}
 
     /// The path relative to the listed folder, without a trailing "/"; one component unless listed recursively.
     const std::u16string& getName() const noexcept { return m_name; }
 
+    /// Whether it is a file.
     bool isFile() const noexcept { return std::holds_alternative<FileAttributes>(m_attributes); }
+    /// Whether it is a folder.
     bool isFolder() const noexcept { return !isFile(); }
 
     /// Throws std::bad_variant_access when the entry is a folder.
@@ -53,9 +57,9 @@ public:
     virtual ~IFolderEntryIterator();
 
 protected:
-    IFolderEntryIterator() = default;
-    IFolderEntryIterator(const IFolderEntryIterator&) = default;
-    IFolderEntryIterator& operator=(const IFolderEntryIterator&) = default;
+    IFolderEntryIterator() = default;                                        ///< for iterators of a provider
+    IFolderEntryIterator(const IFolderEntryIterator&) = default;             ///< for clone
+    IFolderEntryIterator& operator=(const IFolderEntryIterator&) = default;  ///< for iterators of a provider
 };
 
 /// Implements clone for Derived by its copy constructor.

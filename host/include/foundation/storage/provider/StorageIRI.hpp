@@ -28,6 +28,7 @@ public:
     /// The same scheme and authority with another path, which may be empty.
     StorageIRI withPath(std::u16string path) const;
 
+    /// Whether there is a path, be it the root's.
     bool hasPath() const noexcept { return !m_path.empty(); }
 
     /// The path, with its leading "/" where it has one; empty when there is none.
@@ -48,6 +49,7 @@ public:
 
     /// Order by scheme and authority, then by path, UTF-16 unit by unit.
     friend FOUNDATION_HOST_EXPORT bool operator<(const StorageIRI& left, const StorageIRI& right);
+    /// Whether scheme, authority and path are the same texts.
     friend FOUNDATION_HOST_EXPORT bool operator==(const StorageIRI& left, const StorageIRI& right);
 
     /// Write toDisplayText().

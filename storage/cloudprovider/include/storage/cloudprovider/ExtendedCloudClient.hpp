@@ -21,7 +21,7 @@ struct ObjectDescription {
     /// Names the object's content: it changes whenever the object is replaced, and no other content of the key ever
     /// has it. Empty: this store cannot tell versions apart.
     std::string Version;
-    /// The whole object in order and without gaps; a small object, or an empty one, is one part.
+    /// The whole object, as getObjectParts describes it, but never none: a small object, or an empty one, is one part.
     std::vector<PartInfo> Parts;
 };
 
@@ -42,7 +42,9 @@ public:
     /// The object of that version. An empty one, of a store that cannot tell versions apart, is anything.
     static ExpectedObject version(std::string version);
 
+    /// Whether anything may be there, and nothing, too.
     bool isAnything() const noexcept { return m_kind == Kind::Anything; }
+    /// Whether nothing may be there.
     bool isAbsent() const noexcept { return m_kind == Kind::Absent; }
     /// The version; empty unless one is expected.
     const std::string& getVersion() const noexcept { return m_version; }
@@ -61,14 +63,17 @@ private:
 
 /// What a store takes. The defaults are those of a store without limits.
 struct StoreLimits {
+    /// Of what has no limit.
     static constexpr std::size_t kUnlimited = std::numeric_limits<std::size_t>::max();
 
-    /// How many transfers at once make a file go faster, in each direction; at least 1. More do no harm.
+    /// How many transfers at once make a file be stored faster; at least 1. More do no harm.
     std::size_t UsefulUploads = kUnlimited;
+    /// The same for fetching it.
     std::size_t UsefulDownloads = kUnlimited;
 
-    /// Sizes in bytes of a part of an upload; its last part may be smaller.
+    /// Least bytes of a part of an upload; its last part may be smaller.
     std::uint64_t SmallestPart = 0;
+    /// Most bytes of a part of an upload.
     std::uint64_t LargestPart = std::numeric_limits<std::uint64_t>::max();
     /// Most parts of an upload; at least 1.
     std::uint64_t MostParts = std::numeric_limits<std::uint64_t>::max();
@@ -84,8 +89,8 @@ struct StoreLimits {
 
 /// A multipart upload that was begun and neither completed nor given up.
 struct UnfinishedUpload {
-    std::string Key;
-    std::string UploadId;
+    std::string Key;                   ///< of the object that it is to become
+    std::string UploadId;              ///< as startMultipartUpload answered it
     boost::posix_time::ptime Started;  ///< UTC; not_a_date_time when unknown
     std::uint64_t Size = 0;            ///< bytes of the parts that it holds
 };
@@ -101,9 +106,9 @@ struct UnfinishedUpload {
 /// Threads  every operation may be called by several threads at once.
 class CLOUDPROVIDER_EXPORT ExtendedCloudClient : public CloudClient {
 public:
-    ExtendedCloudClient() = default;
-    ExtendedCloudClient(const ExtendedCloudClient&) = default;
-    ExtendedCloudClient& operator=(const ExtendedCloudClient&) = default;
+    ExtendedCloudClient() = default;                                       ///< for clients
+    ExtendedCloudClient(const ExtendedCloudClient&) = default;             ///< for clients that can be copied
+    ExtendedCloudClient& operator=(const ExtendedCloudClient&) = default;  ///< for clients that can be copied
     ~ExtendedCloudClient() override;
 
     /// Describe the object of exactly that key, all of it at one moment; nothing when there is none.
@@ -122,7 +127,7 @@ public:
     ///
     /// Values   version: the description that the range was made by; empty where it had none.
     /// Errors   ResourceInUseException when that version is no longer the stored one; ResourceNotFoundException when
-    ///          there is no object, and no version was given.
+    ///          there is no object, and no version was given; else as getObject, also for a range past the end.
     virtual void getRange(const std::string& key, const std::string& version, const ObjectRange& range,
                           std::ostream& sink);
 
@@ -154,8 +159,8 @@ public:
                                       const ExpectedObject& expected);
 
     /// Make the parts the object, as completeMultipartUpload, if what is there is what is expected. An upload that is
-    /// refused stays, for the caller to abort. As long as the caller cannot know whether it was stored, describeObject
-    /// answers the parts with the tags that were given here.
+    /// refused stays, for the caller to abort, or to complete with another expectation. As long as the caller cannot
+    /// know whether it was stored, describeObject answers the parts with the tags that were given here.
     ///
     /// Result   the version that was stored; empty: this store cannot tell.
     /// Errors   ResourceInUseException when something else is there, which stays as it is.

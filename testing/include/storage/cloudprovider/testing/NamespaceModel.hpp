@@ -36,6 +36,7 @@ public:
     NamespaceModel& operator=(const NamespaceModel&) = delete;
     ~NamespaceModel();
 
+    /// Take one step, and compare what it did.
     void step();
     /// Compare every object, and the queries and listings of some folder.
     void compare();

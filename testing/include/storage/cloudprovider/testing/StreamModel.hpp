@@ -36,6 +36,7 @@ public:
     StreamModel(std::uint64_t seed, const Shape& shape, foundation::storage::provider::StorageIRI file, std::string key,
                 foundation::storage::provider::IProvider& provider, CloudClient& store);
 
+    /// Take one step, and compare what it did.
     void step();
     /// Close what is open.
     void finish();

@@ -15,9 +15,9 @@ namespace storage::cloudprovider {
 
 /// What a client has moved so far, headers and all, tries that failed among them.
 struct S3Traffic {
-    std::uint64_t Requests = 0;
-    std::uint64_t BytesSent = 0;
-    std::uint64_t BytesReceived = 0;
+    std::uint64_t Requests = 0;       ///< HTTP requests
+    std::uint64_t BytesSent = 0;      ///< to the store
+    std::uint64_t BytesReceived = 0;  ///< from the store
 };
 
 /// A bucket of an S3-compatible object store, or what lies below a prefix of its keys.

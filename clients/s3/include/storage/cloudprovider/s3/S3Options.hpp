@@ -14,8 +14,8 @@ namespace storage::cloudprovider {
 
 /// Who asks. Neither key nor token appears in any text of this library.
 struct S3Credentials {
-    std::string AccessKey;
-    std::string SecretKey;
+    std::string AccessKey;     ///< the id of the key
+    std::string SecretKey;     ///< what requests are signed with; never sent
     std::string SessionToken;  ///< empty: none
     /// When they cease to be valid; nothing: they do not.
     std::optional<std::chrono::system_clock::time_point> Expires;
@@ -42,6 +42,7 @@ struct S3Options {
     /// Empty: AWS_REGION, AWS_DEFAULT_REGION, the profile's, else us-east-1. A store that names another one is
     /// believed.
     std::string Region;
+    /// Where the bucket's name stands in a URL.
     S3Addressing Addressing = S3Addressing::Automatic;
 
     /// Empty, with no CredentialSource: AWS_ACCESS_KEY_ID, AWS_SECRET_ACCESS_KEY and AWS_SESSION_TOKEN, else the
@@ -58,10 +59,12 @@ struct S3Options {
     /// Whoever asks pays, for buckets that want it so.
     bool RequesterPays = false;
 
-    /// For objects that are made; an edit keeps what the object has. Empty: the bucket's own. Encryption is AES256,
-    /// aws:kms or aws:kms:dsse, EncryptionKeyId the key's id or ARN for the latter two.
+    /// The storage class of objects that are made; an edit keeps what the object has. Empty: the bucket's own.
     std::string StorageClass;
+    /// How objects that are made are encrypted: AES256, aws:kms or aws:kms:dsse; an edit keeps what the object has.
+    /// Empty: as the bucket has it.
     std::string Encryption;
+    /// The key's id or ARN, for aws:kms and aws:kms:dsse.
     std::string EncryptionKeyId;
     /// Edit objects also when that loses what cannot be kept: retention and legal holds, tags that must not be read,
     /// metadata that the store cannot tell. Otherwise the edit is an UnsupportedOperationException.
@@ -80,9 +83,9 @@ struct S3Options {
     /// Most connections at once; who needs one more waits. Each may hold one part, or one object that is put, in
     /// memory.
     std::size_t Connections = 32;
-    /// How often a request is tried, and the longest wait in between. Waits are random, below a bound that starts at
-    /// 100 ms and doubles.
+    /// How often a request is tried, at least once.
     unsigned MostTries = 10;
+    /// The longest wait between two tries. Waits are random, below a bound that starts at 100 ms and doubles.
     std::chrono::milliseconds LongestWait = std::chrono::seconds(30);
 
     /// How large the parts are that objects are described in, in bytes; at least 5 MiB. Objects that would have more
