@@ -1736,6 +1736,58 @@ class Completion(Case):
                 self.assertEqual(self.complete("cloudfs cat " + typed), name.encode())
 
 
+README = os.path.join(os.path.dirname(os.path.abspath(__file__)), "../../../README.md")
+
+
+@embedded_only
+@unittest.skipUnless(shutil.which("bash"), "there is no bash")
+class ReadmeExamples(Case):
+    """The commands that README.md shows, but for those on a server."""
+
+    def setUp(self):
+        super().setUp()
+        tools = os.path.join(self.folder, "bin")
+        os.mkdir(tools)
+        os.symlink(CLOUDFS, os.path.join(tools, "cloudfs"))
+        self.environment["PATH"] = tools + ":" + self.environment["PATH"]
+
+    @staticmethod
+    def blocks():
+        with open(README, encoding="utf-8") as readme:
+            section = readme.read().split("## The tool\n")[1].split("\n## ")[0]
+        return [re.sub("^    ", "", block, flags=re.MULTILINE).splitlines()
+                for block in re.findall("(?:^    .*\n)+", section, re.MULTILINE)]
+
+    def run_line(self, line):
+        done = subprocess.run(["bash", "-o", "pipefail", "-c", line], capture_output=True, cwd=self.work,
+                              env=self.environment, timeout=DEADLINE_SECONDS)
+        self.assertEqual((done.returncode, done.stderr), (DONE, b""), line)
+        return done.stdout.decode().splitlines()
+
+    def test_every_command_succeeds(self):
+        for name, data in [("photos/list.txt", b"cat\n"), ("photos/2024/cat.jpg", b"x" * 2000),
+                           ("patch.bin", b"new"), ("disk.img", b"0" * (2 * PART))]:
+            self.local(name, data)
+        self.ok("put", "-", "/logs/monday.gz", data=b"x")
+        self.ok("mkdir", "/old")
+        commands = [line for line in self.blocks()[0] if line]
+        self.assertGreater(len(commands), 10)
+        for line in commands:
+            if "jq" not in line or shutil.which("jq"):
+                self.run_line(line)
+        self.assertEqual(self.ok("cat", "--at", "4096", "--size", "4", "/disk.img"), b"new0")
+        self.assertEqual(self.ok("ls", "--files", "-R", "/").decode().split(),
+                         ["disk.img", "old/log.txt", "photos/2024/cat.jpg", "photos/list.txt"])
+
+    def test_what_sync_prints_is_what_it_is_shown_to_print(self):
+        self.local("photos/2023/sharp.jpg", b"x")
+        self.ok("put", "-r", "photos", "/")
+        self.ok("put", "-", "/photos/2023/blurred.jpg", data=b"x")
+        self.local("photos/2024/cat.jpg", b"x")
+        [(command, *output)] = [block for block in self.blocks() if block[0].startswith("$ cloudfs sync")]
+        self.assertEqual(self.run_line(command.lstrip("$ ")), output)
+
+
 if __name__ == "__main__":
     CLOUDFS = os.path.abspath(sys.argv.pop(1))
     unittest.main()
