@@ -26,13 +26,13 @@ public:
     ByteStream& operator=(const ByteStream&) = delete;
     virtual ~ByteStream();
 
-    /// Read up to count bytes at the position into buffer, which the caller keeps, and move the position behind them.
+    /// Read up to count bytes at the position into buffer, which the caller keeps, and move the position past them.
     ///
     /// Result   the bytes read, fewer than count only at the end; -1 at the end.
     /// Errors   ByteStreamReadFailure; numeric-cast error when count is negative.
     std::int64_t read(char* buffer, std::int64_t count);
 
-    /// Write count bytes at the position and move it behind them. data is copied.
+    /// Write count bytes at the position and move it past them. data is copied.
     ///
     /// Result   the bytes taken; -1 when nothing was.
     /// Errors   ByteStreamWriteFailure; numeric-cast error when count is negative.
@@ -40,7 +40,7 @@ public:
 
     /// Move the position to offset bytes from the beginning, the current position or the end.
     ///
-    /// Result   the new position; one before the beginning becomes 0, one behind the end is allowed.
+    /// Result   the new position; one before the beginning becomes 0, one past the end is allowed.
     /// Errors   ByteStreamSeekFailure; numeric-cast error when the position cannot be represented.
     std::streampos seek(std::int64_t offset, std::ios_base::seekdir way);
 

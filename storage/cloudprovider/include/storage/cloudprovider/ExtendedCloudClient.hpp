@@ -97,10 +97,11 @@ struct UnfinishedUpload {
 
 /// What a store can do beyond the twelve operations. Each operation has a default made of those, which knows no
 /// versions: it ignores version and expected, and answers an empty version. A client overrides what its store does
-/// better. Who decorates a client of this kind forwards these operations, too.
+/// better. A decorator of such a client forwards these operations, too.
 ///
-/// Whoever tells versions overrides all of these. That way an object that was replaced while somebody edits it is never
-/// mixed with the edit, nor lost by it.
+/// A client that tells versions overrides at least describeObject, getRange, copyRange, putObjectOver,
+/// completeUploadOver and removeObject; the defaults of the others are made of those. That way an object that was
+/// replaced while somebody edits it is never mixed with the edit, nor lost by it.
 ///
 /// Errors   as CloudClient; ResourceInUseException besides, where an operation says so.
 /// Threads  every operation may be called by several threads at once.
@@ -114,12 +115,12 @@ public:
     /// Describe the object of exactly that key, all of it at one moment; nothing when there is none.
     virtual std::optional<ObjectDescription> describeObject(const std::string& key);
 
-    /// Describe an object as describeObject, for somebody who is about to read it from its beginning.
+    /// Describe an object as describeObject does, for somebody who is about to read it from its beginning.
     ///
-    /// Values   most: of the object's first bytes, for which no further request is to be made.
+    /// Values   most: how many of the object's first bytes are wanted; no further request is to be made for them.
     ///          start: empty.
-    /// Result   start has the first bytes of the version that is described, at most so many; none by default, or where
-    ///          the store cannot tell both at once.
+    /// Result   start has the first bytes of the version that is described, at most that many; none by default, or if
+    ///          the store cannot answer both at once.
     virtual std::optional<ObjectDescription> describeWithStart(const std::string& key, std::uint64_t most,
                                                                std::string& start);
 
@@ -167,13 +168,13 @@ public:
     virtual std::string completeUploadOver(const std::string& key, const std::string& uploadId,
                                            const std::vector<PartInfo>& parts, const ExpectedObject& expected);
 
-    /// Copy an object inside the store, if what is at the destination is what is expected. The two keys differ.
+    /// Copy an object inside the store, if what is at the destination is what is expected. The two keys are different.
     ///
     /// Values   fromVersion: the version to copy; empty: whatever is stored.
     /// Result   false, with nothing done: the store cannot do that by itself, and the bytes have to travel. That is
     ///          the default.
-    /// Errors   ResourceInUseException when fromVersion is no longer stored, or when something else than expected is
-    ///          at the destination, which stays as it is; ResourceNotFoundException when there is no such object and
+    /// Errors   ResourceInUseException when fromVersion is no longer stored, or when something other than expected
+    ///          is at the destination, which stays as it is; ResourceNotFoundException when there is no such object and
     ///          no version was given.
     virtual bool copyObject(const std::string& from, const std::string& fromVersion, const std::string& to,
                             const ExpectedObject& expected);

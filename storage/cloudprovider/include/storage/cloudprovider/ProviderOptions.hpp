@@ -39,13 +39,13 @@ struct ProviderOptions {
     /// else 100 MiB.
     std::optional<std::uint64_t> cacheSize = std::nullopt;
 
-    /// Give a part's temporary file the room that its bytes need, in steps, instead of the whole part's at once: small
-    /// files cost little. Large ones cost some system calls more.
+    /// Give a part's temporary file the room that its bytes need, in steps, instead of that of a whole part at once:
+    /// small files cost little. Large ones cost some more system calls.
     bool lightBuffers = false;
 
     /// Let the store copy files by itself where it can, so that no byte travels; moves, too, with
-    /// StoreDestinationFirst. Who opens the destination meanwhile waits. Where the store cannot, a copy costs three
-    /// calls more.
+    /// StoreDestinationFirst. Whoever opens the destination meanwhile waits. Where the store cannot, a copy costs
+    /// three more calls.
     bool copyInStore = false;
 
     /// The order of moving. StoreDestinationFirst needs the room of both in the store.

@@ -8,8 +8,8 @@ namespace storage::cloudprovider {
 
 /// Close a stream of this provider and give up what was written to the file since it was stored last.
 ///
-/// Closing or destroying a stream stores what was written, also when the writer failed half-way. This is the way out:
-/// the object stays as it was stored last, or absent. Who opens the file from then on gets that.
+/// Closing or destroying a stream stores what was written, even if the writer failed half-way. This is the way out: the
+/// object stays as it was stored last, or absent. Whoever opens the file from then on gets that.
 ///
 /// Result   true when the changes were given up, and for a stream that is closed already. False, with nothing done,
 /// when

@@ -66,7 +66,7 @@ class CLOUDPROVIDER_TESTING_EXPORT CallControl {
 public:
     /// When a call fails: before it has done anything, or after all of its work, so that only its answer is lost.
     enum class When { Before, After };
-    /// How many calls fail: one, or that one and all such calls behind it.
+    /// How many calls fail: one, or that one and all such calls after it.
     enum class Repeat { Once, Forever };
 
     /// The calls since the last clearCalls, in the order of their beginning; those that failed or are held, too.

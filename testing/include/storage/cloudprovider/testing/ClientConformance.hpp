@@ -15,7 +15,7 @@
 
 namespace storage::cloudprovider::test {
 
-/// A store to hold against what CloudClient promises, and where it may differ.
+/// A store to be checked against what CloudClient promises, and where it may differ.
 struct ClientUnderTest {
     /// Of ASCII letters and digits; no two alike in one instantiation.
     std::string name;
@@ -37,7 +37,8 @@ struct ClientUnderTest {
     bool tellsVersions = false;
     /// Versions name contents: the same bytes put again may have the version that they had before.
     bool namesContents = false;
-    /// describeObject answers the parts that an upload was completed with; else parts of the client's own choice.
+    /// getObjectParts and describeObject answer the parts that an upload was completed with; else parts of the client's
+    /// own choice, or none.
     bool describesUploadedParts = true;
     /// copyRange and copyRun may take bytes of a newer version than was asked for, and leave it to the completion to
     /// refuse them.
@@ -77,9 +78,9 @@ protected:
     std::string get(const std::string& key, std::uint64_t first = 0, std::uint64_t last = 0);
     /// All entries of a listing. Fails the test when a page has more than maxKeys entries; -1 leaves that to the store.
     std::vector<ObjectInfo> list(const std::string& prefix, const std::string& delimiter, int maxKeys);
-    /// Send bytes as the upload's next part behind parts, and note it there.
+    /// Send bytes as the upload's next part after parts, and add it to them.
     void send(const std::string& key, const std::string& id, std::vector<PartInfo>& parts, const std::string& bytes);
-    /// Take the stored object's next size bytes behind parts as the upload's next part, and note it there.
+    /// Take the stored object's next size bytes after parts as the upload's next part, and add it to them.
     void copy(const std::string& key, const std::string& id, std::vector<PartInfo>& parts, std::uint64_t size);
     /// Store an object of three parts: two of the smallest size and one of 7 bytes; answer its bytes.
     std::string storeParts(const std::string& key);

@@ -13,7 +13,7 @@
 
 namespace storage::cloudprovider {
 
-/// What a client has moved so far, headers and all, tries that failed among them.
+/// What a client has moved so far, including headers and failed tries.
 struct S3Traffic {
     std::uint64_t Requests = 0;       ///< HTTP requests
     std::uint64_t BytesSent = 0;      ///< to the store
@@ -23,7 +23,7 @@ struct S3Traffic {
 /// A bucket of an S3-compatible object store, or what lies below a prefix of its keys.
 ///
 /// Content   what is put and uploaded replaces the object as a whole, and is durable as the store promises it. Each
-///           write leaves its random id in the object's metadata, behind it those of the writes before: so a write
+///           write leaves its random id in the object's metadata, followed by those of the writes before: so a write
 ///           whose answer was lost is found again.
 /// Versions  the ETag, without quotes. Equal contents put in one go have equal ones: what somebody else replaced and
 /// put
@@ -36,7 +36,7 @@ struct S3Traffic {
 ///           UnsupportedOperationException, see S3Options::MayLoseAttributes.
 /// Conditions are sent with every write and copy. What a store does not honour is looked up right before: for
 ///           completions and copies always, see S3Options::HonoursAllConditions, for puts where it says that it knows
-///           none (501). Between look and write somebody else may write, and is replaced. copyRange and copyRun may
+///           none (501). If somebody else writes between the two, that is replaced. copyRange and copyRun may
 ///           take bytes of a newer version there; completing with the expected version is refused then. Removal in a
 ///           version always looks first.
 /// Memory    a part, or an object that is put, is read once, hashed and sent from memory: at most

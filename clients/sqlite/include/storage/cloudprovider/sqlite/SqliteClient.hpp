@@ -14,7 +14,7 @@ namespace storage::cloudprovider {
 
 /// How a SqliteClient treats its file.
 struct SqliteOptions {
-    /// How long an operation waits for other writers, be they of this client, another one, or another process, before
+    /// How long an operation waits for other writers, whether of this client, another one, or another process, before
     /// it fails with a ResourceInUseException.
     std::chrono::milliseconds BusyTimeout = std::chrono::seconds(60);
 };
@@ -31,7 +31,7 @@ struct SqliteOptions {
 ///           below. A common prefix has the time of its marker object, not_a_date_time without one.
 /// Parts     getObjectParts answers the parts as uploaded; an object put whole has parts of 8 MiB. copyPart
 ///           takes only a stored part that has the given tag, any range when the tag is empty.
-/// Versions  each stored object has one of its own, also when its bytes are those of the former, or of another object.
+/// Versions  each stored object has one of its own, even if its bytes are those of the former, or of another object.
 ///           copyRange takes any range of it, whatever the tag. What is expected is compared in the transaction that
 ///           reads or writes; copyRun is one, and takes all parts or none.
 /// Uploads   an upload without activity for a day is dropped when a client begins an upload, or opens the
@@ -47,11 +47,11 @@ struct SqliteOptions {
 ///           parts that do not match what was sent, UnknownErrorExceptions that change nothing. A
 ///           ResourceInUseException says "meanwhile" when the object is not the one expected; else the store was busy
 ///           for too long.
-/// Threads   any; several clients and processes may use one file at once, on a local file system. Writers
-///           take turns, so that one upload at a time is what limits calls useful; readers wait for nobody. Objects of
+/// Threads   any; several clients and processes may use one file at once, on a local file system. Writers take turns,
+///           so limits calls only one upload at a time useful; readers wait for nobody. Objects of
 ///           at most 256 KiB that are put at the same time share a commit: their data is read before they wait, on the
-///           caller's thread as all data. A stream that itself writes to the store waits in vain, as long as it may. A
-///           client must not be used on both sides of a fork.
+///           caller's thread like all data. A stream that itself writes to the store waits in vain, until its time is
+///           up. A client must not be used on both sides of a fork.
 class CLOUDPROVIDER_SQLITE_EXPORT SqliteClient final : public ExtendedCloudClient {
 public:
     /// Open the store in a file, or make one when the file is missing or empty. One that cannot be written, on a mount

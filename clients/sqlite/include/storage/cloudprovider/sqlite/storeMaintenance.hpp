@@ -23,7 +23,7 @@ namespace storage::cloudprovider {
 /// Threads  any.
 CLOUDPROVIDER_SQLITE_EXPORT bool upgradeSqliteStore(const std::string& file, const SqliteOptions& options = {});
 
-/// Who is told how verifySqliteStore gets on. Functions may be empty; what they throw ends it, and is thrown on.
+/// Whom verifySqliteStore tells how it gets on. Functions may be empty; what they throw ends it, and passes through.
 struct VerificationObserver {
     /// Told of bytes that were read, a chunk at most at a time.
     std::function<void(std::uint64_t bytes)> OnBytes;
@@ -37,8 +37,8 @@ struct VerificationResult {
     std::uint64_t Damages = 0;  ///< how often OnDamage was told
 };
 
-/// Read all bytes of a store and compare all checksums, without changing anything. What is damaged is told to the
-/// observer; the rest is read nevertheless. Each object is read in a transaction of its own, so others may work
+/// Read all bytes of a store and compare all checksums, without changing anything. What is damaged is reported to the
+/// observer, and the rest is read nevertheless. Each object is read in a transaction of its own, so others may work
 /// meanwhile, and an object may be new or gone by the time it is reached.
 ///
 /// Values   file: an existing one, as for SqliteClient. key: empty for the whole store, with the uploads under way and
