@@ -13,7 +13,7 @@ constexpr char kFolderMark = '%';
 constexpr const char* kMarker = "%marker";
 constexpr const char* kDigits = "0123456789ABCDEF";
 
-// Nothing that escape answers ends in "%", begins with ".", or has a "%" without two digits behind it.
+// Nothing that escape answers ends in "%", begins with ".", or has a "%" without two digits after it.
 std::string escape(const std::string& component) {
     std::string name;
     for (const char each : component) {
