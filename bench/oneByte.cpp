@@ -2,7 +2,7 @@
 //
 // Measures what one changed byte of a large object costs, from opening the file to closing it:
 //
-//   append     one byte behind the end
+//   append     one byte at the end
 //   overwrite  one byte in the middle
 //
 // Each with the parts that were downloaded, uploaded and copied within the store, the bytes that went each

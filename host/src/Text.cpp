@@ -25,7 +25,7 @@ std::basic_string<To> convert(std::basic_string_view<From> text, OnError onError
         utf::code_point character = utf::utf_traits<From>::decode(at, end);
         if (character == utf::illegal || character == utf::incomplete) {
             character = onError();
-            at = start + 1;  // decode may have swallowed a valid unit behind the malformed one
+            at = start + 1;  // decode may have swallowed a valid unit after the malformed one
         }
         utf::utf_traits<To>::encode(character, std::back_inserter(result));
     }

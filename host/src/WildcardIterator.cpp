@@ -25,7 +25,7 @@ bool matchesWildcard(std::u16string_view name, std::u16string_view pattern) {
     std::size_t at = 0;
     std::size_t wanted = 0;
     std::size_t star = kNone;   // the last "*" seen
-    std::size_t retryFrom = 0;  // where the text behind that "*" is tried next
+    std::size_t retryFrom = 0;  // where the text after that "*" is tried next
     while (at < name.size()) {
         if (wanted < pattern.size() && pattern[wanted] == u'*') {
             star = wanted++;

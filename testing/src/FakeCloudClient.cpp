@@ -194,7 +194,7 @@ std::string FakeCloudClient::keepCursor(Cursor cursor) {
     return token;
 }
 
-// The next entries behind the cursor, which moves behind them.
+// The next entries after the cursor, which moves past them.
 std::vector<ObjectInfo> FakeCloudClient::collect(Cursor& cursor, std::size_t limit) const {
     std::vector<ObjectInfo> entries;
     const auto& prefix = cursor.prefix;
@@ -271,7 +271,7 @@ void FakeCloudClient::deliver(std::string bytes, std::ostream& sink) const {
     }
 }
 
-// Takes the next size bytes; what lies behind them stays in the stream.
+// Takes the next size bytes; what lies after them stays in the stream.
 std::string FakeCloudClient::receive(std::istream& data, std::uint64_t size) const {
     require(data.tellg() != std::istream::pos_type(-1), "the data cannot be sent again: not seekable");
     std::string bytes(size, '\0');

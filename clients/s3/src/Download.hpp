@@ -11,7 +11,7 @@
 
 namespace storage::cloudprovider::s3 {
 
-/// Writes an object, or a range of it, to a sink. A transfer that breaks off goes on behind what was written, in the
+/// Writes an object, or a range of it, to a sink. A transfer that breaks off goes on after what was written, in the
 /// same version: no byte is written twice. One thread, one download.
 class Download : private BodySink {
 public:

@@ -13,7 +13,7 @@ namespace storage::cloudprovider::s3 {
 namespace {
 
 constexpr std::uint64_t kMebibyte = 1024 * 1024;
-// Of the 10,000 that an upload may have: the rest is left for what is written behind the object's end.
+// Of the 10,000 that an upload may have: the rest is left for what is written past the object's end.
 constexpr std::uint64_t kMostDescribedParts = 9'000;
 
 std::uint64_t divideUp(std::uint64_t value, std::uint64_t divisor) {

@@ -12,7 +12,7 @@ namespace storage::cloudprovider::s3 {
 using Profile = std::map<std::string, std::string>;
 
 /// Read one section of a file of profiles, as AWS's tools write them: "[name]" or "[profile name]", "name = value",
-/// comments behind "#" or ";" at the start of a line. Indented lines belong to a setting of their own kind and are
+/// comments after "#" or ";" at the start of a line. Indented lines belong to a setting of their own kind and are
 /// skipped; a section that comes again adds to the former.
 ///
 /// Result   nothing when there is no such section.

@@ -26,7 +26,7 @@ struct SignedParts {
 /// The value of "x-amz-date", such as 20130524T000000Z.
 std::string toAmzDate(std::chrono::system_clock::time_point time);
 
-/// A query as it stands behind the "?", encoded and in the order in which it is signed.
+/// A query as it stands after the "?", encoded and in the order in which it is signed.
 std::string toQueryString(const Fields& query);
 
 /// The value of "Authorization" by AWS Signature Version 4 (AWS S3 API reference, "Authenticating Requests (AWS

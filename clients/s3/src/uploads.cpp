@@ -63,7 +63,7 @@ std::string copyInStore(Bucket& bucket, const std::string& from, const std::stri
 }
 
 // Small pieces at an object's start travel: the object may be so small that its ranges cannot be copied. Of one that
-// ends right there only the store knows whether there is more behind it.
+// ends right there only the store knows whether there is more after it.
 std::string copyPiece(Bucket& bucket, const std::string& from, const std::string& version, const std::string& key,
                       const std::string& uploadId, const PartInfo& piece) {
     const auto end = piece.Offset + piece.Size;

@@ -14,7 +14,7 @@
 
 namespace storage::cloudprovider::s3 {
 
-/// Parts' tags as this client gives them: the part's ETag, and in quotes behind it the version of the object that the
+/// Parts' tags as this client gives them: the part's ETag, and in quotes after it the version of the object that the
 /// upload is an edit of. A described part has no ETag of its own, only the version that it is a part of.
 std::string makeTag(const std::string& partEtag, const std::string& version);
 /// The version that a tag has; empty: none.

@@ -20,7 +20,7 @@ public:
     Query& operator=(const Query&) = delete;
     ~Query();
 
-    /// Step to the next row; false behind the last one.
+    /// Step to the next row; false after the last one.
     bool next() { return m_statement.executeStep(); }
 
     /// Step to the end.

@@ -87,7 +87,7 @@ void Verification::readObjects(const std::string& prefix) {
         }
         start = key;
         if (start) {
-            start->push_back('\0');  // the key right behind it
+            start->push_back('\0');  // the key right after it
         }
     }
 }
@@ -97,7 +97,7 @@ std::optional<std::string> Verification::readNext(const std::string& start, cons
     Query query = m_connection.query(
         "SELECT " CLOUDPROVIDER_OBJECT_COLUMNS " FROM objects WHERE key >= ? ORDER BY key LIMIT 1", start);
     auto key = query.next() ? std::optional(std::string(query.getBytes(0))) : std::nullopt;
-    if (m_isLastSound) {  // else nobody knows what belongs behind it
+    if (m_isLastSound) {  // else nobody knows what belongs after it
         check({}, [&] { requireNext(findRowBefore(m_connection, start), key); });
     }
     if (!key || key->compare(0, prefix.size(), prefix) != 0) {
@@ -153,7 +153,7 @@ void Verification::checkOwners() {
         " contents belong to no object and to no upload");
 }
 
-// Read the first upload behind that one. Result: its number, -1 when there is none.
+// Read the first upload after that one. Result: its number, -1 when there is none.
 std::int64_t Verification::readNextUpload(std::int64_t after) {
     const std::int64_t upload = findUploadBehind(m_connection, after);
     if (upload >= 0) {

@@ -13,7 +13,7 @@
 namespace storage::cloudprovider::sqlite {
 
 /// Reads what is stored and compares the checksums; each object in a transaction of its own, as it is then. Damage is
-/// told to an observer, and what comes behind it is read nevertheless. Threads: one at a time.
+/// told to an observer, and what comes after it is read nevertheless. Threads: one at a time.
 ///
 /// Errors   SQLite::Exception for what is no damage; whatever the observer throws.
 class Verification {

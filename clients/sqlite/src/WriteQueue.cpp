@@ -108,7 +108,7 @@ void WriteQueue::fail(const Group& group, const MakeFailure& makeFailure) {
     }
 }
 
-// Add those that wait right behind the first one, up to one that is alone.
+// Add those that wait right after the first one, up to one that is alone.
 void WriteQueue::takeGroup(Group& group) {
     const auto sizeOf = [](const Waiter& waiter) { return waiter.change.shareableSize.value_or(kMostBytes + 1); };
     const std::lock_guard lock(m_mutex);

@@ -24,7 +24,7 @@ bool hasPrefix(std::string_view text, std::string_view prefix) {
     return text.substr(0, prefix.size()) == prefix;
 }
 
-// The first text behind all that begin with prefix; none when there is no such text.
+// The first text after all that begin with prefix; none when there is no such text.
 std::optional<std::string> behindPrefix(std::string prefix) {
     while (!prefix.empty() && prefix.back() == '\xFF') {
         prefix.pop_back();
@@ -52,7 +52,7 @@ public:
         }
         std::string last = token.substr(1);
         if (hasPrefix(last, m_prefix) && token.front() == kAfterObject) {
-            last.push_back('\0');  // the key right behind it
+            last.push_back('\0');  // the key right after it
             return last;
         }
         if (hasPrefix(last, m_prefix) && token.front() == kAfterPrefix) {

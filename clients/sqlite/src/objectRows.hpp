@@ -30,7 +30,7 @@ struct ObjectRow {
 /// Read the current row and compare its checksum.
 ObjectRow getObjectRow(const Query& query);
 
-/// The last row whose key is not behind that one, if only the first row.
+/// The last row whose key is not after that one, if only the first row.
 ObjectRow findNearestRow(Connection& connection, std::string_view key);
 
 /// The last row before a key that is not empty.

@@ -31,7 +31,7 @@ namespace storage::cloudprovider {
 // (5) A local buffer has room for m_info.Size bytes before m_info.Size says so.
 // (6) A tag is kept with the number of bytes that it was given for.
 // (7) A part never shrinks: where a file is cut off another part takes its place, whose buffer never had the bytes
-//     behind the cut. So neither a transfer nor a reader that is still busy with the old one can bring them back.
+//     after the cut. So neither a transfer nor a reader that is still busy with the old one can bring them back.
 
 namespace {
 

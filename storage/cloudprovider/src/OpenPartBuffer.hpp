@@ -144,7 +144,7 @@ public:
 
     std::uint64_t index() const;
 
-    /// Position in the file of the first byte, and of the one behind the last.
+    /// Position in the file of the first byte, and of the one after the last.
     std::uint64_t offset() const;
     std::uint64_t end() const;
 

@@ -164,7 +164,7 @@ bool OpenPartManager::resize(std::uint64_t size) {
     }
     for (const auto& part : removed) {
         m_cache.remove(part);
-        part->waitForLoading();  // a store that has got the shorter object is not asked for what lay behind its end
+        part->waitForLoading();  // a store that has got the shorter object is not asked for what lay past its end
     }
     return isChanged;
 }
@@ -392,7 +392,7 @@ void OpenPartManager::flushParts(ObjectWriter::Bytes bytes) {
     }
 }
 
-// What is left of a file that was cut behind its first part is in the store, which copies it as a part of an upload.
+// What is left of a file that was cut after its first part is in the store, which copies it as a part of an upload.
 bool OpenPartManager::isPutAsWhole(const std::vector<Part>& parts) const {
     const auto& part = parts.front();
     return parts.size() == 1 && !(m_isCut && part->storedRecord()) &&

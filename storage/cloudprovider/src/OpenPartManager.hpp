@@ -98,13 +98,13 @@ public:
     /// UnsupportedOperationException when the store takes no object that has so many bytes at that offset.
     void checkRoomFor(std::uint64_t fileOffset, std::uint64_t count) const;
 
-    /// Index of the part that holds an offset. Offsets behind the table belong to parts of the context's part
+    /// Index of the part that holds an offset. Offsets past the table belong to parts of the context's part
     /// size that are yet to be made.
     std::uint64_t findPartIndex(std::uint64_t fileOffset) const;
 
     /// Open the part that holds an offset. With createIfNonExistent the file grows as far as that needs, or not at all:
     /// a file of more parts or bytes than the store takes is refused (UnsupportedOperationException), and so is a new
-    /// part without room for its bytes. Without it the answer is empty at and behind the end.
+    /// part without room for its bytes. Without it the answer is empty at and past the end.
     std::unique_ptr<OpenPartDevice> openPart(std::uint64_t fileOffset, bool createIfNonExistent);
 
     /// The same at the end of the file, wherever that is by then.
@@ -120,7 +120,7 @@ public:
     /// What fetches ahead for a stream; empty when nothing is to be.
     std::shared_ptr<ReadAhead> makeReadAhead() const;
 
-    /// The unchanged ones among the next parts behind one, as many as are fetched ahead.
+    /// The unchanged ones among the next parts after one, as many as are fetched ahead.
     std::vector<std::shared_ptr<OpenPartBuffer>> partsAhead(const OpenPartBuffer& part) const;
 
     /// Try again what failed to be sent, and report it if it still fails.

@@ -31,7 +31,7 @@ public:
     /// Errors   UnsupportedOperationException, naming the file, when the store takes no such part.
     std::uint64_t capacityOf(std::uint64_t index, std::uint64_t offset, const std::string& key) const;
 
-    /// Index of the part that holds the byte so far behind the beginning of the part of index from.
+    /// Index of the part that holds the byte so far after the beginning of the part of index from.
     std::uint64_t indexBehind(std::uint64_t from, std::uint64_t distance) const;
 
 private:

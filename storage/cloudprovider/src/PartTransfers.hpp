@@ -39,7 +39,7 @@ private:
 /// The runs of parts that a write-back took from the stored object. Threads: any.
 class ReusedRuns {
 public:
-    /// Note a run: the index behind its last part, and the records that stand for it.
+    /// Note a run: the index after its last part, and the records that stand for it.
     struct Run {
         std::uint64_t endIndex;
         std::vector<PartInfo> records;

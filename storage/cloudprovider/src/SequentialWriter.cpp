@@ -137,7 +137,7 @@ std::streampos SequentialWriter::doSeek(std::int64_t /*offset*/, std::ios_base::
     throw host::ByteStreamSeekFailure(ErrorCode::Unsupported, ExceptionContext("the stream writes sequentially"));
 }
 
-// What was taken stays taken: part of it may have been sent. So a failure behind the first byte is left to the next
+// What was taken stays taken: part of it may have been sent. So a failure after the first byte is left to the next
 // call.
 std::int64_t SequentialWriter::doWrite(const char* data, std::int64_t count) {
     CLOUDPROVIDER_TRACE_FUNCTION();

@@ -38,7 +38,7 @@ inline bool isWanted(std::uint32_t severity) noexcept {
     return __builtin_expect(static_cast<long>(detail::mayBeWanted(severity)), 0L) != 0 && detail::isWanted(severity);
 }
 
-/// Write one record of the pieces, one behind the other. A piece that cannot be formatted loses the record,
+/// Write one record of the pieces, one after the other. A piece that cannot be formatted loses the record,
 /// and nothing else: tracing never fails an operation.
 template <typename... Pieces>
 [[gnu::noinline, gnu::cold]] void write(std::uint32_t severity, const Pieces&... pieces) noexcept {

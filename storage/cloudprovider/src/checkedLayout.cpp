@@ -13,7 +13,7 @@
 namespace storage::cloudprovider {
 
 std::vector<PartInfo> checkedLayout(std::vector<PartInfo> parts, const std::string& key) {
-    // By size, too: a part without bytes has the offset of the one behind it.
+    // By size, too: a part without bytes has the offset of the one after it.
     std::stable_sort(parts.begin(), parts.end(), [](const PartInfo& left, const PartInfo& right) {
         return std::tie(left.Offset, left.Size) < std::tie(right.Offset, right.Size);
     });

@@ -15,7 +15,7 @@ std::uint32_t parseMask(std::string_view text);
 /// A count of bytes.
 std::int64_t parseOffset(std::string_view text);
 
-/// A number of bytes, or with K, M or G behind it of that power of 1024, such as "8M".
+/// A number of bytes, or with K, M or G after it of that power of 1024, such as "8M".
 std::uint64_t parseSize(std::string_view text);
 
 /// The size of the parts of a file: as parseSize, at least 64 KiB, as each part costs a file, requests and room in the

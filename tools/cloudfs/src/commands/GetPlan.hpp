@@ -76,7 +76,7 @@ private:
     const LocalStoreFiles m_storeFiles;
     FileTransfers& m_transfers;
     std::vector<Download> m_files;
-    std::vector<Folder> m_folders;  // each behind the one that it is in
+    std::vector<Folder> m_folders;  // each after the one that it is in
     std::set<std::string> m_targets;
 };
 

@@ -29,7 +29,7 @@ public:
     void dropBelow(const std::vector<std::string>& folders);
 
     const std::vector<std::string>& files() const noexcept { return m_files; }
-    /// Folders that are missing at the destination, each behind the one that it is in.
+    /// Folders that are missing at the destination, each after the one that it is in.
     const std::vector<std::string>& folders() const noexcept { return m_folders; }
     /// What is only at the destination; of folders, each before the one that it is in.
     const std::vector<std::string>& surplusFiles() const noexcept { return m_surplusFiles; }

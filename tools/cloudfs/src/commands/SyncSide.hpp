@@ -42,7 +42,7 @@ public:
     /// List what is not excluded; what cannot be listed is noted. Errors: Failure, Exception, OperationInterrupted.
     virtual SyncListing list(const ExcludedNames& isExcluded, FileTransfers& transfers) const = 0;
 
-    /// Make the folder itself, and those below it, each of which comes behind the one that it is in; those that are
+    /// Make the folder itself, and those below it, each of which comes after the one that it is in; those that are
     /// there are fine.
     ///
     /// Result   those that could not be made, which is noted; nothing may be put into them.

@@ -20,7 +20,7 @@ public:
     /// Bytes kept so far.
     std::uint64_t size() const noexcept { return m_size; }
 
-    /// Keep more bytes, behind the others. One that failed is the last operation.
+    /// Keep more bytes, after the others. One that failed is the last operation.
     void append(std::string_view data);
 
     /// Read up to count bytes, at least one, from a position below size().

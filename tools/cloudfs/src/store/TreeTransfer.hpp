@@ -49,7 +49,7 @@ public:
 
 private:
     struct Object {
-        std::string name;  // behind the folder's key and its "/"; that of a folder's marker ends in "/" or is empty
+        std::string name;  // after the folder's key and its "/"; that of a folder's marker ends in "/" or is empty
         std::uint64_t size = 0;
         std::string version;  // that was copied; known from then on
 

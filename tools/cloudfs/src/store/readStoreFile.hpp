@@ -16,7 +16,7 @@ using foundation::storage::provider::IProvider;
 
 class ProgressBar;
 
-/// Bytes of a file; those that lie behind its end are none.
+/// Bytes of a file; those that lie past its end are none.
 struct ByteRange {
     /// Where they begin, not negative.
     std::int64_t offset = 0;

@@ -8,7 +8,7 @@
 
 namespace cloudfs {
 
-/// "512 B", "1.5 MiB": at most one digit behind the point, units of 1024.
+/// "512 B", "1.5 MiB": at most one digit after the point, units of 1024.
 std::string formatSize(std::uint64_t bytes);
 
 /// How a size is written: all of its bytes, or short as "512", "1.5K", "20M", rounded up, as ls -h does.
