@@ -2,6 +2,7 @@
 #include <foundation/services/Environment.hpp>
 #include <foundation/services/ExecutionContext.hpp>
 #include <foundation/services/Files.hpp>
+#include <foundation/services/InterruptScope.hpp>
 #include <foundation/services/InterruptState.hpp>
 #include <foundation/services/PrivateFolder.hpp>
 #include <foundation/services/Text.hpp>
@@ -17,6 +18,7 @@
 #include <fstream>
 #include <functional>
 #include <iterator>
+#include <memory>
 #include <system_error>
 #include <thread>
 
@@ -150,6 +152,26 @@ TEST(InterruptStateTest, AnInterruptStaysPendingForAllThreadsUntilItIsCleared) {
     EXPECT_THROW(utInterruptState::ThrowIfInterruptPending(), OperationInterrupted);
     utInterruptState::ClearInterrupt();
     EXPECT_NO_THROW(utInterruptState::ThrowIfInterruptPending());
+}
+
+TEST(InterruptScopeTest, ARequestReachesTheThreadsInItsScopeAlone) {
+    const auto all = std::make_shared<InterruptSource>();
+    const auto source = std::make_shared<InterruptSource>(all);
+    source->request();
+    EXPECT_NO_THROW(throwIfInterrupted());
+    {
+        const InterruptScope scope(source);
+        EXPECT_THROW(throwIfInterrupted(), OperationInterrupted);
+        std::thread([] { EXPECT_NO_THROW(throwIfInterrupted()); }).join();
+        const InterruptScope none(nullptr);
+        EXPECT_NO_THROW(throwIfInterrupted());
+    }
+    EXPECT_NO_THROW(throwIfInterrupted());
+    EXPECT_FALSE(all->isRequested());
+    const InterruptSource other(all);
+    EXPECT_FALSE(other.isRequested());
+    all->request();
+    EXPECT_TRUE(other.isRequested());
 }
 
 TEST(ExecutionContextTest, EachThreadSaysForItself) {

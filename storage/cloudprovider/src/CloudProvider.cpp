@@ -17,6 +17,7 @@
 #include "translateException.hpp"
 
 #include <foundation/services/ExecutionContext.hpp>
+#include <foundation/services/InterruptState.hpp>
 #include <foundation/services/Text.hpp>
 #include <storage/cloudprovider/CloudException.hpp>
 #include <storage/cloudprovider/utils.hpp>
@@ -90,6 +91,7 @@ public:
 
 private:
     const bool m_wasMain = foundation::isMainExecutionContext();
+    const foundation::InterruptScope m_scope{nullptr};
 };
 
 Engine makeEngine(const ProviderOptions& options) {

@@ -54,7 +54,7 @@ public:
         m_isDone = true;
     }
 
-    bool isMainContext() const { return m_task.front().isMainContext; }
+    const Task& task() const { return m_task.front(); }
 
 private:
     // Tells whether the part is to be transferred once more.
@@ -105,7 +105,8 @@ void MultipartUploadManager::queuePart(std::uint64_t index, std::unique_ptr<Part
     CLOUDPROVIDER_TRACE_FUNCTION();
     CLOUDPROVIDER_TRACE_ARGUMENTS(" index=", index);
     Tasks added;
-    added.push_back({index, std::move(part), foundation::isMainExecutionContext()});
+    added.push_back(
+        {index, std::move(part), foundation::isMainExecutionContext(), foundation::InterruptScope::current()});
     {
         const std::lock_guard lock(m_mutex);
         if (const auto queued = findQueued(index); queued != m_queue.end()) {
@@ -213,7 +214,7 @@ std::size_t MultipartUploadManager::transferOne() noexcept {
             }
             running.emplace(*this, task, RunningTask::Runner::Pool);
         }
-        const CallersContext context(running->isMainContext());
+        const CallersContext context(running->task().isMainContext, running->task().interrupts);
         running->run(ChangedParts::MustNotFail);
     } catch (...) {
         traceCaughtException();  // the task is queued again, for somebody whom its failure can be told

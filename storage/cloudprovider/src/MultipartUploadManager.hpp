@@ -5,6 +5,7 @@
 #include "PartTransfer.hpp"
 #include "TransferPool.hpp"
 
+#include <foundation/services/InterruptScope.hpp>
 #include <storage/cloudprovider/PartInfo.hpp>
 
 #include <condition_variable>
@@ -88,7 +89,9 @@ private:
     struct Task {
         std::uint64_t index;
         std::unique_ptr<PartTransfer> part;
-        bool isMainContext;  // of whoever queued it: the host's interrupt reaches it there
+        // Of whoever queued it: interrupts that reach him reach it.
+        bool isMainContext;
+        std::shared_ptr<const foundation::InterruptSource> interrupts;
     };
     using Tasks = std::list<Task>;  // nodes change lists without failing
     class RunningTask;

@@ -11,6 +11,7 @@
 #include "checkKeyLength.hpp"
 #include "extendClient.hpp"
 #include "host.hpp"
+#include "interrupt.hpp"
 
 #include <foundation/services/Text.hpp>
 #include <storage/cloudprovider/CloudException.hpp>
@@ -198,14 +199,17 @@ OpenFileManager::Acquired OpenFileManager::acquirePartManager(const StorageIRI& 
     while (true) {
         std::unique_lock lock(m_mutex);
         // Looked up again after each wait: the entry may have gone, and come back, meanwhile.
-        auto known = m_table.find(object);
-        while (known != m_table.end() && known->second.isInitialising) {
+        auto known = m_table.end();
+        waitInScope(m_initialised, lock, [&] {
+            known = m_table.find(object);
+            if (known == m_table.end() || !known->second.isInitialising) {
+                return true;
+            }
             if (known->second.openers == Openers::Refused) {
                 throw ResourceInUseException();
             }
-            m_initialised.wait(lock);
-            known = m_table.find(object);
-        }
+            return false;
+        });
         if (auto manager = known != m_table.end() ? known->second.manager.lock() : nullptr) {
             lock.unlock();
             if (opening.mustBeFirst) {

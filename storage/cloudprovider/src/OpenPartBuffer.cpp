@@ -3,6 +3,7 @@
 
 #include "Trace.hpp"
 #include "fetchRange.hpp"
+#include "interrupt.hpp"
 #include "saturatingAdd.hpp"
 #include "translateException.hpp"
 
@@ -122,7 +123,7 @@ void OpenPartBuffer::close() {
 bool OpenPartBuffer::incrementOpenCount() {
     CLOUDPROVIDER_TRACE_FUNCTION();
     std::unique_lock lock(m_mutex);
-    m_condition.wait(lock, [this] { return m_openCount == 0 || m_buffer; });
+    waitInScope(m_condition, lock, [this] { return m_openCount == 0 || m_buffer; });
     if (m_openCount == 0 && m_buffer) {
         m_buffer->open();  // before counting: when it fails nothing has changed
     }

@@ -6,6 +6,7 @@
 #include "Trace.hpp"
 #include "checkedLayout.hpp"
 #include "host.hpp"
+#include "interrupt.hpp"
 #include "saturatingAdd.hpp"
 #include "translateException.hpp"
 #include "tuning.hpp"
@@ -24,6 +25,18 @@ namespace {
 
 using SharedGate = boost::shared_lock<boost::shared_mutex>;
 using ExclusiveGate = boost::unique_lock<boost::shared_mutex>;
+
+// Who reads may be interrupted while a store that is under way has the gate.
+SharedGate shareInScope(boost::shared_mutex& mutex) {
+    if (!foundation::InterruptScope::current()) {
+        return SharedGate(mutex);
+    }
+    SharedGate gate(mutex, boost::defer_lock);
+    while (!gate.try_lock_for(boost::chrono::milliseconds(kInterruptInterval.count()))) {
+        foundation::InterruptScope::throwIfRequested();
+    }
+    return gate;
+}
 
 // How often a write-back tries to transfer a part that others change meanwhile.
 constexpr int kMostRounds = 4;
@@ -220,7 +233,7 @@ std::uint64_t OpenPartManager::findPartIndex(std::uint64_t fileOffset) const {
 std::unique_ptr<OpenPartDevice> OpenPartManager::openPart(std::uint64_t fileOffset, bool createIfNonExistent) {
     CLOUDPROVIDER_TRACE_FUNCTION();
     CLOUDPROVIDER_TRACE_ARGUMENTS(" fileOffset=", fileOffset, " createIfNonExistent=", createIfNonExistent);
-    const SharedGate gate(m_streamGate);
+    const auto gate = shareInScope(m_streamGate);
     return openPartGated(fileOffset, createIfNonExistent);
 }
 

@@ -119,6 +119,7 @@ void RangesAhead::addRanges(std::optional<Room> room) {
     {
         const std::lock_guard lock(m_mutex);
         m_isMainContext = foundation::isMainExecutionContext();
+        m_interrupts = foundation::InterruptScope::current();
         m_slots.splice(m_slots.end(), added);
     }
     m_end = end;
@@ -159,7 +160,7 @@ std::size_t RangesAhead::transferOne() noexcept {
         return 0;
     }
     slot->state = State::Fetching;
-    const CallersContext context(m_isMainContext);
+    const CallersContext context(m_isMainContext, m_interrupts);
     lock.unlock();
     bool isFetched = false;
     try {

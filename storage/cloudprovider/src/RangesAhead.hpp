@@ -6,6 +6,8 @@
 #include "OpenFileContext.hpp"
 #include "TransferPool.hpp"
 
+#include <foundation/services/InterruptScope.hpp>
+
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
@@ -80,8 +82,9 @@ private:
 
     std::mutex m_mutex;  // guards what follows; a leaf. The reader alone adds ranges, and looks at them without it.
     std::condition_variable m_fetched;
-    Slots m_slots;  // in order; the reader is at the first
-    bool m_isMainContext = false;
+    Slots m_slots;                 // in order; the reader is at the first
+    bool m_isMainContext = false;  // of the reader: the host's interrupt reaches it there
+    std::shared_ptr<const foundation::InterruptSource> m_interrupts;
     bool m_isStopped = false;
 };
 

@@ -2,29 +2,46 @@
 #pragma once
 
 #include <foundation/services/ExecutionContext.hpp>
-#include <foundation/services/InterruptState.hpp>
+#include <foundation/services/InterruptScope.hpp>
 
 #include <chrono>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <utility>
 
 namespace storage::cloudprovider {
 
-/// How often waiting looks at the host's interrupt.
+using foundation::throwIfInterrupted;
+
+/// How often waiting looks at interrupts.
 inline constexpr std::chrono::milliseconds kInterruptInterval(100);
 
 /// Puts a thread of a pool into the execution context of whoever it works for.
 class CallersContext {
 public:
-    explicit CallersContext(bool isMain) noexcept { foundation::setMainExecutionContext(isMain); }
+    CallersContext(bool isMain, std::shared_ptr<const foundation::InterruptSource> interrupts) noexcept
+        : m_scope(std::move(interrupts)) {
+        foundation::setMainExecutionContext(isMain);
+    }
     CallersContext(const CallersContext&) = delete;
     CallersContext& operator=(const CallersContext&) = delete;
     ~CallersContext() { foundation::setMainExecutionContext(false); }
+
+private:
+    const foundation::InterruptScope m_scope;
 };
 
-/// Throw OperationInterrupted when an interrupt is pending and the caller runs in the host's main execution context:
-/// what other threads do is not what the user interrupted.
-inline void throwIfInterrupted() {
-    if (foundation::isMainExecutionContext()) {
-        foundation::utInterruptState::ThrowIfInterruptPending();
+/// Wait as condition.wait does, but throw OperationInterrupted when the thread's own source is requested. The host's
+/// flag does not end it: streams do not look at that.
+template <typename Predicate>
+void waitInScope(std::condition_variable& condition, std::unique_lock<std::mutex>& lock, Predicate isOver) {
+    if (!foundation::InterruptScope::current()) {
+        condition.wait(lock, isOver);
+        return;
+    }
+    while (!condition.wait_for(lock, kInterruptInterval, isOver)) {
+        foundation::InterruptScope::throwIfRequested();
     }
 }
 

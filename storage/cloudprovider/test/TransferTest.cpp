@@ -3,6 +3,7 @@
 #include "ScopedMainContext.hpp"
 #include "TraceGate.hpp"
 
+#include <foundation/services/InterruptScope.hpp>
 #include <foundation/services/InterruptState.hpp>
 #include <storage/cloudprovider/abandonStream.hpp>
 #include <storage/cloudprovider/buildCloudProvider.hpp>
@@ -206,6 +207,12 @@ TEST_F(TransferTest, AnInterruptReachesThoseWhoWaitForATransfer) {
     {
         const ScopedMainContext context;
         foundation::utInterruptState::RequestInterrupt();
+        EXPECT_EQ(errorCodeOf([&] { storeStream(*stream); }), ErrorCode::Unknown);
+    }
+    const auto source = std::make_shared<foundation::InterruptSource>();
+    source->request();
+    {
+        const foundation::InterruptScope scope(source);
         EXPECT_EQ(errorCodeOf([&] { storeStream(*stream); }), ErrorCode::Unknown);
     }
     gate.open();
