@@ -21,6 +21,9 @@
 #include "commands/uploads.hpp"
 #include "commands/verify.hpp"
 #include "commands/write.hpp"
+#ifdef CLOUDFS_WITH_MOUNT
+#include "commands/mount.hpp"
+#endif
 #include "local/temporaryFolder.hpp"
 #include "store/Session.hpp"
 #include "terminal/TraceSink.hpp"
@@ -195,6 +198,7 @@ private:
     void defineVerify();
     void defineCompact();
     void defineUpgrade();
+    void defineMount();
 
     CLI::App m_app;
     std::string m_store = "sqlite:cloudfs.db";
@@ -236,6 +240,9 @@ CommandLine::Grammar::Grammar() : m_app("Work with the files of an object store"
     defineVerify();
     defineCompact();
     defineUpgrade();
+#ifdef CLOUDFS_WITH_MOUNT
+    defineMount();
+#endif
 }
 
 std::optional<int> CommandLine::Grammar::parse(int argc, const char* const* argv) {
@@ -530,6 +537,41 @@ void CommandLine::Grammar::defineUpgrade() {
     define(commands::upgrade, "upgrade", "Convert an embedded store that an older version made",
            "cloudfs upgrade --store sqlite:old.db");
 }
+
+#ifdef CLOUDFS_WITH_MOUNT
+void CommandLine::Grammar::defineMount() {
+    auto [mount, request] =
+        define(commands::mount, "mount", "Let programs use the store as a folder, until it is unmounted",
+               "cloudfs --store s3://archive mount /mnt/archive");
+    mount.footer("Unmount with fusermount3 -u MOUNTPOINT, or end the command by Ctrl-C.\n" + mount.get_footer());
+    mount
+        .add_option("-o", request.options, "ro: read only; allow_other: for other users, too; with a comma in between")
+        ->type_name("OPTIONS")
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    mount.add_flag("--allow-other", request.allowsOthers, "As -o allow_other; /etc/fuse.conf must allow it");
+    mount.add_option("--umask", request.umask, "The modes that files and folders do not have, octal; else the shell's")
+        ->type_name("MODE");
+    mount.add_option("--uid", request.uid, "Whose they seem to be; else who mounts")->type_name("NUMBER");
+    mount.add_option("--gid", request.gid, "Of which group they seem to be")->type_name("NUMBER");
+    mount
+        .add_option("--attr-timeout", request.attributesCount,
+                    "For how many seconds listings and attributes count, 1 unless told")
+        ->check(CLI::NonNegativeNumber)
+        ->type_name("SECONDS");
+    mount
+        .add_option_function<std::string>(
+            "--unmount-timeout",
+            [&timeout = request.unmountTimeout](const std::string& text) { timeout = parseAge(text); },
+            "How long unmounting tries to store what is not stored, 60s unless told; a number and s, m, h or d")
+        ->type_name("TIME");
+    mount
+        .add_option("--unsaved", request.unsavedFolder,
+                    "The folder for what could not be stored; else ~/.local/state/cloudfs/unsaved")
+        ->type_name("DIR");
+    mount.add_option("MOUNTPOINT", request.mountPoint, "An empty folder of this machine")->required();
+}
+#endif
 
 CommandLine::CommandLine() : m_grammar(std::make_unique<Grammar>()) {}
 

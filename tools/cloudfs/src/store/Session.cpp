@@ -60,7 +60,8 @@ void Session::failUnlessPlaceForFile() const {
 
 void Session::failWhenMissing() const {
     if (!hasStore()) {
-        throw Failure(ErrorCode::NotFound, url.file, "there is no such store; put, append, touch and mkdir make one");
+        throw Failure(ErrorCode::NotFound, url.file,
+                      "there is no such store; put, append, touch, mkdir and mount make one");
     }
 }
 
