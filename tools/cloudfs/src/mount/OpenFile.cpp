@@ -75,6 +75,7 @@ std::shared_ptr<FileHandle> OpenFile::open(const OpenMode& mode, std::optional<s
         ++m_writers;
     } else {
         noteSize(reader(*handle));
+        handle->m_position.reset();  // it was sought
     }
     {
         const std::lock_guard lock(m_stateMutex);
