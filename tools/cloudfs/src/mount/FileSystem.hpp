@@ -90,6 +90,8 @@ public:
 
     /// The files that have something that is not stored.
     std::vector<std::shared_ptr<OpenFile>> unsaved() const { return m_files.unsaved(); }
+    /// Those that programs have open to write.
+    std::vector<std::shared_ptr<OpenFile>> written() const { return m_files.written(); }
 
 private:
     struct FileOpened {

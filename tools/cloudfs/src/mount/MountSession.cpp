@@ -155,13 +155,16 @@ void MountSession::awaitEnd(const Event& ended, std::thread& thread) {
     }
 }
 
-// Requests are still answered meanwhile.
+// Requests are still answered meanwhile. syncfs would not do: it may return before the pages are with us.
 void MountSession::flushKernel() {
     const auto ended = std::make_shared<Event>();
-    std::thread flusher([ended, mountPoint = m_options.mountPoint] {
-        const FileDescriptor root(::open(mountPoint.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-        if (root.get() >= 0) {
-            ::syncfs(root.get());
+    std::thread flusher([this, ended] {
+        for (const auto& file : m_files.written()) {
+            const auto path = m_options.mountPoint + file->path().text();
+            const FileDescriptor opened(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
+            if (opened.get() >= 0) {
+                ::fdatasync(opened.get());  // what fails is met again
+            }
         }
         ended->happen();
     });

@@ -304,6 +304,12 @@ bool OpenFile::isOpen() const {
     return !m_handles.empty();
 }
 
+bool OpenFile::isWritten() const {
+    const std::lock_guard state(m_stateMutex);
+    return !m_isDetached &&
+           std::any_of(m_handles.begin(), m_handles.end(), [](const auto& handle) { return handle->writes(); });
+}
+
 bool OpenFile::isConflicted() const {
     const std::lock_guard state(m_stateMutex);
     return m_isConflicted && !m_hasUntoldFailure && isUnsavedLocked();

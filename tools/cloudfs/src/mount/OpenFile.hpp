@@ -114,6 +114,8 @@ public:
     bool isIdle() const;
     /// Whether descriptions are open.
     bool isOpen() const;
+    /// Whether descriptions are open that write.
+    bool isWritten() const;
     /// Whether somebody else replaced the object, as far as the last failure tells.
     bool isConflicted() const;
     Status status() const;

@@ -21,10 +21,19 @@ std::shared_ptr<OpenFile> OpenFiles::find(NodeId node) const {
 }
 
 std::vector<std::shared_ptr<OpenFile>> OpenFiles::unsaved() const {
+    return filesThat([](const OpenFile& file) { return file.isUnsaved(); });
+}
+
+std::vector<std::shared_ptr<OpenFile>> OpenFiles::written() const {
+    return filesThat([](const OpenFile& file) { return file.isWritten(); });
+}
+
+template <typename Condition>
+std::vector<std::shared_ptr<OpenFile>> OpenFiles::filesThat(Condition isMeant) const {
     std::vector<std::shared_ptr<OpenFile>> files;
     const std::lock_guard lock(m_mutex);
     for (const auto& [node, entry] : m_files) {
-        if (entry.file->isUnsaved()) {
+        if (isMeant(*entry.file)) {
             files.push_back(entry.file);
         }
     }

@@ -41,7 +41,13 @@ public:
     /// All of them that have something that is not stored.
     std::vector<std::shared_ptr<OpenFile>> unsaved() const;
 
+    /// All of them that programs have open to write.
+    std::vector<std::shared_ptr<OpenFile>> written() const;
+
 private:
+    template <typename Condition>
+    std::vector<std::shared_ptr<OpenFile>> filesThat(Condition isMeant) const;
+
     struct Entry {
         std::shared_ptr<OpenFile> file;
         std::size_t pins = 0;
