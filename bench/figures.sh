@@ -27,6 +27,37 @@ take_time() { # COMMAND...
     TAKEN=$(subtract "$EPOCHREALTIME" "$start")
 }
 
+MOUNT_PID=
+
+# Starts what mounts on WORK/mount and stays in the foreground; what it says goes to WORK/mount.log.
+mount_by() { # COMMAND...
+    local tries=0
+    mkdir -p "$WORK/mount"
+    "$@" >"$WORK/mount.log" 2>&1 &
+    MOUNT_PID=$!
+    until mountpoint -q "$WORK/mount"; do
+        tries=$((tries + 1))
+        if [[ $tries -eq 200 ]] || ! kill -0 "$MOUNT_PID" 2>/dev/null; then
+            kill "$MOUNT_PID" 2>/dev/null || true
+            wait "$MOUNT_PID" || true
+            MOUNT_PID=
+            return 1
+        fi
+        sleep 0.05
+    done
+}
+
+unmount() {
+    [[ -n $MOUNT_PID ]] || return 0
+    if mountpoint -q "$WORK/mount"; then
+        umount "$WORK/mount" 2>/dev/null || fusermount3 -u "$WORK/mount"
+    else
+        kill "$MOUNT_PID" 2>/dev/null || true
+    fi
+    wait "$MOUNT_PID" || true
+    MOUNT_PID=
+}
+
 # Goals: "> 1 x" and the like for how many times better ours is, "<= 18" for the figure itself, or none.
 note() { # WHAT UNIT GOAL VALUE [WHO OTHER]
     local IFS=$'\t'
