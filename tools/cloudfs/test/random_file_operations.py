@@ -14,7 +14,6 @@ import random
 
 PIECE = 10_000  # what processes own in turns, when they do not wait for each other; across parts and pages
 MOST_OPEN = 3
-MOST_BYTES = 600_000
 
 
 class Mismatch(Exception):
@@ -24,6 +23,8 @@ class Mismatch(Exception):
 class Operations:
     """The same random operations on a file and on its model, as many as are asked for.
 
+    part     the size of the parts that the file is divided into
+    most     its largest size
     share    the number of this process and how many there are, when several work at the same time: each reads and
              writes its own pieces only, and none changes the size
     lock     a file that is locked while an operation is done on both, when several take turns
@@ -32,11 +33,12 @@ class Operations:
              is mapped, since a mapping would not survive that
     """
 
-    def __init__(self, path, model_path, seed, share=None, lock=None, system=os, killed=False):
+    def __init__(self, path, model_path, seed, part, most, share=None, lock=None, system=os, killed=False):
         self.path = path
         self.model_path = model_path
         self.random = random.Random(seed)
-        self.most = MOST_BYTES
+        self.part = part
+        self.most = most
         self.share = share
         self.lock = lock
         self.system = system
@@ -104,7 +106,7 @@ class Operations:
             offset = self.random.randrange(PIECE)
             return start + offset, self.random.randint(1, min(most_bytes, PIECE - offset))
         if self.random.random() < 0.3:
-            offset = max(0, self.random.randrange(0, self.most, 65536) + self.random.randint(-2, 2))
+            offset = max(0, self.random.randrange(0, self.most, self.part) + self.random.randint(-2, 2))
         else:
             offset = self.random.randrange(self.most)
         if self.random.random() < 0.5:
@@ -316,10 +318,14 @@ def main():
     parser.add_argument("model", metavar="MODEL")
     parser.add_argument("seed", metavar="SEED")
     parser.add_argument("count", metavar="COUNT", type=int)
+    parser.add_argument("part", metavar="PART", type=int)
+    parser.add_argument("most", metavar="MOST", type=int)
     parser.add_argument("--share", metavar="N", type=int, nargs=2, help="the number of this process, how many there are")
     parser.add_argument("--lock", metavar="FILE")
     options = parser.parse_args()
-    Operations(options.file, options.model, options.seed, share=options.share, lock=options.lock).run(options.count)
+    operations = Operations(options.file, options.model, options.seed, options.part, options.most, options.share,
+                            options.lock)
+    operations.run(options.count)
 
 
 if __name__ == "__main__":
