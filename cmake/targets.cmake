@@ -1,21 +1,45 @@
 include(GenerateExportHeader)
 
-# What every target of ours is compiled with; nothing of it reaches a consumer.
+# What every target of ours is compiled with; nothing of it reaches a consumer, or the project that includes this one.
+# That project's CMAKE_CXX_STANDARD counts, if it is one that will do.
 function(cloudprovider_compile_privately target)
+    set_target_properties(${target} PROPERTIES
+        CXX_EXTENSIONS OFF
+        CXX_VISIBILITY_PRESET hidden
+        VISIBILITY_INLINES_HIDDEN ON
+        POSITION_INDEPENDENT_CODE ON)
+    target_compile_features(${target} PRIVATE cxx_std_20)
     target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wshadow -Wconversion
         "-fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=")
     if(CLOUDPROVIDER_WERROR)
         target_compile_options(${target} PRIVATE -Werror)
     endif()
+    if(CLOUDPROVIDER_HARDENING)
+        cloudprovider_harden(${target})
+    endif()
 endfunction()
 
-# cloudprovider_add_library(NAME ALIAS [STATIC] [EXPORT_SET] EXPORT_HEADER MACRO SOURCES ... HEADERS ...)
+# Which versions are binary compatible: until 1.0 each minor version may change the ABI, see docs/versioning.md.
+set(cloudprovider_abi ${PROJECT_VERSION_MAJOR})
+if(PROJECT_VERSION_MAJOR EQUAL 0)
+    string(APPEND cloudprovider_abi .${PROJECT_VERSION_MINOR})
+endif()
+
+configure_file(cmake/exports.map.in ${PROJECT_BINARY_DIR}/exports.map @ONLY)
+
+# Keep everything but our own namespaces inside a shared library: what is linked into it would clash with another copy in
+# the program.
+function(cloudprovider_export_own_symbols target)
+    target_link_options(${target} PRIVATE "LINKER:--version-script=${PROJECT_BINARY_DIR}/exports.map")
+    set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS ${PROJECT_BINARY_DIR}/exports.map)
+endfunction()
+
+# cloudprovider_add_library(NAME ALIAS [STATIC] EXPORT_HEADER MACRO SOURCES ... HEADERS ...)
 #
 # A library with hidden visibility, a generated export header (a path below the include folder), its public headers
-# as a file set, and rules to install it all. STATIC: whatever BUILD_SHARED_LIBS says. EXPORT_SET: in whose
-# <EXPORT_SET>Targets.cmake it is installed, by default the namespace of its alias.
+# as a file set, and rules to install it all. STATIC: whatever BUILD_SHARED_LIBS says.
 function(cloudprovider_add_library name alias)
-    cmake_parse_arguments(ARG "STATIC" "EXPORT_SET;EXPORT_HEADER;MACRO" "SOURCES;HEADERS" ${ARGN})
+    cmake_parse_arguments(ARG "STATIC" "EXPORT_HEADER;MACRO" "SOURCES;HEADERS" ${ARGN})
     set(type STATIC)
     if(BUILD_SHARED_LIBS AND NOT ARG_STATIC)
         set(type SHARED)
@@ -26,7 +50,7 @@ function(cloudprovider_add_library name alias)
     set_target_properties(${name} PROPERTIES
         EXPORT_NAME ${export_name}
         VERSION ${PROJECT_VERSION}
-        SOVERSION ${PROJECT_VERSION_MAJOR}
+        SOVERSION ${cloudprovider_abi}
         VERIFY_INTERFACE_HEADER_SETS ON)
     target_compile_features(${name} PUBLIC cxx_std_20)
     cloudprovider_compile_privately(${name})
@@ -35,14 +59,15 @@ function(cloudprovider_add_library name alias)
     generate_export_header(${name} BASE_NAME ${ARG_MACRO} EXPORT_FILE_NAME ${generated}/${ARG_EXPORT_HEADER})
     if(type STREQUAL "STATIC")
         target_compile_definitions(${name} PUBLIC ${ARG_MACRO}_STATIC_DEFINE)
+    else()
+        cloudprovider_export_own_symbols(${name})
     endif()
     target_sources(${name} PUBLIC FILE_SET HEADERS
         BASE_DIRS include ${generated}
         FILES ${ARG_HEADERS} ${generated}/${ARG_EXPORT_HEADER})
-    if(NOT ARG_EXPORT_SET)
-        string(REGEX REPLACE "::.*" "" ARG_EXPORT_SET ${alias})
+    if(CLOUDPROVIDER_INSTALL)
+        cloudprovider_install_library(${name} ${alias})
     endif()
-    install(TARGETS ${name} EXPORT ${ARG_EXPORT_SET}Targets FILE_SET HEADERS)
 endfunction()
 
 # cloudprovider_add_test(NAME [NEEDS_SERVER] SOURCES ... LIBRARIES ...)
