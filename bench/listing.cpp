@@ -126,7 +126,7 @@ int main(int argc, char** argv) {
     bench::Program program(argc, argv);
     const bench::ScratchFolder folder;
     const std::uint64_t childCount = program.pick(1000, 100);
-    for (const std::uint64_t fullCount : {10'000, 100'000, 1'000'000}) {
+    for (const std::uint64_t fullCount : {10'000U, 100'000U, 1'000'000U}) {
         const auto objectCount = program.pick(fullCount, fullCount / 100 + childCount);
         const auto listings =
             std::make_shared<const Listings>(folder.file(std::to_string(objectCount) + ".db"), childCount, objectCount);

@@ -11,6 +11,7 @@ function(cloudprovider_compile_privately target)
     target_compile_features(${target} PRIVATE cxx_std_20)
     target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wshadow -Wconversion
         "-fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=")
+    target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR}/host/internal)
     if(CLOUDPROVIDER_WERROR)
         target_compile_options(${target} PRIVATE -Werror)
     endif()

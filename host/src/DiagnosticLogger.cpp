@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <foundation/services/DiagnosticLogger.hpp>
+#include <foundation/threads/Mutex.hpp>
 
 #include <boost/log/attributes/attribute_set.hpp>
 #include <boost/log/attributes/constant.hpp>
@@ -8,7 +9,6 @@
 
 #include <map>
 #include <memory>
-#include <mutex>
 #include <utility>
 
 namespace foundation {
@@ -34,11 +34,13 @@ unsigned int DiagnosticLogger::Indentation::depth() noexcept {
 }
 
 DiagnosticLogger& DiagnosticLogger::get(const std::string& name) {
-    // Never destroyed: destructors of static objects may still write records.
-    static auto* const mutex = new std::mutex;  // guards loggers; a leaf in the lock order
-    static auto* const loggers = new std::map<std::string, std::unique_ptr<DiagnosticLogger>>;
-    const std::lock_guard lock(*mutex);
-    auto& logger = (*loggers)[name];
+    struct Loggers {
+        Mutex mutex;  // a leaf in the lock order
+        std::map<std::string, std::unique_ptr<DiagnosticLogger>> byName CLOUDPROVIDER_GUARDED_BY(mutex);
+    };
+    static auto& loggers = *new Loggers;  // never destroyed: destructors of static objects may still write records
+    const MutexLock lock(loggers.mutex);
+    auto& logger = loggers.byName[name];
     if (!logger) {
         logger.reset(new DiagnosticLogger(name));
     }

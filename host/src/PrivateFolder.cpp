@@ -3,6 +3,7 @@
 
 #include <foundation/services/Files.hpp>
 #include <foundation/services/PrivateFolder.hpp>
+#include <foundation/threads/Mutex.hpp>
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -12,6 +13,9 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <map>
+#include <memory>
+#include <string>
 #include <string_view>
 #include <system_error>
 #include <utility>
@@ -151,16 +155,50 @@ private:
     const bool m_isOthers;
 };
 
-PrivateFolder::PrivateFolder(std::string prefix) : m_prefix(std::move(prefix)) {}
+// The process's folders of one prefix.
+class PrivateFolder::FolderTable {
+public:
+    explicit FolderTable(std::string prefix) : m_prefix(std::move(prefix)) {}
+
+    // The one in the temporary folder as it is now, made if there is none.
+    std::shared_ptr<LockedFolder> current() {
+        const auto parent = temporaryFolder().native();
+        const MutexLock lock(m_mutex);
+        auto& folder = m_folders[parent];
+        if (!folder) {
+            removeLeftFolders(parent, m_prefix);
+            folder = LockedFolder::make(parent, m_prefix);
+        }
+        return folder;
+    }
+
+    void forget(const std::shared_ptr<LockedFolder>& gone) {
+        const MutexLock lock(m_mutex);
+        for (auto& [parent, folder] : m_folders) {
+            if (folder == gone) {
+                folder.reset();
+            }
+        }
+    }
+
+private:
+    const std::string m_prefix;
+    Mutex m_mutex;  // folders are made and swept under it; no other lock is taken under it
+    std::map<std::string, std::shared_ptr<LockedFolder>> m_folders CLOUDPROVIDER_GUARDED_BY(m_mutex);  // by parent
+};
+
+PrivateFolder::PrivateFolder(const std::string& prefix) : m_folders(std::make_unique<FolderTable>(prefix)) {}
 
 PrivateFolder::~PrivateFolder() = default;
 
 std::shared_ptr<PrivateFolder> PrivateFolder::hold(const std::string& prefix) {
-    // Objects of static life may hold folders: these are never destroyed.
-    static auto& mutex = *new std::mutex;  // guards folders
-    static auto& folders = *new std::map<std::string, std::weak_ptr<PrivateFolder>>;
-    const std::lock_guard lock(mutex);
-    auto& known = folders[prefix];
+    struct Held {
+        Mutex mutex;
+        std::map<std::string, std::weak_ptr<PrivateFolder>> byPrefix CLOUDPROVIDER_GUARDED_BY(mutex);
+    };
+    static auto& held = *new Held;  // objects of static life may hold folders: never destroyed
+    const MutexLock lock(held.mutex);
+    auto& known = held.byPrefix[prefix];
     auto folder = known.lock();
     if (!folder) {
         folder.reset(new PrivateFolder(prefix));
@@ -171,34 +209,14 @@ std::shared_ptr<PrivateFolder> PrivateFolder::hold(const std::string& prefix) {
 
 boost::filesystem::path PrivateFolder::createFile() {
     for (bool isAgain = false;; isAgain = true) {
-        const auto folder = lockedFolder();
+        const auto folder = m_folders->current();
         try {
             return createTemporaryFile(folder->path(), kFilePrefix);
         } catch (const std::system_error& failure) {
             if (isAgain || failure.code() != std::errc::no_such_file_or_directory) {
                 throw;
             }
-            forget(folder);
-        }
-    }
-}
-
-std::shared_ptr<PrivateFolder::LockedFolder> PrivateFolder::lockedFolder() {
-    const auto parent = temporaryFolder().native();
-    const std::lock_guard lock(m_mutex);
-    auto& folder = m_folders[parent];
-    if (!folder) {
-        removeLeftFolders(parent, m_prefix);
-        folder = LockedFolder::make(parent, m_prefix);
-    }
-    return folder;
-}
-
-void PrivateFolder::forget(const std::shared_ptr<LockedFolder>& gone) {
-    const std::lock_guard lock(m_mutex);
-    for (auto& [parent, folder] : m_folders) {
-        if (folder == gone) {
-            folder.reset();
+            m_folders->forget(folder);
         }
     }
 }

@@ -39,9 +39,10 @@ ConnectionPool::Lease ConnectionPool::lease() {
 
 // Null when a connection has to be made; it is counted already.
 std::unique_ptr<HttpConnection> ConnectionPool::takeIdle() {
-    std::unique_lock lock(m_mutex);
+    foundation::MutexLock lock(m_mutex);
     leaveParent();
-    while (!m_isFree.wait_for(lock, kInterruptInterval, [this] { return m_inUse < m_mostConnections; })) {
+    const auto isFree = [this]() CLOUDPROVIDER_REQUIRES(m_mutex) { return m_inUse < m_mostConnections; };
+    while (!m_isFree.waitFor(lock, kInterruptInterval, isFree)) {
         lock.unlock();
         throwIfInterrupted();
         lock.lock();
@@ -57,13 +58,13 @@ std::unique_ptr<HttpConnection> ConnectionPool::takeIdle() {
 
 void ConnectionPool::giveBack(std::unique_ptr<HttpConnection> connection) noexcept {
     {
-        const std::lock_guard lock(m_mutex);
+        const foundation::MutexLock lock(m_mutex);
         --m_inUse;
         if (connection) {
             m_idle.push_back(std::move(connection));
         }
     }
-    m_isFree.notify_one();
+    m_isFree.notifyOne();
 }
 
 void ConnectionPool::leaveParent() {

@@ -3,12 +3,12 @@
 
 #include "HttpConnection.hpp"
 
+#include <foundation/threads/Mutex.hpp>
+
 #include <sys/types.h>
 
-#include <condition_variable>
 #include <cstddef>
 #include <memory>
-#include <mutex>
 #include <vector>
 
 namespace storage::cloudprovider::s3 {
@@ -39,18 +39,17 @@ public:
 private:
     std::unique_ptr<HttpConnection> takeIdle();
     void giveBack(std::unique_ptr<HttpConnection> connection) noexcept;
-    void leaveParent();
+    void leaveParent() CLOUDPROVIDER_REQUIRES(m_mutex);
 
     // Set by the constructor, never changed.
     const HttpSettings m_settings;
     const std::size_t m_mostConnections;
 
-    // Guards what follows; m_isFree tells of each connection that comes back.
-    std::mutex m_mutex;
-    std::condition_variable m_isFree;
-    std::vector<std::unique_ptr<HttpConnection>> m_idle;
-    std::size_t m_inUse = 0;
-    pid_t m_owner;
+    foundation::Mutex m_mutex;
+    foundation::ConditionVariable m_isFree;  // tells of each connection that comes back
+    std::vector<std::unique_ptr<HttpConnection>> m_idle CLOUDPROVIDER_GUARDED_BY(m_mutex);
+    std::size_t m_inUse CLOUDPROVIDER_GUARDED_BY(m_mutex) = 0;
+    pid_t m_owner CLOUDPROVIDER_GUARDED_BY(m_mutex);
 };
 
 }  // namespace storage::cloudprovider::s3

@@ -22,19 +22,19 @@ CredentialKeeper::CredentialKeeper(const S3Options& options)
 
 std::optional<S3Credentials> CredentialKeeper::get() {
     {
-        const std::lock_guard lock(m_mutex);
+        const foundation::MutexLock lock(m_mutex);
         if (!m_source || (m_current && isFresh(*m_current))) {
             return m_current;
         }
     }
     auto fresh = m_source();
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     m_current = fresh;
     return fresh;
 }
 
 bool CredentialKeeper::renew() {
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     if (m_source) {
         m_current.reset();
     }

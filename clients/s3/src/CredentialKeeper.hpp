@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <foundation/threads/Mutex.hpp>
 #include <storage/cloudprovider/s3/S3Options.hpp>
 
-#include <mutex>
 #include <optional>
 
 namespace storage::cloudprovider::s3 {
@@ -23,9 +23,9 @@ public:
 private:
     const std::function<S3Credentials()> m_source;
 
-    // Guards m_current; not held while the source is asked.
-    std::mutex m_mutex;
-    std::optional<S3Credentials> m_current;
+    // Not held while the source is asked.
+    foundation::Mutex m_mutex;
+    std::optional<S3Credentials> m_current CLOUDPROVIDER_GUARDED_BY(m_mutex);
 };
 
 }  // namespace storage::cloudprovider::s3

@@ -3,6 +3,7 @@
 
 #include "ObjectHead.hpp"
 
+#include <foundation/threads/Mutex.hpp>
 #include <storage/cloudprovider/ExtendedCloudClient.hpp>
 
 #include <boost/date_time/posix_time/posix_time_types.hpp>
@@ -10,7 +11,6 @@
 #include <cstddef>
 #include <deque>
 #include <map>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -83,11 +83,10 @@ public:
 private:
     static constexpr std::size_t kMost = 1024;
 
-    // Guards what follows.
-    mutable std::mutex m_mutex;
-    BoundedMap<Seen> m_seen{kMost};
-    BoundedMap<Upload> m_uploads{kMost};
-    BoundedMap<Completion> m_completions{kMost};
+    mutable foundation::Mutex m_mutex;
+    BoundedMap<Seen> m_seen CLOUDPROVIDER_GUARDED_BY(m_mutex){kMost};
+    BoundedMap<Upload> m_uploads CLOUDPROVIDER_GUARDED_BY(m_mutex){kMost};
+    BoundedMap<Completion> m_completions CLOUDPROVIDER_GUARDED_BY(m_mutex){kMost};
 };
 
 }  // namespace storage::cloudprovider::s3

@@ -243,7 +243,7 @@ bool S3Wire::correct(const FailureDetails& failure, Corrections& corrections) {
 }
 
 bool S3Wire::correctRegion(const std::string& region) {
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     if (m_target->Region == region) {
         return false;
     }
@@ -288,7 +288,7 @@ std::string S3Wire::withoutSecrets(std::string text) {
 }
 
 std::shared_ptr<const S3Wire::Target> S3Wire::target() const {
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     return m_target;
 }
 

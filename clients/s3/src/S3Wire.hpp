@@ -7,12 +7,13 @@
 #include "S3Address.hpp"
 #include "s3Errors.hpp"
 
+#include <foundation/threads/Mutex.hpp>
+
 #include <atomic>
 #include <cstdint>
 #include <functional>
 #include <iosfwd>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 
@@ -111,9 +112,8 @@ private:
     std::atomic<bool> m_hasAnswered{false};
     std::atomic<bool> m_isBucketKnown{false};
 
-    // Guards m_target.
-    mutable std::mutex m_mutex;
-    std::shared_ptr<const Target> m_target;
+    mutable foundation::Mutex m_mutex;
+    std::shared_ptr<const Target> m_target CLOUDPROVIDER_GUARDED_BY(m_mutex);
 };
 
 }  // namespace storage::cloudprovider::s3

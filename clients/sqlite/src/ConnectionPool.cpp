@@ -34,7 +34,7 @@ ConnectionPool::Lease ConnectionPool::lease() {
 }
 
 std::unique_ptr<Connection> ConnectionPool::takeIdle() {
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     if (m_idle.empty()) {
         return nullptr;
     }
@@ -48,7 +48,7 @@ void ConnectionPool::giveBack(std::unique_ptr<Connection> connection) noexcept {
     if (!connection->isIdle()) {
         return;
     }
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     if (m_idle.size() < kMostIdle) {
         m_idle.push_back(std::move(connection));
     }

@@ -3,9 +3,10 @@
 
 #include "Connection.hpp"
 
+#include <foundation/threads/Mutex.hpp>
+
 #include <chrono>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -51,9 +52,8 @@ private:
     const Access m_access;
     const std::chrono::milliseconds m_busyTimeout;
 
-    // Guards m_idle.
-    std::mutex m_mutex;
-    std::vector<std::unique_ptr<Connection>> m_idle;
+    foundation::Mutex m_mutex;
+    std::vector<std::unique_ptr<Connection>> m_idle CLOUDPROVIDER_GUARDED_BY(m_mutex);
 };
 
 }  // namespace storage::cloudprovider::sqlite

@@ -62,10 +62,13 @@ void WriteQueue::run(const Change& change) {
 // Until somebody else has done it, or it is the first.
 void WriteQueue::waitForTurn(Waiter& waiter) {
     const auto deadline = std::chrono::steady_clock::now() + m_busyTimeout;
-    std::unique_lock lock(m_mutex);
+    foundation::MutexLock lock(m_mutex);
     m_waiters.push_back(&waiter);
-    const auto isOver = [&] { return waiter.isDone || (!waiter.isTaken && m_waiters.front() == &waiter); };
-    if (!waiter.wakeUp.wait_until(lock, deadline, [&] { return waiter.isTaken || isOver(); })) {
+    const auto isOver = [&]() CLOUDPROVIDER_REQUIRES(m_mutex) {
+        return waiter.isDone || (!waiter.isTaken && m_waiters.front() == &waiter);
+    };
+    const auto isTakenOrOver = [&]() CLOUDPROVIDER_REQUIRES(m_mutex) { return waiter.isTaken || isOver(); };
+    if (!waiter.wakeUp.waitUntil(lock, deadline, isTakenOrOver)) {
         m_waiters.erase(std::find(m_waiters.begin(), m_waiters.end(), &waiter));
         throw SQLite::Exception(sqlite3_errstr(SQLITE_BUSY), SQLITE_BUSY);
     }
@@ -111,7 +114,7 @@ void WriteQueue::fail(const Group& group, const MakeFailure& makeFailure) {
 // Add those that wait right after the first one, up to one that is alone.
 void WriteQueue::takeGroup(Group& group) {
     const auto sizeOf = [](const Waiter& waiter) { return waiter.change.shareableSize.value_or(kMostBytes + 1); };
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     group.front()->isTaken = true;
     std::uint64_t size = sizeOf(*group.front());
     for (std::size_t at = 1; at < std::min(m_waiters.size(), kMostChanges); ++at) {
@@ -127,14 +130,14 @@ void WriteQueue::takeGroup(Group& group) {
 
 // A waiter may be gone as soon as it is told, and the lock is free.
 void WriteQueue::finish(const Group& group) noexcept {
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     m_waiters.erase(m_waiters.begin(), m_waiters.begin() + static_cast<std::ptrdiff_t>(group.size()));
     for (Waiter* const waiter : group) {
         waiter->isDone = true;
-        waiter->wakeUp.notify_one();
+        waiter->wakeUp.notifyOne();
     }
     if (!m_waiters.empty()) {
-        m_waiters.front()->wakeUp.notify_one();
+        m_waiters.front()->wakeUp.notifyOne();
     }
 }
 

@@ -3,14 +3,14 @@
 
 #include "ConnectionPool.hpp"
 
+#include <foundation/threads/Mutex.hpp>
+
 #include <chrono>
-#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <exception>
 #include <functional>
-#include <mutex>
 #include <optional>
 #include <vector>
 
@@ -49,7 +49,7 @@ private:
         bool isTaken = false;  // into a transaction
         bool isDone = false;
         std::exception_ptr failure;
-        std::condition_variable wakeUp;
+        foundation::ConditionVariable wakeUp;
     };
     using Group = std::vector<Waiter*>;
 
@@ -64,10 +64,11 @@ private:
     ConnectionPool& m_pool;
     const std::chrono::milliseconds m_busyTimeout;
 
-    // Guards m_waiters and what is in them, but for failures: those belong to who leads, until isDone. A leaf: nothing
-    // is locked, and nothing waited for, under it.
-    std::mutex m_mutex;
-    std::deque<Waiter*> m_waiters;  // in the order of their turns; the first one leads, and stays until it is done
+    // Guards what is in m_waiters, too, but for failures: those belong to who leads, until isDone. A leaf: nothing is
+    // locked, and nothing waited for, under it.
+    foundation::Mutex m_mutex;
+    // In the order of their turns; the first one leads, and stays until it is done.
+    std::deque<Waiter*> m_waiters CLOUDPROVIDER_GUARDED_BY(m_mutex);
 };
 
 }  // namespace storage::cloudprovider::sqlite

@@ -219,7 +219,7 @@ TEST_F(SqliteClientTest, AllConnectionsWaitForTheDiskAndGoToTheFileThatWasOpened
 
 TEST_F(SqliteClientTest, AnObjectPutWholeHasPartsOf8MiB) {
     SqliteClient client(m_file);
-    for (const std::size_t surplus : {0, 1}) {
+    for (const std::size_t surplus : {0U, 1U}) {
         put(client, "k", std::string(8'388'608 + surplus, 'x'));
         EXPECT_EQ(client.getObjectParts("k").size(), 2 * surplus);
     }

@@ -131,8 +131,7 @@ CloudProvider::CloudProvider(std::shared_ptr<CloudClient> client, FolderPolicy f
 CloudProvider::~CloudProvider() = default;
 
 std::unique_ptr<ByteStream> CloudProvider::openSequentialWriter(const StorageIRI& iri) const {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri);
+    CLOUDPROVIDER_TRACE_FUNCTION(" iri=", iri);
     return translatingErrors(iri, [&] {
         const auto resolved = getResolvedIRI(iri);
         failIfRoot(resolved);
@@ -141,8 +140,7 @@ std::unique_ptr<ByteStream> CloudProvider::openSequentialWriter(const StorageIRI
 }
 
 std::unique_ptr<ByteStream> CloudProvider::openSequentialReader(const StorageIRI& iri) const {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri);
+    CLOUDPROVIDER_TRACE_FUNCTION(" iri=", iri);
     return translatingErrors(iri, [&] {
         const auto resolved = getResolvedIRI(iri);
         failIfRoot(resolved);
@@ -151,8 +149,7 @@ std::unique_ptr<ByteStream> CloudProvider::openSequentialReader(const StorageIRI
 }
 
 void CloudProvider::doCreateFile(const StorageIRI& iri) const {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri);
+    CLOUDPROVIDER_TRACE_FUNCTION(" iri=", iri);
     translatingErrors(iri, [&] {
         const auto key = keyOf(iri);
         checkKeyLength(*m_client, key);
@@ -164,8 +161,7 @@ void CloudProvider::doCreateFile(const StorageIRI& iri) const {
 }
 
 void CloudProvider::doCreateFolder(const StorageIRI& iri) const {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri);
+    CLOUDPROVIDER_TRACE_FUNCTION(" iri=", iri);
     translatingErrors(iri, [&] {
         if (m_folderPolicy != FolderPolicy::MarkerObjects) {
             throw UnsupportedOperationException();
@@ -187,8 +183,7 @@ void CloudProvider::doCreateFolder(const StorageIRI& iri) const {
 }
 
 bool CloudProvider::doFileExists(const StorageIRI& iri) const {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri);
+    CLOUDPROVIDER_TRACE_FUNCTION(" iri=", iri);
     return translatingErrors(iri, [&] {
         const auto key = keyOf(iri);
         return !key.empty() && m_client->getObjectInfo(key).has_value();
@@ -196,14 +191,12 @@ bool CloudProvider::doFileExists(const StorageIRI& iri) const {
 }
 
 bool CloudProvider::doFolderExists(const StorageIRI& iri) const {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri);
+    CLOUDPROVIDER_TRACE_FUNCTION(" iri=", iri);
     return translatingErrors(iri, [&] { return isPrefixInUse(folderPrefixOf(iri)); });
 }
 
 void CloudProvider::doRemoveFile(const StorageIRI& iri) const {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri);
+    CLOUDPROVIDER_TRACE_FUNCTION(" iri=", iri);
     translatingErrors(iri, [&] {
         const auto resolved = getResolvedIRI(iri);
         failIfRoot(resolved);
@@ -216,8 +209,7 @@ void CloudProvider::doRemoveFile(const StorageIRI& iri) const {
 // failure of that comes when the source has gone.
 void CloudProvider::doMoveFile(const StorageIRI& source, const StorageIRI& destination,
                                const ReplacementPolicy& policy) const {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    CLOUDPROVIDER_TRACE_ARGUMENTS(" old_iri=", source);
+    CLOUDPROVIDER_TRACE_FUNCTION(" old_iri=", source);
     const auto from = resolvedForHost(source);
     const auto to = resolvedForHost(destination);
     auto& openFiles = OpenFileManager::instance();
@@ -252,8 +244,7 @@ void CloudProvider::doMoveFile(const StorageIRI& source, const StorageIRI& desti
 }
 
 void CloudProvider::doRemoveFolder(const StorageIRI& iri) const {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri);
+    CLOUDPROVIDER_TRACE_FUNCTION(" iri=", iri);
     translatingErrors(iri, [&] {
         const auto items = listAllObjects(iri, {utils::separator()});
         if (items.empty()) {
@@ -268,8 +259,7 @@ void CloudProvider::doRemoveFolder(const StorageIRI& iri) const {
 }
 
 void CloudProvider::doRemoveFolderRecursively(const StorageIRI& iri) const {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri);
+    CLOUDPROVIDER_TRACE_FUNCTION(" iri=", iri);
     translatingErrors(iri, [&] {
         const auto resolved = getResolvedIRI(iri);
         const auto items = listAllObjects(iri, {});
@@ -288,14 +278,12 @@ void CloudProvider::doRemoveFolderRecursively(const StorageIRI& iri) const {
 
 void CloudProvider::doMoveFolder(const StorageIRI& source, const StorageIRI& /*destination*/,
                                  const ReplacementPolicy& /*policy*/) const {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    CLOUDPROVIDER_TRACE_ARGUMENTS(" old_iri=", source);
+    CLOUDPROVIDER_TRACE_FUNCTION(" old_iri=", source);
     throw Exception(ErrorCode::Unsupported, source);
 }
 
 host::FileAttributes CloudProvider::doGetFileAttributes(const StorageIRI& iri) const {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri);
+    CLOUDPROVIDER_TRACE_FUNCTION(" iri=", iri);
     try {
         const auto key = keyOf(iri);
         const auto info = key.empty() ? boost::none : m_client->getObjectInfo(key);
@@ -310,8 +298,7 @@ host::FileAttributes CloudProvider::doGetFileAttributes(const StorageIRI& iri) c
 }
 
 host::FolderAttributes CloudProvider::doGetFolderAttributes(const StorageIRI& iri) const {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri);
+    CLOUDPROVIDER_TRACE_FUNCTION(" iri=", iri);
     return translatingErrors(iri, [&]() -> host::FolderAttributes {
         const auto prefix = folderPrefixOf(iri);
         if (m_folderPolicy == FolderPolicy::MarkerObjects) {
@@ -328,8 +315,7 @@ host::FolderAttributes CloudProvider::doGetFolderAttributes(const StorageIRI& ir
 
 std::unique_ptr<ByteStream> CloudProvider::doOpenStream(const StorageIRI& iri,
                                                         const ByteStreamOpenOptions& options) const {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri, " options=", options);
+    CLOUDPROVIDER_TRACE_FUNCTION(" iri=", iri, " options=", options);
     return translatingErrors(iri, [&] {
         const auto resolved = getResolvedIRI(iri);
         failIfRoot(resolved);
@@ -338,8 +324,7 @@ std::unique_ptr<ByteStream> CloudProvider::doOpenStream(const StorageIRI& iri,
 }
 
 std::unique_ptr<ByteStream> CloudProvider::doOpenReadOnlyStream(const StorageIRI& iri) const {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri);
+    CLOUDPROVIDER_TRACE_FUNCTION(" iri=", iri);
     return translatingErrors(iri, [&] {
         const auto resolved = getResolvedIRI(iri);
         failIfRoot(resolved);
@@ -348,26 +333,22 @@ std::unique_ptr<ByteStream> CloudProvider::doOpenReadOnlyStream(const StorageIRI
 }
 
 std::unique_ptr<IFolderEntryIterator> CloudProvider::doListAll(const StorageIRI& iri) const {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri);
+    CLOUDPROVIDER_TRACE_FUNCTION(" iri=", iri);
     return listFlat(iri, FlatCloudEntryIterator::Filter::All);
 }
 
 std::unique_ptr<IFolderEntryIterator> CloudProvider::doListFiles(const StorageIRI& iri) const {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri);
+    CLOUDPROVIDER_TRACE_FUNCTION(" iri=", iri);
     return listFlat(iri, FlatCloudEntryIterator::Filter::Files);
 }
 
 std::unique_ptr<IFolderEntryIterator> CloudProvider::doListFolders(const StorageIRI& iri) const {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri);
+    CLOUDPROVIDER_TRACE_FUNCTION(" iri=", iri);
     return listFlat(iri, FlatCloudEntryIterator::Filter::Folders);
 }
 
 std::unique_ptr<IFolderEntryIterator> CloudProvider::doListAllRecursive(const StorageIRI& iri) const {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri);
+    CLOUDPROVIDER_TRACE_FUNCTION(" iri=", iri);
     return translatingErrors(
         iri, [&] { return std::make_unique<RecursiveCloudEntryIterator>(getResolvedIRI(iri), m_client); });
 }
@@ -375,8 +356,7 @@ std::unique_ptr<IFolderEntryIterator> CloudProvider::doListAllRecursive(const St
 // A copy that fails leaves the destination as it was.
 void CloudProvider::doCopyFile(const StorageIRI& source, const StorageIRI& destination,
                                const ReplacementPolicy& policy) const {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", source, " new_iri=", destination);
+    CLOUDPROVIDER_TRACE_FUNCTION(" iri=", source, " new_iri=", destination);
     translatingErrors(source, [&] {
         constexpr std::uint32_t kIgnoredPolicyBit = 4;
         const bool replaces = (static_cast<std::uint32_t>(policy) & ~kIgnoredPolicyBit) != 0;
@@ -394,14 +374,12 @@ void CloudProvider::doCopyFile(const StorageIRI& source, const StorageIRI& desti
 }
 
 void CloudProvider::doSetLastModified(const StorageIRI& iri, const boost::posix_time::ptime& /*time*/) const {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri);
+    CLOUDPROVIDER_TRACE_FUNCTION(" iri=", iri);
     throw Exception(ErrorCode::Unsupported, iri);
 }
 
 void CloudProvider::doSetWritable(const StorageIRI& iri, bool /*writable*/) const {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri);
+    CLOUDPROVIDER_TRACE_FUNCTION(" iri=", iri);
     throw Exception(ErrorCode::Unsupported, iri);
 }
 
@@ -426,8 +404,7 @@ bool CloudProvider::isPrefixInUse(const std::string& prefix) const {
 }
 
 std::vector<ObjectInfo> CloudProvider::listAllObjects(const StorageIRI& iri, const std::string& delimiter) const {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri);
+    CLOUDPROVIDER_TRACE_FUNCTION(" iri=", iri);
     const auto prefix = folderPrefixOf(iri);
     std::vector<ObjectInfo> items;
     std::string token;

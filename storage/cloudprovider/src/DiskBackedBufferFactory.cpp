@@ -56,8 +56,7 @@ DiskFile::~DiskFile() {
 }
 
 void DiskFile::updateFileSize(std::uint64_t formerSizeInBytes, std::uint64_t newSizeInBytes) {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    CLOUDPROVIDER_TRACE_ARGUMENTS(" newSizeInBytes=", newSizeInBytes);
+    CLOUDPROVIDER_TRACE_FUNCTION(" newSizeInBytes=", newSizeInBytes);
     try {
         boost::filesystem::resize_file(m_path, newSizeInBytes);
         // A sparse file would meet a full disk as a signal, on the first touch of a mapped page.
@@ -120,8 +119,7 @@ const char* DiskBackedBuffer::data() const {
 }
 
 void DiskBackedBuffer::reserve(std::uint64_t size) {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    CLOUDPROVIDER_TRACE_ARGUMENTS(" size=", size);
+    CLOUDPROVIDER_TRACE_FUNCTION(" size=", size);
     assert(size <= m_size && "a buffer never grows");
     if (size > m_reserved) {
         const auto step = std::clamp(m_reserved, kLeastStep, kLargestStep);
@@ -138,8 +136,7 @@ void DiskBackedBuffer::close() {
 }
 
 std::unique_ptr<Buffer> DiskBackedBufferFactory::build(std::uint64_t size) {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    CLOUDPROVIDER_TRACE_ARGUMENTS(" size=", size);
+    CLOUDPROVIDER_TRACE_FUNCTION(" size=", size);
     return std::make_unique<DiskBackedBuffer>(size, m_room);
 }
 

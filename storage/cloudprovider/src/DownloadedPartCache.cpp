@@ -8,7 +8,7 @@ DownloadedPartCache::DownloadedPartCache(std::uint64_t limit) : m_limit(limit) {
 DownloadedPartCache::Parts DownloadedPartCache::add(const Part& part) {
     Parts evicted;
     Parts added{part};
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     if (const auto known = m_positions.find(part.get()); known != m_positions.end()) {
         m_entries.splice(m_entries.end(), m_entries, known->second);
         return evicted;
@@ -24,7 +24,7 @@ DownloadedPartCache::Parts DownloadedPartCache::add(const Part& part) {
 
 void DownloadedPartCache::remove(const Part& part) {
     Parts removed;
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     if (const auto known = m_positions.find(part.get()); known != m_positions.end()) {
         take(known->second, removed);
     }

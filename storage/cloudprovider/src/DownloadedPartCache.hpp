@@ -3,10 +3,11 @@
 
 #include "OpenPartBuffer.hpp"
 
+#include <foundation/threads/Mutex.hpp>
+
 #include <cstdint>
 #include <list>
 #include <memory>
-#include <mutex>
 #include <unordered_map>
 
 namespace storage::cloudprovider {
@@ -30,15 +31,15 @@ public:
 
 private:
     // Move an entry into taken, which keeps its part alive: a part's end is no work for under the lock.
-    void take(Parts::iterator entry, Parts& taken);
+    void take(Parts::iterator entry, Parts& taken) CLOUDPROVIDER_REQUIRES(m_mutex);
 
     const std::uint64_t m_limit;
 
-    // Guards what follows; taken alone, no part's mutex under it.
-    std::mutex m_mutex;
-    Parts m_entries;  // oldest first
-    std::unordered_map<const OpenPartBuffer*, Parts::iterator> m_positions;
-    std::uint64_t m_total = 0;  // bytes
+    // Taken alone, no part's mutex under it.
+    foundation::Mutex m_mutex;
+    Parts m_entries CLOUDPROVIDER_GUARDED_BY(m_mutex);  // oldest first
+    std::unordered_map<const OpenPartBuffer*, Parts::iterator> m_positions CLOUDPROVIDER_GUARDED_BY(m_mutex);
+    std::uint64_t m_total CLOUDPROVIDER_GUARDED_BY(m_mutex) = 0;  // bytes
 };
 
 }  // namespace storage::cloudprovider

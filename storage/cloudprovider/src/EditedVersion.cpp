@@ -8,39 +8,39 @@ namespace storage::cloudprovider {
 EditedVersion::EditedVersion(bool storeMayTell) : m_storeMayTell(storeMayTell) {}
 
 std::string EditedVersion::get() const {
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     return m_expected.getVersion();
 }
 
 ExpectedObject EditedVersion::expected() const {
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     return m_expected;
 }
 
 bool EditedVersion::mayBeTold() const {
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     return m_storeMayTell;
 }
 
 void EditedVersion::replace(const ExpectedObject& expected) {
     auto replaced = expected;
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     m_expected = std::move(replaced);
 }
 
 void EditedVersion::editOf(std::optional<std::string> version) {
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     m_storeMayTell = m_storeMayTell && !(version && version->empty());
     m_expected = version ? ExpectedObject::version(std::move(*version)) : ExpectedObject::absent();
 }
 
 void EditedVersion::detach() {
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     m_isDetached = true;
 }
 
 bool EditedVersion::isDetached() const {
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     return m_isDetached;
 }
 

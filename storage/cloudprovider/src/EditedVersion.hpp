@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <foundation/threads/Mutex.hpp>
 #include <storage/cloudprovider/ExtendedCloudClient.hpp>
 
-#include <mutex>
 #include <optional>
 #include <string>
 
@@ -36,10 +36,10 @@ public:
     bool isDetached() const;
 
 private:
-    mutable std::mutex m_mutex;  // guards what follows; a leaf
-    bool m_storeMayTell;
-    bool m_isDetached = false;
-    ExpectedObject m_expected = ExpectedObject::anything();
+    mutable foundation::Mutex m_mutex;  // a leaf
+    bool m_storeMayTell CLOUDPROVIDER_GUARDED_BY(m_mutex);
+    bool m_isDetached CLOUDPROVIDER_GUARDED_BY(m_mutex) = false;
+    ExpectedObject m_expected CLOUDPROVIDER_GUARDED_BY(m_mutex) = ExpectedObject::anything();
 };
 
 }  // namespace storage::cloudprovider

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <foundation/threads/Mutex.hpp>
+
 #include <cstddef>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <utility>
 
@@ -25,7 +26,7 @@ public:
         Share& operator=(const Share&) = delete;
         ~Share() {
             if (m_budget) {
-                const std::lock_guard lock(m_budget->m_mutex);
+                const foundation::MutexLock lock(m_budget->m_mutex);
                 ++m_budget->m_left;
             }
         }
@@ -38,7 +39,7 @@ public:
 
     /// A share, if one is left.
     std::optional<Share> take() {
-        const std::lock_guard lock(m_mutex);
+        const foundation::MutexLock lock(m_mutex);
         if (m_left == 0) {
             return std::nullopt;
         }
@@ -47,8 +48,8 @@ public:
     }
 
 private:
-    std::mutex m_mutex;  // guards what follows; a leaf
-    std::size_t m_left;
+    foundation::Mutex m_mutex;  // a leaf
+    std::size_t m_left CLOUDPROVIDER_GUARDED_BY(m_mutex);
 };
 
 }  // namespace storage::cloudprovider

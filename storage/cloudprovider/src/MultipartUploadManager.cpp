@@ -21,8 +21,8 @@ class MultipartUploadManager::RunningTask {
 public:
     enum class Runner { Caller, Pool };
 
-    // Call with the mutex held.
     RunningTask(MultipartUploadManager& manager, Tasks::iterator task, Runner runner)
+        CLOUDPROVIDER_REQUIRES(manager.m_mutex)
         : m_manager(manager), m_pooled(runner == Runner::Pool ? 1 : 0) {
         const bool isFirst = m_manager.m_runningParts.insert(task->index).second;
         assert(isFirst && "a part is sent by one task at a time");
@@ -37,7 +37,7 @@ public:
             m_task.front()
                 .part.reset();  // whoever waits for the task finds its part's file gone, if this was the last owner
         }
-        const std::lock_guard lock(m_manager.m_mutex);
+        const foundation::MutexLock lock(m_manager.m_mutex);
         m_manager.m_runningParts.erase(m_task.front().index);
         m_manager.m_pooled -= m_pooled;
         // While it ran the part may have been queued again, and that is as good.
@@ -45,7 +45,7 @@ public:
             m_manager.m_queue.splice(m_manager.m_queue.begin(), m_task);
         }
         m_manager.m_hasFailed = m_manager.m_hasFailed || !m_isDone;
-        m_manager.m_taskEnded.notify_all();
+        m_manager.m_taskEnded.notifyAll();
     }
 
     void run(ChangedParts changedParts) {
@@ -90,25 +90,22 @@ MultipartUploadManager::MultipartUploadManager(std::shared_ptr<OpenFileContext> 
       m_mostPooled(std::max<std::size_t>(m_context->client->limits().UsefulUploads, 1)) {}
 
 void MultipartUploadManager::asyncUploadPart(std::uint64_t index, std::unique_ptr<PartTransfer> part) {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    CLOUDPROVIDER_TRACE_ARGUMENTS(" index=", index);
+    CLOUDPROVIDER_TRACE_FUNCTION(" index=", index);
     enqueueAndRun(index, std::move(part));
 }
 
 void MultipartUploadManager::asyncReusePart(std::uint64_t index, std::unique_ptr<PartTransfer> part) {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    CLOUDPROVIDER_TRACE_ARGUMENTS(" index=", index);
+    CLOUDPROVIDER_TRACE_FUNCTION(" index=", index);
     enqueueAndRun(index, std::move(part));
 }
 
 void MultipartUploadManager::queuePart(std::uint64_t index, std::unique_ptr<PartTransfer> part) {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    CLOUDPROVIDER_TRACE_ARGUMENTS(" index=", index);
+    CLOUDPROVIDER_TRACE_FUNCTION(" index=", index);
     Tasks added;
     added.push_back(
         {index, std::move(part), foundation::isMainExecutionContext(), foundation::InterruptScope::current()});
     {
-        const std::lock_guard lock(m_mutex);
+        const foundation::MutexLock lock(m_mutex);
         if (const auto queued = findQueued(index); queued != m_queue.end()) {
             std::swap(*queued, added.front());  // an upload takes the place of a reuse
         } else {
@@ -119,19 +116,17 @@ void MultipartUploadManager::queuePart(std::uint64_t index, std::unique_ptr<Part
 }
 
 std::string MultipartUploadManager::uploadPart(const PartInfo& info, const char* data) {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    CLOUDPROVIDER_TRACE_ARGUMENTS(" info=", info);
+    CLOUDPROVIDER_TRACE_FUNCTION(" info=", info);
     const auto uploadId = acquireUploadId();
     boost::iostreams::stream<boost::iostreams::array_source> stream(data, static_cast<std::size_t>(info.Size));
     auto tag = m_context->client->uploadPart(m_context->key, uploadId, info, stream);
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     m_lastTag = tag;
     return tag;
 }
 
 std::vector<PartInfo> MultipartUploadManager::reusePart(const std::vector<PartInfo>& run) {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    CLOUDPROVIDER_TRACE_ARGUMENTS(" info=", run.front(), " count=", run.size());
+    CLOUDPROVIDER_TRACE_FUNCTION(" info=", run.front(), " count=", run.size());
     const auto uploadId = acquireUploadId();
     const auto version = m_context->version.get();
     return onVersion(*m_context, version,
@@ -143,7 +138,7 @@ void MultipartUploadManager::joinUploads() {
     for (bool isDone = false; !isDone;) {
         runQueue(ChangedParts::MayFail, 0);
         waitForTasks();
-        const std::lock_guard lock(m_mutex);
+        const foundation::MutexLock lock(m_mutex);
         isDone = m_queue.empty() && m_runningParts.empty();
     }
 }
@@ -160,7 +155,7 @@ void MultipartUploadManager::makeRoom() {
 
 std::string MultipartUploadManager::complete(const std::vector<PartInfo>& parts, const ExpectedObject& expected) {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     std::string version;
     if (m_uploadStarted) {
         version = m_context->client->completeUploadOver(m_context->key, m_uploadId, parts, expected);
@@ -175,9 +170,9 @@ void MultipartUploadManager::cancel() {
     CLOUDPROVIDER_TRACE_FUNCTION();
     Tasks dropped;  // destroyed outside the lock
     Tasks failed;
-    std::unique_lock lock(m_mutex);
+    foundation::MutexLock lock(m_mutex);
     dropped.swap(m_queue);
-    m_taskEnded.wait(lock, [this] { return m_runningParts.empty(); });
+    m_taskEnded.wait(lock, [this]() CLOUDPROVIDER_REQUIRES(m_mutex) { return m_runningParts.empty(); });
     failed.swap(m_queue);
     m_hasFailed = false;
     const bool wasStarted = std::exchange(m_uploadStarted, false);
@@ -189,12 +184,12 @@ void MultipartUploadManager::cancel() {
 }
 
 void MultipartUploadManager::setLastTag(std::string tag) {
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     m_lastTag = std::move(tag);
 }
 
 bool MultipartUploadManager::isActive() const {
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     return m_uploadStarted || !m_queue.empty() || !m_runningParts.empty();
 }
 
@@ -203,7 +198,7 @@ std::size_t MultipartUploadManager::transferOne() noexcept {
     try {
         std::optional<RunningTask> running;
         {
-            const std::lock_guard lock(m_mutex);
+            const foundation::MutexLock lock(m_mutex);
             const auto task = findRunnable();
             if (m_hasFailed || m_queue.empty()) {
                 return 0;
@@ -234,7 +229,7 @@ void MultipartUploadManager::runQueue(ChangedParts changedParts, std::size_t mos
         std::size_t left = 0;
         bool isAfterFailure = false;
         {
-            const std::lock_guard lock(m_mutex);
+            const foundation::MutexLock lock(m_mutex);
             const auto task = findRunnable();
             const bool isCrowded = m_queue.size() + m_runningParts.size() > mostLeft;
             if (task == m_queue.end() || (!isCrowded && !m_hasFailed)) {
@@ -261,15 +256,17 @@ void MultipartUploadManager::requestThreads(std::size_t count) noexcept {
 
 // A task has ended: what the pool could not run before it may run now.
 std::size_t MultipartUploadManager::takeDeclined() noexcept {
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     return std::exchange(m_declined, 0);
 }
 
 // Until no task runs, or there is one that can be run.
 void MultipartUploadManager::waitForTasks() {
-    std::unique_lock lock(m_mutex);
-    const auto isOver = [this] { return m_runningParts.empty() || findRunnable() != m_queue.end(); };
-    while (!m_taskEnded.wait_for(lock, kInterruptInterval, isOver)) {
+    foundation::MutexLock lock(m_mutex);
+    const auto isOver = [this]() CLOUDPROVIDER_REQUIRES(m_mutex) {
+        return m_runningParts.empty() || findRunnable() != m_queue.end();
+    };
+    while (!m_taskEnded.waitFor(lock, kInterruptInterval, isOver)) {
         lock.unlock();
         throwIfInterrupted();
         lock.lock();
@@ -277,7 +274,7 @@ void MultipartUploadManager::waitForTasks() {
 }
 
 std::string MultipartUploadManager::acquireUploadId() {
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     if (!m_uploadStarted) {
         m_uploadId = m_context->client->startMultipartUpload(m_context->key, m_lastTag);
         m_uploadStarted = true;
@@ -293,8 +290,9 @@ MultipartUploadManager::Tasks::iterator MultipartUploadManager::findQueued(std::
 
 // The oldest task of a part that no other task is busy with.
 MultipartUploadManager::Tasks::iterator MultipartUploadManager::findRunnable() {
-    return std::find_if(m_queue.begin(), m_queue.end(),
-                        [this](const Task& candidate) { return m_runningParts.count(candidate.index) == 0; });
+    return std::find_if(m_queue.begin(), m_queue.end(), [this](const Task& candidate) CLOUDPROVIDER_REQUIRES(m_mutex) {
+        return m_runningParts.count(candidate.index) == 0;
+    });
 }
 
 }  // namespace storage::cloudprovider

@@ -6,14 +6,13 @@
 #include "TransferPool.hpp"
 
 #include <foundation/services/InterruptScope.hpp>
+#include <foundation/threads/Mutex.hpp>
 #include <storage/cloudprovider/PartInfo.hpp>
 
-#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <list>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <set>
 #include <string>
@@ -110,27 +109,28 @@ private:
 
     std::string acquireUploadId();
 
-    // With m_mutex held.
-    Tasks::iterator findQueued(std::uint64_t index);
-    Tasks::iterator findRunnable();
+    Tasks::iterator findQueued(std::uint64_t index) CLOUDPROVIDER_REQUIRES(m_mutex);
+    Tasks::iterator findRunnable() CLOUDPROVIDER_REQUIRES(m_mutex);
 
     const std::shared_ptr<OpenFileContext> m_context;
     const std::weak_ptr<TransferPool> m_pool;  // weak: the last owner of this may be one of its threads
     const std::size_t m_poolThreads;
     const std::size_t m_mostPooled;  // tasks that the pool runs at once
 
-    // Guards what follows. Held while the client starts and completes the upload, so that neither happens
-    // twice; not while parts are sent or copied. No other mutex is taken under it.
-    mutable std::mutex m_mutex;
-    std::condition_variable m_taskEnded;
-    bool m_uploadStarted = false;
-    std::string m_uploadId;
-    std::string m_lastTag;
-    Tasks m_queue;                           // one task a part at most
-    std::set<std::uint64_t> m_runningParts;  // indices of the parts whose tasks run now
-    std::size_t m_pooled = 0;                // tasks of those that the pool runs
-    std::size_t m_declined = 0;              // threads of the pool that found nothing that could be run yet
-    bool m_hasFailed = false;                // a task, which nobody has tried again since
+    // Held while the client starts and completes the upload, so that neither happens twice; not while parts are sent
+    // or copied. No other mutex is taken under it.
+    mutable foundation::Mutex m_mutex;
+    foundation::ConditionVariable m_taskEnded;
+    bool m_uploadStarted CLOUDPROVIDER_GUARDED_BY(m_mutex) = false;
+    std::string m_uploadId CLOUDPROVIDER_GUARDED_BY(m_mutex);
+    std::string m_lastTag CLOUDPROVIDER_GUARDED_BY(m_mutex);
+    Tasks m_queue CLOUDPROVIDER_GUARDED_BY(m_mutex);  // one task a part at most
+    // Indices of the parts whose tasks run now, and how many of those the pool runs.
+    std::set<std::uint64_t> m_runningParts CLOUDPROVIDER_GUARDED_BY(m_mutex);
+    std::size_t m_pooled CLOUDPROVIDER_GUARDED_BY(m_mutex) = 0;
+    // Threads of the pool that found nothing that could be run yet.
+    std::size_t m_declined CLOUDPROVIDER_GUARDED_BY(m_mutex) = 0;
+    bool m_hasFailed CLOUDPROVIDER_GUARDED_BY(m_mutex) = false;  // a task, which nobody has tried again since
 };
 
 }  // namespace storage::cloudprovider

@@ -67,8 +67,7 @@ void ObjectWriter::settle() {
 }
 
 void ObjectWriter::put(const char* data, std::uint64_t size, Bytes bytes) {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    CLOUDPROVIDER_TRACE_ARGUMENTS(" size=", size);
+    CLOUDPROVIDER_TRACE_FUNCTION(" size=", size);
     const auto expected = m_context->version.expected();
     const bool canLook = m_context->version.mayBeTold() && !expected.isAnything();
     Attempt attempt{{}, data, size, nullptr};

@@ -107,8 +107,7 @@ void OpenFileByteStream::storeAtClose() noexcept {
 }
 
 void OpenFileByteStream::resize(std::uint64_t size) {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    CLOUDPROVIDER_TRACE_ARGUMENTS(" size=", size);
+    CLOUDPROVIDER_TRACE_FUNCTION(" size=", size);
     requireOpen();
     if (m_partManager->resize(size)) {
         m_lastChange = m_partManager->changePoint();
@@ -126,7 +125,7 @@ void OpenFileByteStream::requireOpen() const {
 }
 
 std::int64_t OpenFileByteStream::doRead(char* buffer, std::int64_t count) {
-    CLOUDPROVIDER_TRACE_CALL(" n=", count);
+    CLOUDPROVIDER_TRACE_FUNCTION(" n=", count);
     const auto wanted = boost::numeric_cast<std::uint64_t>(count);
     failIfClosed<host::ByteStreamReadFailure>(m_partManager);
 
@@ -156,12 +155,12 @@ std::int64_t OpenFileByteStream::doRead(char* buffer, std::int64_t count) {
     }
     position.keep();
     const std::int64_t bytesRead = m_isAtEnd && total == 0 ? -1 : static_cast<std::int64_t>(total);
-    CLOUDPROVIDER_TRACE_ARGUMENTS("bytesRead", '=', bytesRead);
+    CLOUDPROVIDER_TRACE_VALUES("bytesRead", '=', bytesRead);
     return bytesRead;
 }
 
 std::int64_t OpenFileByteStream::doWrite(const char* data, std::int64_t count) {
-    CLOUDPROVIDER_TRACE_CALL(" n=", count);
+    CLOUDPROVIDER_TRACE_FUNCTION(" n=", count);
     const auto wanted = boost::numeric_cast<std::uint64_t>(count);
     requireOpen();
     m_partManager->checkRoomFor(m_writeMode == WriteMode::Append ? m_partManager->getFileSize() : m_fileOffset, wanted);
@@ -181,12 +180,12 @@ std::int64_t OpenFileByteStream::doWrite(const char* data, std::int64_t count) {
     }
     position.keep();
     const std::int64_t bytesWritten = total == 0 ? -1 : static_cast<std::int64_t>(total);
-    CLOUDPROVIDER_TRACE_ARGUMENTS("bytesWritten", '=', bytesWritten);
+    CLOUDPROVIDER_TRACE_VALUES("bytesWritten", '=', bytesWritten);
     return bytesWritten;
 }
 
 std::streampos OpenFileByteStream::doSeek(std::int64_t offset, std::ios_base::seekdir way) {
-    CLOUDPROVIDER_TRACE_CALL(" off=", offset, " way=", static_cast<int>(way));
+    CLOUDPROVIDER_TRACE_FUNCTION(" off=", offset, " way=", static_cast<int>(way));
     failIfClosed<host::ByteStreamSeekFailure>(m_partManager);
     const auto target = seekTarget(offset, way);
     m_fileOffset = target;
@@ -201,7 +200,7 @@ std::streampos OpenFileByteStream::doSeek(std::int64_t offset, std::ios_base::se
             m_device->position = target - begin;
         }
     }
-    CLOUDPROVIDER_TRACE_ARGUMENTS("m_fileOffset", '=', target);
+    CLOUDPROVIDER_TRACE_VALUES("m_fileOffset", '=', target);
     return static_cast<std::streamoff>(target);
 }
 

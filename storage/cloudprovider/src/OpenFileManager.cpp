@@ -47,8 +47,8 @@ using Presence = ByteStreamOpenOptions::Presence;
 // Keeps an entry marked as being initialised; whatever happens, the mark goes and waiters wake.
 class OpenFileManager::Initialisation {
 public:
-    // Call with the mutex held.
-    Initialisation(OpenFileManager& files, const Object& object, Openers openers) : m_files(files), m_object(object) {
+    Initialisation(OpenFileManager& files, const Object& object, Openers openers) CLOUDPROVIDER_REQUIRES(files.m_mutex)
+        : m_files(files), m_object(object) {
         auto& entry = m_files.m_table[object];
         entry.isInitialising = true;
         entry.openers = openers;
@@ -56,14 +56,14 @@ public:
     Initialisation(const Initialisation&) = delete;
     Initialisation& operator=(const Initialisation&) = delete;
     ~Initialisation() {
-        const std::lock_guard lock(m_files.m_mutex);
+        const foundation::MutexLock lock(m_files.m_mutex);
         const auto entry = m_files.m_table.find(m_object);
         if (m_identity == nullptr) {
             m_files.m_table.erase(entry);
         } else {
             entry->second = {std::move(m_manager), m_identity};
         }
-        m_files.m_initialised.notify_all();
+        m_files.m_initialised.notifyAll();
     }
 
     void succeedWith(const std::shared_ptr<OpenPartManager>& manager) noexcept {
@@ -81,7 +81,7 @@ private:
 OpenFileManager::ExclusiveHold::ExclusiveHold(OpenFileManager& files, const StorageIRI& iri,
                                               const std::shared_ptr<CloudClient>& client, Openers openers) {
     const Object object(withoutAuthority(iri), originalOf(client));
-    const std::lock_guard lock(files.m_mutex);
+    const foundation::MutexLock lock(files.m_mutex);
     if (files.isOpenLocked(object)) {
         throw ResourceInUseException();
     }
@@ -99,16 +99,14 @@ OpenFileManager& OpenFileManager::instance() {
 std::unique_ptr<ByteStream> OpenFileManager::openReadOnly(const StorageIRI& iri,
                                                           const std::shared_ptr<CloudClient>& client,
                                                           const Engine& engine) {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri);
+    CLOUDPROVIDER_TRACE_FUNCTION(" iri=", iri);
     return openToRead(iri, false, client, engine).stream;
 }
 
 OpenFileManager::VersionStream OpenFileManager::openVersion(const StorageIRI& iri,
                                                             const std::shared_ptr<CloudClient>& client,
                                                             const Engine& engine) {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri);
+    CLOUDPROVIDER_TRACE_FUNCTION(" iri=", iri);
     return openToRead(iri, true, client, engine);
 }
 
@@ -131,8 +129,7 @@ OpenFileManager::VersionStream OpenFileManager::openToRead(const StorageIRI& iri
 std::unique_ptr<ByteStream> OpenFileManager::openReadWrite(const StorageIRI& iri, const ByteStreamOpenOptions& options,
                                                            const std::shared_ptr<CloudClient>& client,
                                                            const Engine& engine) {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri, " options=", options);
+    CLOUDPROVIDER_TRACE_FUNCTION(" iri=", iri, " options=", options);
     auto stream = std::make_unique<OpenFileByteStream>(options.writeMode);
     auto& inner = *stream;
     std::unique_ptr<ByteStream> result;
@@ -149,8 +146,7 @@ std::unique_ptr<ByteStream> OpenFileManager::openReadWrite(const StorageIRI& iri
 std::unique_ptr<ByteStream> OpenFileManager::openReplacement(const StorageIRI& iri,
                                                              const std::shared_ptr<CloudClient>& client,
                                                              const ExpectedObject& expected, const Engine& engine) {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri);
+    CLOUDPROVIDER_TRACE_FUNCTION(" iri=", iri);
     auto stream = std::make_unique<OpenFileByteStream>(ByteStreamOpenOptions::WriteMode::Positioned);
     auto& inner = *stream;
     auto writeOnly = std::make_unique<WriteOnlyByteStream>(std::move(stream));
@@ -162,8 +158,7 @@ std::unique_ptr<ByteStream> OpenFileManager::openReplacement(const StorageIRI& i
 std::unique_ptr<ByteStream> OpenFileManager::openSequentially(const StorageIRI& iri,
                                                               const std::shared_ptr<CloudClient>& client,
                                                               const ExpectedObject& expected, const Engine& engine) {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri);
+    CLOUDPROVIDER_TRACE_FUNCTION(" iri=", iri);
     auto hold = std::make_unique<ExclusiveHold>(*this, iri, client, Openers::Refused);
     auto context = makeContext(iri, client, engine);
     context->version.replace(expected);
@@ -175,8 +170,7 @@ std::unique_ptr<ByteStream> OpenFileManager::openSequentially(const StorageIRI& 
 std::unique_ptr<ByteStream> OpenFileManager::openToReadSequentially(const StorageIRI& iri,
                                                                     const std::shared_ptr<CloudClient>& client,
                                                                     const Engine& engine) {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri);
+    CLOUDPROVIDER_TRACE_FUNCTION(" iri=", iri);
     if (isOpen(iri, client)) {
         return openReadOnly(iri, client, engine);
     }
@@ -197,10 +191,10 @@ OpenFileManager::Acquired OpenFileManager::acquirePartManager(const StorageIRI& 
     CLOUDPROVIDER_TRACE_FUNCTION();
     const Object object(withoutAuthority(iri), originalOf(client));
     while (true) {
-        std::unique_lock lock(m_mutex);
+        foundation::MutexLock lock(m_mutex);
         // Looked up again after each wait: the entry may have gone, and come back, meanwhile.
         auto known = m_table.end();
-        waitInScope(m_initialised, lock, [&] {
+        waitInScope(m_initialised, lock, [&]() CLOUDPROVIDER_REQUIRES(m_mutex) {
             known = m_table.find(object);
             if (known == m_table.end() || !known->second.isInitialising) {
                 return true;
@@ -260,7 +254,7 @@ OpenFileManager::Acquired OpenFileManager::makePartManager(const StorageIRI& iri
 }
 
 void OpenFileManager::forget(const Object& object, const OpenPartManager* manager) noexcept {
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     const auto entry = m_table.find(object);
     if (entry != m_table.end() && !entry->second.isInitialising && entry->second.identity == manager) {
         m_table.erase(entry);
@@ -268,10 +262,9 @@ void OpenFileManager::forget(const Object& object, const OpenPartManager* manage
 }
 
 bool OpenFileManager::isOpen(const StorageIRI& iri, const std::shared_ptr<CloudClient>& client) const {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri);
+    CLOUDPROVIDER_TRACE_FUNCTION(" iri=", iri);
     const Object object(withoutAuthority(iri), originalOf(client));
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     return isOpenLocked(object);
 }
 

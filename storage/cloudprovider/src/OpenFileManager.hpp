@@ -8,13 +8,12 @@
 
 #include <foundation/storage/provider/ByteStream.hpp>
 #include <foundation/storage/provider/StorageIRI.hpp>
+#include <foundation/threads/Mutex.hpp>
 #include <storage/cloudprovider/ExtendedCloudClient.hpp>
 
-#include <condition_variable>
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <utility>
 
@@ -134,14 +133,13 @@ private:
     /// Result   the version, as of Acquired.
     std::string open(OpenFileByteStream& stream, const StorageIRI& iri, const Opening& opening,
                      const std::shared_ptr<CloudClient>& client);
-    bool isOpenLocked(const Object& object) const;
+    bool isOpenLocked(const Object& object) const CLOUDPROVIDER_REQUIRES(m_mutex);
     void forget(const Object& object, const OpenPartManager* manager) noexcept;
 
-    // Guards the table; a leaf in the lock order. Never own a manager under it: letting go of the last owner
-    // writes to the store.
-    mutable std::mutex m_mutex;
-    std::condition_variable m_initialised;
-    std::map<Object, Entry> m_table;
+    // A leaf in the lock order. Never own a manager under it: letting go of the last owner writes to the store.
+    mutable foundation::Mutex m_mutex;
+    foundation::ConditionVariable m_initialised;
+    std::map<Object, Entry> m_table CLOUDPROVIDER_GUARDED_BY(m_mutex);
 };
 
 }  // namespace storage::cloudprovider

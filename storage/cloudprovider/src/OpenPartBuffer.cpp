@@ -62,21 +62,20 @@ private:
 
 OpenPartBuffer::OpenPartBuffer(PartInfo info, LocalDataVersion version, std::uint64_t capacity,
                                std::shared_ptr<OpenFileContext> context)
-    : m_info(std::move(info)),
+    : m_capacity(capacity),
+      m_context(std::move(context)),
+      m_info(std::move(info)),
       m_localDataVersion(version),
-      m_capacity(capacity),
       m_storedSize(version == LocalDataVersion::CLOUD ? m_info.Size : 0),
-      m_scheduledSize(m_storedSize),
-      m_context(std::move(context)) {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    CLOUDPROVIDER_TRACE_ARGUMENTS(" m_info=", m_info, " m_localDataVersion=", m_localDataVersion);
+      m_scheduledSize(m_storedSize) {
+    CLOUDPROVIDER_TRACE_FUNCTION(" m_info=", m_info, " m_localDataVersion=", m_localDataVersion);
 }
 
 OpenPartBuffer::~OpenPartBuffer() = default;
 
 std::uint64_t OpenPartBuffer::size() const {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     return m_info.Size;
 }
 
@@ -91,25 +90,25 @@ void OpenPartBuffer::open() {
 
 bool OpenPartBuffer::isOpen() const {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     return m_openCount != 0;
 }
 
 char* OpenPartBuffer::data() {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     return m_buffer ? m_buffer->data() : nullptr;
 }
 
 const char* OpenPartBuffer::data() const {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     return m_buffer ? std::as_const(*m_buffer).data() : nullptr;
 }
 
 void OpenPartBuffer::reserve(std::uint64_t size) {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     if (m_buffer) {
         m_buffer->reserve(std::min(size, m_capacity));
     }
@@ -122,22 +121,22 @@ void OpenPartBuffer::close() {
 
 bool OpenPartBuffer::incrementOpenCount() {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    std::unique_lock lock(m_mutex);
-    waitInScope(m_condition, lock, [this] { return m_openCount == 0 || m_buffer; });
+    foundation::MutexLock lock(m_mutex);
+    waitInScope(m_condition, lock, [this]() CLOUDPROVIDER_REQUIRES(m_mutex) { return !isLoading(); });
     if (m_openCount == 0 && m_buffer) {
         m_buffer->open();  // before counting: when it fails nothing has changed
     }
     ++m_openCount;
-    m_condition.notify_all();
+    m_condition.notifyAll();
     return m_buffer != nullptr;
 }
 
 bool OpenPartBuffer::decrementOpenCount() {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     assert(m_openCount != 0 && "a part is closed as often as it was opened");
     --m_openCount;
-    m_condition.notify_all();
+    m_condition.notifyAll();
     if (m_openCount != 0) {
         return false;
     }
@@ -149,15 +148,15 @@ bool OpenPartBuffer::decrementOpenCount() {
 
 void OpenPartBuffer::setOpenBuffer(std::unique_ptr<Buffer> buffer) {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     buffer->reserve(m_info.Size);
     m_buffer.swap(buffer);
-    m_condition.notify_all();
+    m_condition.notifyAll();
 }
 
 void OpenPartBuffer::download() {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    std::unique_lock lock(m_mutex);
+    foundation::MutexLock lock(m_mutex);
     const ObjectRange range{m_info.Offset, m_storedSize, m_isOnlyPart};
     lock.unlock();
 
@@ -172,12 +171,12 @@ void OpenPartBuffer::download() {
 
 void OpenPartBuffer::fill(std::string_view stored) {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    assert(stored.size() == m_storedSize && !m_buffer && m_openCount == 0 && "the part is new, and the bytes its own");
     auto buffer = buildOpenBuffer();
     buffer->reserve(stored.size());
     std::memcpy(buffer->data(), stored.data(), stored.size());
     buffer->close();
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
+    assert(stored.size() == m_storedSize && !m_buffer && m_openCount == 0 && "the part is new, and the bytes its own");
     m_buffer = std::move(buffer);
 }
 
@@ -203,7 +202,7 @@ bool OpenPartBuffer::openIfModified() {
 void OpenPartBuffer::discardIfUnmodified() {
     CLOUDPROVIDER_TRACE_FUNCTION();
     std::unique_ptr<Buffer> discarded;  // its file is deleted outside the lock
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     if (m_localDataVersion == LocalDataVersion::CLOUD) {
         discarded = takeUnusedBuffer();
     }
@@ -212,15 +211,14 @@ void OpenPartBuffer::discardIfUnmodified() {
 void OpenPartBuffer::discardIfBlank() {
     CLOUDPROVIDER_TRACE_FUNCTION();
     std::unique_ptr<Buffer> discarded;  // as above
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     if (!m_isWritten && m_storedSize == 0) {
         discarded = takeUnusedBuffer();
     }
 }
 
 std::shared_ptr<OpenPartBuffer> OpenPartBuffer::makeShortened(std::uint64_t size, std::uint64_t capacity) const {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    CLOUDPROVIDER_TRACE_ARGUMENTS(" size=", size);
+    CLOUDPROVIDER_TRACE_FUNCTION(" size=", size);
     auto shortened = std::make_shared<OpenPartBuffer>(PartInfo{index(), offset(), size, {}}, LocalDataVersion::NEW,
                                                       capacity, m_context);
     std::unique_ptr<Buffer> copy;
@@ -228,11 +226,13 @@ std::shared_ptr<OpenPartBuffer> OpenPartBuffer::makeShortened(std::uint64_t size
         copy = shortened->buildOpenBuffer();
         copy->reserve(size);
     }
-    const std::lock_guard lock(m_mutex);
+    foundation::MutexLock lock(m_mutex);
     assert(size < m_info.Size && "only what is there is cut off");
-    shortened->m_storedSize = std::min(m_storedSize, size);
-    shortened->m_scheduledSize = shortened->m_storedSize;
-    if (copy && m_buffer) {  // else they were given up meanwhile, and can be had again
+    const auto storedSize = std::min(m_storedSize, size);
+    const bool isWritten = m_isWritten;
+    if (!m_buffer) {
+        copy.reset();  // they were given up meanwhile, and can be had again
+    } else if (copy) {
         if (m_openCount == 0) {
             m_buffer->open();
         }
@@ -241,16 +241,25 @@ std::shared_ptr<OpenPartBuffer> OpenPartBuffer::makeShortened(std::uint64_t size
             m_buffer->close();
         }
         copy->close();
-        shortened->m_buffer = std::move(copy);
-        shortened->m_isWritten = m_isWritten;
     }
+    lock.unlock();
+    shortened->takeShortened(storedSize, std::move(copy), isWritten);
     return shortened;
+}
+
+// What makeShortened has found out; nobody else knows the part yet.
+void OpenPartBuffer::takeShortened(std::uint64_t storedSize, std::unique_ptr<Buffer> copy, bool isWritten) noexcept {
+    const foundation::MutexLock lock(m_mutex);
+    m_storedSize = storedSize;
+    m_scheduledSize = storedSize;
+    m_isWritten = copy && isWritten;
+    m_buffer = std::move(copy);
 }
 
 void OpenPartBuffer::invalidate() noexcept {
     CLOUDPROVIDER_TRACE_FUNCTION();
     std::unique_ptr<Buffer> discarded;  // as above
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     m_localDataVersion = LocalDataVersion::INVALID;
     m_storedSize = 0;
     m_scheduledSize = 0;
@@ -261,20 +270,20 @@ void OpenPartBuffer::invalidate() noexcept {
 
 void OpenPartBuffer::waitForLoading() {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    std::unique_lock lock(m_mutex);
-    m_condition.wait(lock, [this] { return m_openCount == 0 || m_buffer; });
+    foundation::MutexLock lock(m_mutex);
+    m_condition.wait(lock, [this]() CLOUDPROVIDER_REQUIRES(m_mutex) { return !isLoading(); });
 }
 
 void OpenPartBuffer::markModified() {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     m_localDataVersion = LocalDataVersion::NEW;
     m_isWritten = true;
 }
 
 std::optional<PartInfo> OpenPartBuffer::markUploading() {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     if (m_localDataVersion != LocalDataVersion::NEW) {
         return std::nullopt;
     }
@@ -288,7 +297,7 @@ std::optional<PartInfo> OpenPartBuffer::markUploading() {
 
 bool OpenPartBuffer::markUploadFailed() noexcept {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     assert(m_localDataVersion != LocalDataVersion::CLOUD && "only what was handed over can be taken back");
     if (m_localDataVersion == LocalDataVersion::INVALID) {
         return true;
@@ -298,14 +307,14 @@ bool OpenPartBuffer::markUploadFailed() noexcept {
 
 void OpenPartBuffer::recordUpload(std::uint64_t size, std::string tag) noexcept {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     assert(size <= m_info.Size && "a part never shrinks");
     m_uploaded = Uploaded{size, std::move(tag)};
 }
 
 void OpenPartBuffer::markUploaded() noexcept {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     m_storedSize = m_uploaded ? m_uploaded->size : m_scheduledSize;
     m_scheduledSize = m_storedSize;
     m_uploaded.reset();
@@ -319,7 +328,7 @@ void OpenPartBuffer::markUploaded() noexcept {
 
 void OpenPartBuffer::forgetUpload() noexcept {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     m_uploaded.reset();
     m_info.Tag.clear();
     m_scheduledSize = m_storedSize;
@@ -330,7 +339,7 @@ void OpenPartBuffer::forgetUpload() noexcept {
 
 std::optional<PartInfo> OpenPartBuffer::storedRecord() const {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     if (m_localDataVersion != LocalDataVersion::CLOUD || m_uploaded || m_storedSize == 0) {
         return std::nullopt;
     }
@@ -339,7 +348,7 @@ std::optional<PartInfo> OpenPartBuffer::storedRecord() const {
 
 std::optional<PartInfo> OpenPartBuffer::uploadedRecord() const {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     if (!m_uploaded) {
         return std::nullopt;
     }
@@ -347,64 +356,62 @@ std::optional<PartInfo> OpenPartBuffer::uploadedRecord() const {
 }
 
 std::uint64_t OpenPartBuffer::increaseSize(std::uint64_t amount) {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    CLOUDPROVIDER_TRACE_ARGUMENTS(" amount=", amount);
-    const std::lock_guard lock(m_mutex);
+    CLOUDPROVIDER_TRACE_FUNCTION(" amount=", amount);
+    const foundation::MutexLock lock(m_mutex);
     return growTo(saturatingAdd(m_info.Size, amount));
 }
 
 std::uint64_t OpenPartBuffer::increaseSize(std::uint64_t amount, std::uint64_t offset) {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    CLOUDPROVIDER_TRACE_ARGUMENTS(" amount=", amount, " offset=", offset);
-    const std::lock_guard lock(m_mutex);
+    CLOUDPROVIDER_TRACE_FUNCTION(" amount=", amount, " offset=", offset);
+    const foundation::MutexLock lock(m_mutex);
     return growTo(saturatingAdd(offset, amount));
 }
 
 std::uint64_t OpenPartBuffer::increaseSizeToMax() {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     return growTo(m_capacity);
 }
 
 PartInfo OpenPartBuffer::info() const {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     return m_info;
 }
 
 // Untraced: it is most of what a small read does, and doRead is traced.
 OpenPartBuffer::View OpenPartBuffer::view() const {
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     return {m_buffer ? m_buffer->data() : nullptr, m_info.Size, m_localDataVersion};
 }
 
 LocalDataVersion OpenPartBuffer::localDataVersion() const {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     return m_localDataVersion;
 }
 
 bool OpenPartBuffer::hasLocalBytes() const {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     return m_buffer != nullptr;
 }
 
 std::uint64_t OpenPartBuffer::index() const {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     return m_info.Index;
 }
 
 std::uint64_t OpenPartBuffer::offset() const {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     return m_info.Offset;
 }
 
 std::uint64_t OpenPartBuffer::end() const {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     return m_info.Offset + m_info.Size;
 }
 
@@ -415,26 +422,26 @@ std::uint64_t OpenPartBuffer::capacity() const {
 
 std::uint64_t OpenPartBuffer::capacityEnd() const {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     return m_info.Offset + m_capacity;
 }
 
 bool OpenPartBuffer::isOnlyPart() const {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     return m_isOnlyPart;
 }
 
 void OpenPartBuffer::setIsOnlyPart(bool isOnlyPart) {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     m_isOnlyPart = isOnlyPart;
 }
 
 // The stored object ends where the part ended before: unless the part is sent anew, the write-back would copy, or
 // complete the upload with, bytes that the store does not have. Hence NEW at once, before the bytes are there; who
-// writes them marks the part again. Call with the mutex held: where the buffer needs room first, that is a system call
-// under it, as mapping is, so that nobody sees a size that has none.
+// writes them marks the part again. Where the buffer needs room first, that is a system call under the mutex, as
+// mapping is, so that nobody sees a size that has none.
 std::uint64_t OpenPartBuffer::growTo(std::uint64_t size) {
     const auto former = m_info.Size;
     if (const auto grown = std::min(size, m_capacity); grown > former) {
@@ -447,14 +454,19 @@ std::uint64_t OpenPartBuffer::growTo(std::uint64_t size) {
     return former;
 }
 
-// Empty while somebody has the part open. Call with the mutex held, and let go of the buffer without it.
+// Empty while somebody has the part open. Let go of the buffer without the mutex.
 std::unique_ptr<Buffer> OpenPartBuffer::takeUnusedBuffer() noexcept {
     return m_openCount == 0 ? std::move(m_buffer) : nullptr;
 }
 
+// Some opener brings the bytes local.
+bool OpenPartBuffer::isLoading() const {
+    return m_openCount != 0 && !m_buffer;
+}
+
 // By what is stored, not by the state: a part may have become NEW without having been local, and keeps its bytes.
 void OpenPartBuffer::loadAsFirstOpener() {
-    std::unique_lock lock(m_mutex);
+    foundation::MutexLock lock(m_mutex);
     const bool hasStoredBytes = m_storedSize != 0;
     lock.unlock();
     if (hasStoredBytes) {

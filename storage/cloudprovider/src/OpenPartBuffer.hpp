@@ -5,12 +5,11 @@
 #include "LocalDataVersion.hpp"
 #include "OpenFileContext.hpp"
 
+#include <foundation/threads/Mutex.hpp>
 #include <storage/cloudprovider/PartInfo.hpp>
 
-#include <condition_variable>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -162,27 +161,31 @@ private:
         std::string tag;
     };
 
+    bool isLoading() const CLOUDPROVIDER_REQUIRES(m_mutex);
     void loadAsFirstOpener();
-    std::uint64_t growTo(std::uint64_t size);
-    std::unique_ptr<Buffer> takeUnusedBuffer() noexcept;
+    std::uint64_t growTo(std::uint64_t size) CLOUDPROVIDER_REQUIRES(m_mutex);
+    std::unique_ptr<Buffer> takeUnusedBuffer() noexcept CLOUDPROVIDER_REQUIRES(m_mutex);
     std::unique_ptr<Buffer> buildOpenBuffer() const;
+    void takeShortened(std::uint64_t storedSize, std::unique_ptr<Buffer> copy, bool isWritten) noexcept;
 
-    // Guards every field below; taken last, never two parts' at once. Buffers are mapped, unmapped and given room under
-    // it.
-    mutable std::mutex m_mutex;
-    std::condition_variable m_condition;  // signalled when m_openCount or m_buffer changes
-
-    PartInfo m_info;
-    std::unique_ptr<Buffer> m_buffer;
-    std::uint64_t m_openCount = 0;
-    LocalDataVersion m_localDataVersion;
-    bool m_isWritten = false;  // m_buffer has bytes that can be neither fetched nor made again
-    bool m_isOnlyPart = false;
     const std::uint64_t m_capacity;
-    std::uint64_t m_storedSize;          // leading bytes that the stored object has
-    std::uint64_t m_scheduledSize;       // size handed to the upload last, else m_storedSize
-    std::optional<Uploaded> m_uploaded;  // m_info.Tag is that of the stored part
     const std::shared_ptr<OpenFileContext> m_context;
+
+    // Taken last, never two parts' at once. Buffers are mapped, unmapped and given room under it.
+    mutable foundation::Mutex m_mutex;
+    foundation::ConditionVariable m_condition;  // signalled when m_openCount or m_buffer changes
+
+    PartInfo m_info CLOUDPROVIDER_GUARDED_BY(m_mutex);
+    std::unique_ptr<Buffer> m_buffer CLOUDPROVIDER_GUARDED_BY(m_mutex);
+    std::uint64_t m_openCount CLOUDPROVIDER_GUARDED_BY(m_mutex) = 0;
+    LocalDataVersion m_localDataVersion CLOUDPROVIDER_GUARDED_BY(m_mutex);
+    // m_buffer has bytes that can be neither fetched nor made again.
+    bool m_isWritten CLOUDPROVIDER_GUARDED_BY(m_mutex) = false;
+    bool m_isOnlyPart CLOUDPROVIDER_GUARDED_BY(m_mutex) = false;
+    std::uint64_t m_storedSize CLOUDPROVIDER_GUARDED_BY(m_mutex);  // leading bytes that the stored object has
+    // The size that was handed to the upload last, else m_storedSize.
+    std::uint64_t m_scheduledSize CLOUDPROVIDER_GUARDED_BY(m_mutex);
+    std::optional<Uploaded> m_uploaded CLOUDPROVIDER_GUARDED_BY(m_mutex);  // m_info.Tag is that of the stored part
 };
 
 /// Keeps a part open, from construction to close or destruction. Move-only.

@@ -13,30 +13,38 @@
 
 #include <storage/cloudprovider/CloudException.hpp>
 
-#include <boost/thread/lock_types.hpp>
-
 #include <algorithm>
 #include <iterator>
+#include <mutex>
 #include <utility>
 
 namespace storage::cloudprovider {
 
 namespace {
 
-using SharedGate = boost::shared_lock<boost::shared_mutex>;
-using ExclusiveGate = boost::unique_lock<boost::shared_mutex>;
+using SharedGate = foundation::SharedLock<boost::shared_mutex>;
+using ExclusiveGate = foundation::ExclusiveLock<boost::shared_mutex>;
 
-// Who reads may be interrupted while a store that is under way has the gate.
-SharedGate shareInScope(boost::shared_mutex& mutex) {
-    if (!foundation::InterruptScope::current()) {
-        return SharedGate(mutex);
+// The same for who reads: he may be interrupted while a store that is under way has the gate.
+class CLOUDPROVIDER_SCOPED_CAPABILITY InterruptibleGate {
+public:
+    explicit InterruptibleGate(foundation::SharedMutex<boost::shared_mutex>& gate) CLOUDPROVIDER_ACQUIRE_SHARED(gate)
+        : m_gate(gate) {
+        if (!foundation::InterruptScope::current()) {
+            m_gate.lockShared();
+            return;
+        }
+        while (!m_gate.tryLockSharedFor(boost::chrono::milliseconds(kInterruptInterval.count()))) {
+            foundation::InterruptScope::throwIfRequested();
+        }
     }
-    SharedGate gate(mutex, boost::defer_lock);
-    while (!gate.try_lock_for(boost::chrono::milliseconds(kInterruptInterval.count()))) {
-        foundation::InterruptScope::throwIfRequested();
-    }
-    return gate;
-}
+    InterruptibleGate(const InterruptibleGate&) = delete;
+    InterruptibleGate& operator=(const InterruptibleGate&) = delete;
+    ~InterruptibleGate() CLOUDPROVIDER_RELEASE() { m_gate.unlockShared(); }
+
+private:
+    foundation::SharedMutex<boost::shared_mutex>& m_gate;
+};
 
 // How often a write-back tries to transfer a part that others change meanwhile.
 constexpr int kMostRounds = 4;
@@ -96,8 +104,7 @@ OpenPartManager::~OpenPartManager() {
 }
 
 bool OpenPartManager::initPreserveExisting(bool requirePresent, Start start) {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    CLOUDPROVIDER_TRACE_ARGUMENTS(" requirePresent=", requirePresent);
+    CLOUDPROVIDER_TRACE_FUNCTION(" requirePresent=", requirePresent);
     std::string bytes;
     auto& client = *m_context->client;
     auto stored = start == Start::Fetch ? client.describeWithStart(m_context->key, kMostStart, bytes)
@@ -124,7 +131,7 @@ bool OpenPartManager::initPreserveExisting(bool requirePresent, Start start) {
         parts.front()->fill(bytes);
         keepInCache(parts.front());
     }
-    const std::lock_guard lock(m_partsMutex);
+    const foundation::MutexLock lock(m_partsMutex);
     m_parts = std::move(parts);
     return stored.has_value();
 }
@@ -160,8 +167,7 @@ void OpenPartManager::storeChanges() {
 }
 
 bool OpenPartManager::resize(std::uint64_t size) {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    CLOUDPROVIDER_TRACE_ARGUMENTS(" size=", size);
+    CLOUDPROVIDER_TRACE_FUNCTION(" size=", size);
     const ExclusiveGate gate(m_streamGate);
     std::vector<Part> removed;
     bool isChanged = false;
@@ -205,19 +211,18 @@ ChangePoint OpenPartManager::changePoint() const noexcept {
 
 std::uint64_t OpenPartManager::getFileSize() const {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    const std::lock_guard lock(m_partsMutex);
+    const foundation::MutexLock lock(m_partsMutex);
     return m_parts.back()->end();
 }
 
 void OpenPartManager::checkRoomFor(std::uint64_t fileOffset, std::uint64_t count) const {
-    const std::lock_guard lock(m_partsMutex);
+    const foundation::MutexLock lock(m_partsMutex);
     m_newParts.checkFileSize(saturatingAdd(fileOffset, count), m_context->key);
 }
 
 std::uint64_t OpenPartManager::findPartIndex(std::uint64_t fileOffset) const {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    CLOUDPROVIDER_TRACE_ARGUMENTS(" fileOffset=", fileOffset);
-    std::unique_lock lock(m_partsMutex);
+    CLOUDPROVIDER_TRACE_FUNCTION(" fileOffset=", fileOffset);
+    foundation::MutexLock lock(m_partsMutex);
     const auto part =
         std::upper_bound(m_parts.begin(), m_parts.end(), fileOffset,
                          [](std::uint64_t offset, const Part& candidate) { return offset < candidate->capacityEnd(); });
@@ -226,14 +231,13 @@ std::uint64_t OpenPartManager::findPartIndex(std::uint64_t fileOffset) const {
         partIndex = m_newParts.indexBehind(partIndex, fileOffset - m_parts.back()->capacityEnd());
     }
     lock.unlock();
-    CLOUDPROVIDER_TRACE_ARGUMENTS("partIndex", '=', partIndex);
+    CLOUDPROVIDER_TRACE_VALUES("partIndex", '=', partIndex);
     return partIndex;
 }
 
 std::unique_ptr<OpenPartDevice> OpenPartManager::openPart(std::uint64_t fileOffset, bool createIfNonExistent) {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    CLOUDPROVIDER_TRACE_ARGUMENTS(" fileOffset=", fileOffset, " createIfNonExistent=", createIfNonExistent);
-    const auto gate = shareInScope(m_streamGate);
+    CLOUDPROVIDER_TRACE_FUNCTION(" fileOffset=", fileOffset, " createIfNonExistent=", createIfNonExistent);
+    const InterruptibleGate gate(m_streamGate);
     return openPartGated(fileOffset, createIfNonExistent);
 }
 
@@ -248,7 +252,7 @@ std::unique_ptr<OpenPartDevice> OpenPartManager::openPartGated(std::uint64_t fil
     const auto partIndex = findPartIndex(fileOffset);
     std::unique_ptr<OpenPartDevice> device;
     while (!device) {
-        std::unique_lock lock(m_partsMutex);
+        foundation::MutexLock lock(m_partsMutex);
         if (!createIfNonExistent && fileOffset >= m_parts.back()->end()) {
             return nullptr;
         }
@@ -298,7 +302,7 @@ std::vector<std::shared_ptr<OpenPartBuffer>> OpenPartManager::partsAhead(const O
         std::min<std::size_t>(m_context->options.readAheadParts, m_context->client->limits().UsefulDownloads);
     const auto first = part.index() + 1;
     std::vector<Part> ahead;
-    const std::lock_guard lock(m_partsMutex);
+    const foundation::MutexLock lock(m_partsMutex);
     for (auto index = first; index < m_parts.size() && index < first + most; ++index) {
         if (m_parts[index]->localDataVersion() == LocalDataVersion::CLOUD && m_parts[index]->size() != 0) {
             ahead.push_back(m_parts[index]);
@@ -313,11 +317,11 @@ void OpenPartManager::rerunFailedUploads() {
     retiringWhenReplaced([&] { m_uploadManager->rerunFailedUploads(); });
 }
 
-// Under both gates, held exclusively: nobody opens or closes a part, nor puts bytes into one. What may fail comes
+// Under the size gate, too: nobody opens or closes a part, nor puts bytes into one. What may fail comes
 // first.
 std::vector<std::shared_ptr<OpenPartBuffer>> OpenPartManager::cutOff(std::uint64_t size) {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    std::unique_lock lock(m_partsMutex);
+    foundation::MutexLock lock(m_partsMutex);
     const auto parts = m_parts;
     lock.unlock();
     auto cut = prepareCut(parts, size);
@@ -361,7 +365,7 @@ OpenPartManager::Cut OpenPartManager::prepareCut(const std::vector<Part>& parts,
 void OpenPartManager::growTo(std::uint64_t size) {
     CLOUDPROVIDER_TRACE_FUNCTION();
     const auto partIndex = findPartIndex(size - 1);
-    std::unique_lock lock(m_partsMutex);
+    foundation::MutexLock lock(m_partsMutex);
     const Part last = m_parts.back();
     lock.unlock();
     if (partIndex == last->index()) {
@@ -385,10 +389,10 @@ void OpenPartManager::flushParts(ObjectWriter::Bytes bytes) {
         return;
     }
     const auto begun = m_streams.beginStore();
-    std::unique_lock lock(m_partsMutex);
+    foundation::MutexLock lock(m_partsMutex);
     const auto parts = m_parts;
     lock.unlock();
-    retiringWhenReplaced([&] {
+    retiringWhenReplaced([&]() CLOUDPROVIDER_REQUIRES(m_streamGate) {
         m_objectWriter.settle();
         if (isPutAsWhole(parts)) {
             flushSinglePartFile(parts.front(), bytes);
@@ -533,7 +537,7 @@ void OpenPartManager::scheduleUpload(const Part& part) {
     }
 }
 
-// Gives up what was sent; it is NEW again. With the gate held exclusively: nobody sends anything meanwhile.
+// Gives up what was sent; it is NEW again. Under the gate nobody sends anything meanwhile.
 void OpenPartManager::cancelUpload() noexcept {
     CLOUDPROVIDER_TRACE_FUNCTION();
     try {
@@ -541,7 +545,7 @@ void OpenPartManager::cancelUpload() noexcept {
     } catch (...) {
         traceCaughtException();
     }
-    const std::lock_guard lock(m_partsMutex);
+    const foundation::MutexLock lock(m_partsMutex);
     for (const auto& part : m_parts) {
         part->forgetUpload();
     }
@@ -562,7 +566,7 @@ void OpenPartManager::keepInCache(const Part& part) noexcept {
 
 bool OpenPartManager::isSinglePartFile() const {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    const std::lock_guard lock(m_partsMutex);
+    const foundation::MutexLock lock(m_partsMutex);
     return m_parts.size() == 1;
 }
 
@@ -578,7 +582,7 @@ std::unique_ptr<OpenPartDevice> OpenPartManager::openDevice(const Part& part, st
 std::unique_ptr<OpenPartDevice> OpenPartManager::openNewPart(std::uint64_t partIndex, std::uint64_t fileOffset) {
     CLOUDPROVIDER_TRACE_FUNCTION();
     m_newParts.capacityOf(partIndex, fileOffset, m_context->key);  // before the many parts of a long gap are made
-    std::unique_lock lock(m_partsMutex);
+    foundation::MutexLock lock(m_partsMutex);
     const auto formerCount = m_parts.size();
     const Part last = m_parts.back();
     lock.unlock();
@@ -610,7 +614,7 @@ std::vector<std::shared_ptr<OpenPartBuffer>> OpenPartManager::makePartsBehind(co
     return newParts;
 }
 
-// With m_partsMutex held. What may fail comes first. Twice the room: filling a vector by exact sizes would copy it each
+// What may fail comes first. Twice the room: filling a vector by exact sizes would copy it each
 // time.
 void OpenPartManager::appendLocked(const std::vector<Part>& newParts) {
     if (const auto count = m_parts.size() + newParts.size(); count > m_parts.capacity()) {
@@ -620,7 +624,7 @@ void OpenPartManager::appendLocked(const std::vector<Part>& newParts) {
     m_parts.insert(m_parts.end(), newParts.begin(), newParts.end());
     m_parts.front()->setIsOnlyPart(false);
     for (const auto& part : newParts) {
-        CLOUDPROVIDER_TRACE_ARGUMENTS("Adding new part with index ", part->index());
+        CLOUDPROVIDER_TRACE_VALUES("Adding new part with index ", part->index());
     }
 }
 

@@ -12,6 +12,8 @@
 #include "ReadAhead.hpp"
 #include "StreamRegister.hpp"
 
+#include <foundation/threads/Mutex.hpp>
+#include <foundation/threads/SharedMutex.hpp>
 #include <storage/cloudprovider/PartInfo.hpp>
 
 #include <boost/thread/shared_mutex.hpp>
@@ -19,7 +21,6 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <shared_mutex>
 #include <vector>
@@ -136,31 +137,34 @@ private:
         PartSizes newParts;
     };
 
-    std::vector<Part> cutOff(std::uint64_t size);
-    Cut prepareCut(const std::vector<Part>& parts, std::uint64_t size) const;
-    void growTo(std::uint64_t size);
+    std::vector<Part> cutOff(std::uint64_t size) CLOUDPROVIDER_REQUIRES(m_streamGate);
+    Cut prepareCut(const std::vector<Part>& parts, std::uint64_t size) const CLOUDPROVIDER_REQUIRES(m_streamGate);
+    void growTo(std::uint64_t size) CLOUDPROVIDER_REQUIRES(m_streamGate);
     void flushParts(ObjectWriter::Bytes bytes);
-    bool isPutAsWhole(const std::vector<Part>& parts) const;
-    void cancelUpload() noexcept;
-    void flushSinglePartFile(const Part& part, ObjectWriter::Bytes bytes);
-    void flushMultiPartFile(const std::vector<Part>& parts);
-    void transferMissing(const std::vector<Part>& parts, const std::shared_ptr<ReusedRuns>& runs);
+    bool isPutAsWhole(const std::vector<Part>& parts) const CLOUDPROVIDER_REQUIRES(m_streamGate);
+    void cancelUpload() noexcept CLOUDPROVIDER_REQUIRES(m_streamGate);
+    void flushSinglePartFile(const Part& part, ObjectWriter::Bytes bytes) CLOUDPROVIDER_REQUIRES(m_streamGate);
+    void flushMultiPartFile(const std::vector<Part>& parts) CLOUDPROVIDER_REQUIRES(m_streamGate);
+    void transferMissing(const std::vector<Part>& parts, const std::shared_ptr<ReusedRuns>& runs)
+        CLOUDPROVIDER_REQUIRES(m_streamGate);
     void scheduleReuse(const std::vector<Part>& parts, const std::shared_ptr<ReusedRuns>& runs);
     void scheduleRun(std::vector<Part> run, const std::shared_ptr<ReusedRuns>& runs);
     void scheduleUpload(const Part& part);
     void keepInCache(const Part& part) noexcept;
     bool isSinglePartFile() const;
 
+    // The action has the locks that its caller has.
     template <typename Action>
-    auto retiringWhenReplaced(Action action);
+    auto retiringWhenReplaced(Action action) CLOUDPROVIDER_LOCKS_NOT_ANALYSED;
 
-    // With m_streamGate held.
-    std::unique_ptr<OpenPartDevice> openPartGated(std::uint64_t fileOffset, bool createIfNonExistent);
+    std::unique_ptr<OpenPartDevice> openPartGated(std::uint64_t fileOffset, bool createIfNonExistent)
+        CLOUDPROVIDER_REQUIRES_SHARED(m_streamGate);
 
     static std::unique_ptr<OpenPartDevice> openDevice(const Part& part, std::uint64_t fileOffset);
-    std::unique_ptr<OpenPartDevice> openNewPart(std::uint64_t partIndex, std::uint64_t fileOffset);
+    std::unique_ptr<OpenPartDevice> openNewPart(std::uint64_t partIndex, std::uint64_t fileOffset)
+        CLOUDPROVIDER_REQUIRES_SHARED(m_streamGate);
     std::vector<Part> makePartsBehind(const Part& last, std::uint64_t partIndex) const;
-    void appendLocked(const std::vector<Part>& newParts);
+    void appendLocked(const std::vector<Part>& newParts) CLOUDPROVIDER_REQUIRES(m_partsMutex);
     void addNewPartTo(std::vector<Part>& parts, const Part& previous) const;
 
     const std::shared_ptr<OpenFileContext> m_context;
@@ -171,18 +175,18 @@ private:
 
     // The stream gate: shared while a part is opened, closed or sent, exclusive for resizing and the write-back, which
     // does I/O under it on purpose. First in the lock order.
-    boost::shared_mutex m_streamGate;
-    ObjectWriter m_objectWriter;  // guarded by m_streamGate, exclusive
-    bool m_isCut = false;         // likewise: the stored object may be longer than what is left of its parts
-    bool m_isDetached = false;    // changes under m_streamGate, exclusive
+    foundation::SharedMutex<boost::shared_mutex> m_streamGate;
+    ObjectWriter m_objectWriter CLOUDPROVIDER_GUARDED_BY(m_streamGate);
+    bool m_isCut CLOUDPROVIDER_GUARDED_BY(m_streamGate) = false;  // the stored object may be longer than its parts now
+    bool m_isDetached CLOUDPROVIDER_GUARDED_BY(m_streamGate) = false;
 
-    // Shared while bytes are put into a part, exclusive for resizing. Next in the lock order.
+    // Shared while bytes are put into a part, exclusive for resizing. Next in the lock order. Guards no member.
     std::shared_mutex m_sizeGate;
 
-    // Guards the table, not the parts. Behind both gates in the lock order, before one part's mutex.
-    mutable std::mutex m_partsMutex;
-    std::vector<Part> m_parts;  // by index, never empty; none is INVALID
-    PartSizes m_newParts;       // changes under m_streamGate, exclusive, too
+    // For the table, not the parts. Behind both gates in the lock order, before one part's mutex.
+    mutable foundation::Mutex m_partsMutex;
+    std::vector<Part> m_parts CLOUDPROVIDER_GUARDED_BY(m_partsMutex);  // by index, never empty; none is INVALID
+    PartSizes m_newParts;  // changes under both this and m_streamGate, exclusive; either of them is enough to read it
 };
 
 }  // namespace storage::cloudprovider

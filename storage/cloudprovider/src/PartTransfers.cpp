@@ -53,12 +53,12 @@ bool PartUpload::giveBack() noexcept {
 }
 
 void ReusedRuns::add(std::map<std::uint64_t, Run>::node_type run) noexcept {
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     m_runs.insert(std::move(run));
 }
 
 const ReusedRuns::Run* ReusedRuns::find(std::uint64_t index) const {
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     const auto next = m_runs.upper_bound(index);
     if (next == m_runs.begin()) {
         return nullptr;

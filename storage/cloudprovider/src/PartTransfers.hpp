@@ -4,12 +4,12 @@
 #include "OpenPartBuffer.hpp"
 #include "PartTransfer.hpp"
 
+#include <foundation/threads/Mutex.hpp>
 #include <storage/cloudprovider/PartInfo.hpp>
 
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -50,8 +50,9 @@ public:
     const Run* find(std::uint64_t index) const;
 
 private:
-    mutable std::mutex m_mutex;           // guards what follows; a leaf
-    std::map<std::uint64_t, Run> m_runs;  // by the index of the first part; a run stays once it is there
+    mutable foundation::Mutex m_mutex;  // a leaf
+    // By the index of the first part; a run stays once it is there.
+    std::map<std::uint64_t, Run> m_runs CLOUDPROVIDER_GUARDED_BY(m_mutex);
 };
 
 /// Takes neighbouring unchanged parts from the stored object.

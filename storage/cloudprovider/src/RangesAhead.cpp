@@ -66,7 +66,7 @@ void RangesAhead::use(std::size_t count) {
 void RangesAhead::stop() noexcept {
     CLOUDPROVIDER_TRACE_FUNCTION();
     Slots removed;
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     m_isStopped = true;
     for (auto slot = m_slots.begin(); slot != m_slots.end();) {
         const auto at = slot++;
@@ -83,7 +83,7 @@ std::optional<RangesAhead::Room> RangesAhead::leaveFirst() {
     }
     Slots left;
     {
-        const std::lock_guard lock(m_mutex);
+        const foundation::MutexLock lock(m_mutex);
         left.splice(left.end(), m_slots, m_slots.begin());
     }
     m_used = 0;
@@ -117,7 +117,7 @@ void RangesAhead::addRanges(std::optional<Room> room) {
     }
     const auto count = added.size();
     {
-        const std::lock_guard lock(m_mutex);
+        const foundation::MutexLock lock(m_mutex);
         m_isMainContext = foundation::isMainExecutionContext();
         m_interrupts = foundation::InterruptScope::current();
         m_slots.splice(m_slots.end(), added);
@@ -131,8 +131,8 @@ void RangesAhead::addRanges(std::optional<Room> room) {
 void RangesAhead::waitForFirst() {
     const auto first = m_slots.begin();
     {
-        std::unique_lock lock(m_mutex);
-        while (!m_fetched.wait_for(lock, kInterruptInterval, [&] { return first->state != State::Fetching; })) {
+        foundation::MutexLock lock(m_mutex);
+        while (!m_fetched.waitFor(lock, kInterruptInterval, [&] { return first->state != State::Fetching; })) {
             lock.unlock();
             throwIfInterrupted();
             lock.lock();
@@ -153,7 +153,7 @@ void RangesAhead::waitForFirst() {
 
 std::size_t RangesAhead::transferOne() noexcept {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    std::unique_lock lock(m_mutex);
+    foundation::MutexLock lock(m_mutex);
     const auto slot =
         std::find_if(m_slots.begin(), m_slots.end(), [](const Slot& each) { return each.state == State::Queued; });
     if (slot == m_slots.end()) {
@@ -183,13 +183,13 @@ void RangesAhead::fetch(Slot& slot) const {
 
 void RangesAhead::finish(Slots::iterator slot, bool isFetched) noexcept {
     Slots removed;
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     if (m_isStopped) {
         removed.splice(removed.end(), m_slots, slot);
     } else {
         slot->state = isFetched ? State::Kept : State::Queued;
     }
-    m_fetched.notify_all();
+    m_fetched.notifyAll();
 }
 
 }  // namespace storage::cloudprovider

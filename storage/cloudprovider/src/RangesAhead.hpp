@@ -7,13 +7,12 @@
 #include "TransferPool.hpp"
 
 #include <foundation/services/InterruptScope.hpp>
+#include <foundation/threads/Mutex.hpp>
 
-#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <list>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -80,12 +79,15 @@ private:
     std::size_t m_used = 0;   // of the first one's bytes
     std::size_t m_window;     // how many to hold, the first one included
 
-    std::mutex m_mutex;  // guards what follows; a leaf. The reader alone adds ranges, and looks at them without it.
-    std::condition_variable m_fetched;
-    Slots m_slots;                 // in order; the reader is at the first
-    bool m_isMainContext = false;  // of the reader: the host's interrupt reaches it there
-    std::shared_ptr<const foundation::InterruptSource> m_interrupts;
-    bool m_isStopped = false;
+    foundation::Mutex m_mutex;  // a leaf
+    foundation::ConditionVariable m_fetched;
+    // In order; the reader is at the first. Changes under the mutex; the reader, who alone adds ranges, looks at them
+    // without it.
+    Slots m_slots;
+    // Of the reader: the host's interrupt reaches it there, and its own.
+    bool m_isMainContext CLOUDPROVIDER_GUARDED_BY(m_mutex) = false;
+    std::shared_ptr<const foundation::InterruptSource> m_interrupts CLOUDPROVIDER_GUARDED_BY(m_mutex);
+    bool m_isStopped CLOUDPROVIDER_GUARDED_BY(m_mutex) = false;
 };
 
 }  // namespace storage::cloudprovider

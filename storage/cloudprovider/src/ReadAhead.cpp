@@ -17,7 +17,7 @@ std::vector<OpenPartHold> ReadAhead::want(const std::vector<Part>& parts) {
     std::list<Slot> added;
     std::list<Slot> removed;
     {
-        const std::lock_guard lock(m_mutex);
+        const foundation::MutexLock lock(m_mutex);
         dropped.reserve(m_slots.size());
         for (const auto& part : parts) {
             const auto isIt = [&](const Slot& slot) { return slot.part == part && slot.isWanted; };
@@ -42,7 +42,7 @@ std::vector<OpenPartHold> ReadAhead::want(const std::vector<Part>& parts) {
     }
     const auto count = added.size();
     {
-        const std::lock_guard lock(m_mutex);
+        const foundation::MutexLock lock(m_mutex);
         m_slots.splice(m_slots.end(), added);
     }
     if (const auto pool = m_pool.lock(); pool && count != 0) {
@@ -53,7 +53,7 @@ std::vector<OpenPartHold> ReadAhead::want(const std::vector<Part>& parts) {
 
 std::size_t ReadAhead::transferOne() noexcept {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    std::unique_lock lock(m_mutex);
+    foundation::MutexLock lock(m_mutex);
     const auto slot =
         std::find_if(m_slots.begin(), m_slots.end(), [](const Slot& each) { return each.state == State::Queued; });
     if (slot == m_slots.end()) {
@@ -75,7 +75,7 @@ std::size_t ReadAhead::transferOne() noexcept {
 void ReadAhead::finish(std::list<Slot>::iterator slot, std::optional<OpenPartHold> hold) noexcept {
     std::list<Slot> removed;
     {
-        const std::lock_guard lock(m_mutex);
+        const foundation::MutexLock lock(m_mutex);
         if (slot->isWanted && hold) {
             slot->hold.emplace(std::move(*hold));
             slot->state = State::Kept;

@@ -4,11 +4,12 @@
 #include "OpenPartBuffer.hpp"
 #include "TransferPool.hpp"
 
+#include <foundation/threads/Mutex.hpp>
+
 #include <cstddef>
 #include <cstdint>
 #include <list>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <vector>
 
@@ -44,8 +45,8 @@ private:
 
     const std::weak_ptr<TransferPool> m_pool;  // weak: the last owner of this may be one of its threads
 
-    std::mutex m_mutex;  // guards what follows; a leaf
-    std::list<Slot> m_slots;
+    foundation::Mutex m_mutex;  // a leaf
+    std::list<Slot> m_slots CLOUDPROVIDER_GUARDED_BY(m_mutex);
 };
 
 }  // namespace storage::cloudprovider

@@ -37,7 +37,7 @@ SequentialReader::~SequentialReader() {
 
 // Ranges that were left are not there any more: a read that fails in the middle cannot be tried again.
 std::int64_t SequentialReader::doRead(char* buffer, std::int64_t count) {
-    CLOUDPROVIDER_TRACE_CALL(" n=", count);
+    CLOUDPROVIDER_TRACE_FUNCTION(" n=", count);
     const auto wanted = boost::numeric_cast<std::size_t>(count);
     if (!m_ranges) {
         throw host::ByteStreamReadFailure(ErrorCode::Unknown, ExceptionContext("the stream is closed"));
@@ -60,7 +60,7 @@ std::int64_t SequentialReader::doRead(char* buffer, std::int64_t count) {
         throw;
     }
     const std::int64_t bytesRead = isAtEnd && total == 0 ? -1 : static_cast<std::int64_t>(total);
-    CLOUDPROVIDER_TRACE_ARGUMENTS("bytesRead", '=', bytesRead);
+    CLOUDPROVIDER_TRACE_VALUES("bytesRead", '=', bytesRead);
     return bytesRead;
 }
 

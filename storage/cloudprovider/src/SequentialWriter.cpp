@@ -8,6 +8,7 @@
 #include "saturatingAdd.hpp"
 #include "translateException.hpp"
 
+#include <foundation/threads/Mutex.hpp>
 #include <storage/cloudprovider/PartInfo.hpp>
 
 #include <boost/numeric/conversion/cast.hpp>
@@ -15,7 +16,6 @@
 #include <algorithm>
 #include <cstring>
 #include <list>
-#include <mutex>
 #include <utility>
 #include <vector>
 
@@ -34,12 +34,12 @@ struct WrittenPart {
 class SentParts {
 public:
     void add(std::list<PartInfo>& record) noexcept {
-        const std::lock_guard lock(m_mutex);
+        const foundation::MutexLock lock(m_mutex);
         m_records.splice(m_records.end(), record);
     }
 
     std::vector<PartInfo> inOrder() const {
-        const std::lock_guard lock(m_mutex);
+        const foundation::MutexLock lock(m_mutex);
         std::vector<PartInfo> records(m_records.begin(), m_records.end());
         std::sort(records.begin(), records.end(),
                   [](const PartInfo& left, const PartInfo& right) { return left.Index < right.Index; });
@@ -47,8 +47,8 @@ public:
     }
 
 private:
-    mutable std::mutex m_mutex;  // guards what follows; a leaf
-    std::list<PartInfo> m_records;
+    mutable foundation::Mutex m_mutex;  // a leaf
+    std::list<PartInfo> m_records CLOUDPROVIDER_GUARDED_BY(m_mutex);
 };
 
 namespace {
@@ -140,8 +140,7 @@ std::streampos SequentialWriter::doSeek(std::int64_t /*offset*/, std::ios_base::
 // What was taken stays taken: part of it may have been sent. So a failure after the first byte is left to the next
 // call.
 std::int64_t SequentialWriter::doWrite(const char* data, std::int64_t count) {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    CLOUDPROVIDER_TRACE_ARGUMENTS(" n=", count);
+    CLOUDPROVIDER_TRACE_FUNCTION(" n=", count);
     const auto wanted = boost::numeric_cast<std::uint64_t>(count);
     requireOpen();
     const auto size = m_part ? m_part->info.Offset + m_part->info.Size : 0;
@@ -158,7 +157,7 @@ std::int64_t SequentialWriter::doWrite(const char* data, std::int64_t count) {
         traceCaughtException();
     }
     const std::int64_t bytesWritten = total == 0 ? -1 : static_cast<std::int64_t>(total);
-    CLOUDPROVIDER_TRACE_ARGUMENTS("bytesWritten", '=', bytesWritten);
+    CLOUDPROVIDER_TRACE_VALUES("bytesWritten", '=', bytesWritten);
     return bytesWritten;
 }
 

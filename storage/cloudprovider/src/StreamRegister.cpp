@@ -8,13 +8,13 @@
 namespace storage::cloudprovider {
 
 void StreamRegister::onRetired(std::function<void()> action) {
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     m_retired = std::move(action);
 }
 
 bool StreamRegister::add() {
-    std::unique_lock lock(m_mutex);
-    m_writeBackEnded.wait(lock, [this] { return !m_isWritingBack; });
+    foundation::MutexLock lock(m_mutex);
+    m_writeBackEnded.wait(lock, [this]() CLOUDPROVIDER_REQUIRES(m_mutex) { return !m_isWritingBack; });
     if (m_isRetired) {
         return false;
     }
@@ -23,7 +23,7 @@ bool StreamRegister::add() {
 }
 
 bool StreamRegister::remove(std::optional<ChangePoint> lastChange) {
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     assert(m_count != 0 && "a stream is taken back once");
     assert(!m_isWritingBack && "there is no stream while the last one's changes are written back");
     m_lastChangeOfClosed = std::max(m_lastChangeOfClosed, lastChange);
@@ -33,13 +33,13 @@ bool StreamRegister::remove(std::optional<ChangePoint> lastChange) {
 }
 
 void StreamRegister::endWriteBack() {
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     m_isWritingBack = false;
-    m_writeBackEnded.notify_all();
+    m_writeBackEnded.notifyAll();
 }
 
 bool StreamRegister::abandon() {
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     const bool isCountedOn = !m_isAbandoned && m_lastChangeOfClosed && *m_lastChangeOfClosed >= m_storedBefore;
     if (m_count != 1 || isCountedOn) {
         return false;
@@ -50,18 +50,18 @@ bool StreamRegister::abandon() {
 }
 
 void StreamRegister::retire() {
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     retireLocked();
 }
 
 void StreamRegister::detach() {
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     m_isAbandoned = true;
     retireLocked();
 }
 
 void StreamRegister::endStore(ChangePoint begun) {
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     m_storedBefore = std::max(m_storedBefore, begun);
 }
 

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <foundation/threads/Mutex.hpp>
+
 #include <atomic>
-#include <condition_variable>
 #include <cstdint>
 #include <functional>
-#include <mutex>
 #include <optional>
 
 namespace storage::cloudprovider {
@@ -48,22 +48,20 @@ public:
     void endStore(ChangePoint begun);
 
 private:
-    // With m_mutex held.
-    void retireLocked();
+    void retireLocked() CLOUDPROVIDER_REQUIRES(m_mutex);
 
     std::atomic<ChangePoint> m_storesBegun{0};
 
-    // Guards what follows. Behind the stream gate in the lock order; m_retired takes the table of open objects under
-    // it.
-    std::mutex m_mutex;
-    std::condition_variable m_writeBackEnded;
-    std::function<void()> m_retired;
-    std::uint64_t m_count = 0;
-    bool m_isWritingBack = false;
-    bool m_isAbandoned = false;  // nothing is written back any more
-    bool m_isRetired = false;
-    std::optional<ChangePoint> m_lastChangeOfClosed;
-    ChangePoint m_storedBefore = 0;  // what was changed at earlier points is stored
+    // Behind the stream gate in the lock order; m_retired takes the table of open objects under it.
+    foundation::Mutex m_mutex;
+    foundation::ConditionVariable m_writeBackEnded;
+    std::function<void()> m_retired CLOUDPROVIDER_GUARDED_BY(m_mutex);
+    std::uint64_t m_count CLOUDPROVIDER_GUARDED_BY(m_mutex) = 0;
+    bool m_isWritingBack CLOUDPROVIDER_GUARDED_BY(m_mutex) = false;
+    bool m_isAbandoned CLOUDPROVIDER_GUARDED_BY(m_mutex) = false;  // nothing is written back any more
+    bool m_isRetired CLOUDPROVIDER_GUARDED_BY(m_mutex) = false;
+    std::optional<ChangePoint> m_lastChangeOfClosed CLOUDPROVIDER_GUARDED_BY(m_mutex);
+    ChangePoint m_storedBefore CLOUDPROVIDER_GUARDED_BY(m_mutex) = 0;  // what was changed at earlier points is stored
 };
 
 }  // namespace storage::cloudprovider

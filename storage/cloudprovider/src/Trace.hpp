@@ -56,7 +56,6 @@ class FunctionScope {
 public:
     /// Traces nothing until begin.
     FunctionScope() = default;
-    FunctionScope(const char* file, int line, const char* signature) noexcept { begin(file, line, signature); }
     FunctionScope(const FunctionScope&) = delete;
     FunctionScope& operator=(const FunctionScope&) = delete;
     ~FunctionScope() {
@@ -89,19 +88,16 @@ private:
         }                                                                  \
     } while (false)
 
-/// Trace the enclosing function; the first statement of every operation.
-#define CLOUDPROVIDER_TRACE_FUNCTION() \
-    const ::storage::cloudprovider::trace::FunctionScope traceScope(__FILE__, __LINE__, __PRETTY_FUNCTION__)
-
-/// Trace the enclosing function and its arguments, with one test for both while they are off: for what reads and writes
-/// a few bytes.
-#define CLOUDPROVIDER_TRACE_CALL(...)                                                             \
+/// Trace the enclosing function, and its arguments if there are any, as in CLOUDPROVIDER_TRACE_FUNCTION(" iri=", iri);
+/// the first statement of every operation. While both are off that is one test.
+#define CLOUDPROVIDER_TRACE_FUNCTION(...)                                                         \
     ::storage::cloudprovider::trace::FunctionScope traceScope;                                    \
     if (::storage::cloudprovider::trace::isWanted(::storage::cloudprovider::trace::kEntry |       \
                                                   ::storage::cloudprovider::trace::kArguments)) { \
         traceScope.begin(__FILE__, __LINE__, __PRETTY_FUNCTION__);                                \
-        CLOUDPROVIDER_TRACE_ARGUMENTS(__VA_ARGS__);                                               \
-    }
+        __VA_OPT__(CLOUDPROVIDER_TRACE_VALUES(__VA_ARGS__);)                                      \
+    }                                                                                             \
+    static_assert(true)
 
-/// Trace arguments or results, as in CLOUDPROVIDER_TRACE_ARGUMENTS(" iri=", iri).
-#define CLOUDPROVIDER_TRACE_ARGUMENTS(...) CLOUDPROVIDER_TRACE(::storage::cloudprovider::trace::kArguments, __VA_ARGS__)
+/// Trace values that an operation comes to: its result, as in CLOUDPROVIDER_TRACE_VALUES("bytesRead", '=', bytesRead).
+#define CLOUDPROVIDER_TRACE_VALUES(...) CLOUDPROVIDER_TRACE(::storage::cloudprovider::trace::kArguments, __VA_ARGS__)

@@ -15,10 +15,10 @@ TransferPool::TransferPool(std::size_t mostThreads) : m_mostThreads(std::max<std
 TransferPool::~TransferPool() {
     std::deque<Request> dropped;  // let go outside the lock
     {
-        const std::lock_guard lock(m_mutex);
+        const foundation::MutexLock lock(m_mutex);
         m_isEnding = true;
         dropped.swap(m_requests);
-        m_changed.notify_all();
+        m_changed.notifyAll();
     }
     for (auto& thread : m_threads) {
         assert(thread.get_id() != std::this_thread::get_id() && "no transfer owns the pool");
@@ -29,7 +29,7 @@ TransferPool::~TransferPool() {
 void TransferPool::request(const std::shared_ptr<TransferSource>& source, std::size_t count) noexcept {
     CLOUDPROVIDER_TRACE_FUNCTION();
     try {
-        const std::lock_guard lock(m_mutex);
+        const foundation::MutexLock lock(m_mutex);
         addRequestLocked(source, count);
     } catch (...) {
         traceCaughtException();
@@ -45,7 +45,7 @@ void TransferPool::addRequestLocked(const std::shared_ptr<TransferSource>& sourc
         m_requests.push_back({source, count});
     }
     m_requested += count;
-    m_changed.notify_all();
+    m_changed.notifyAll();
     m_threads.reserve(m_mostThreads);
     while (m_idle < m_requested && m_threads.size() < m_mostThreads) {
         m_threads.emplace_back([this] { work(); });
@@ -54,9 +54,9 @@ void TransferPool::addRequestLocked(const std::shared_ptr<TransferSource>& sourc
 }
 
 void TransferPool::work() {
-    std::unique_lock lock(m_mutex);
+    foundation::MutexLock lock(m_mutex);
     while (true) {
-        m_changed.wait(lock, [this] { return m_isEnding || !m_requests.empty(); });
+        m_changed.wait(lock, [this]() CLOUDPROVIDER_REQUIRES(m_mutex) { return m_isEnding || !m_requests.empty(); });
         if (m_isEnding) {
             return;
         }

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <condition_variable>
+#include <foundation/threads/Mutex.hpp>
+
 #include <cstddef>
 #include <deque>
 #include <memory>
-#include <mutex>
 #include <thread>
 #include <vector>
 
@@ -50,18 +50,19 @@ private:
         std::size_t count;
     };
 
-    void addRequestLocked(const std::shared_ptr<TransferSource>& source, std::size_t count);
+    void addRequestLocked(const std::shared_ptr<TransferSource>& source, std::size_t count)
+        CLOUDPROVIDER_REQUIRES(m_mutex);
     void work();
 
     const std::size_t m_mostThreads;
 
-    std::mutex m_mutex;  // guards what follows; a leaf
-    std::condition_variable m_changed;
-    std::deque<Request> m_requests;  // the next to be served in front
-    std::size_t m_requested = 0;     // sum of the counts
-    std::size_t m_idle = 0;          // threads that wait
-    bool m_isEnding = false;
-    std::vector<std::thread> m_threads;
+    foundation::Mutex m_mutex;  // a leaf
+    foundation::ConditionVariable m_changed;
+    std::deque<Request> m_requests CLOUDPROVIDER_GUARDED_BY(m_mutex);  // the next to be served in front
+    std::size_t m_requested CLOUDPROVIDER_GUARDED_BY(m_mutex) = 0;     // sum of the counts
+    std::size_t m_idle CLOUDPROVIDER_GUARDED_BY(m_mutex) = 0;          // threads that wait
+    bool m_isEnding CLOUDPROVIDER_GUARDED_BY(m_mutex) = false;
+    std::vector<std::thread> m_threads CLOUDPROVIDER_GUARDED_BY(m_mutex);
 };
 
 }  // namespace storage::cloudprovider

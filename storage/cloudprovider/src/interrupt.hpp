@@ -3,11 +3,10 @@
 
 #include <foundation/services/ExecutionContext.hpp>
 #include <foundation/services/InterruptScope.hpp>
+#include <foundation/threads/Mutex.hpp>
 
 #include <chrono>
-#include <condition_variable>
 #include <memory>
-#include <mutex>
 #include <utility>
 
 namespace storage::cloudprovider {
@@ -35,12 +34,12 @@ private:
 /// Wait as condition.wait does, but throw OperationInterrupted when the thread's own source is requested. The host's
 /// flag does not end it: streams do not look at that.
 template <typename Predicate>
-void waitInScope(std::condition_variable& condition, std::unique_lock<std::mutex>& lock, Predicate isOver) {
+void waitInScope(foundation::ConditionVariable& condition, foundation::MutexLock& lock, Predicate isOver) {
     if (!foundation::InterruptScope::current()) {
         condition.wait(lock, isOver);
         return;
     }
-    while (!condition.wait_for(lock, kInterruptInterval, isOver)) {
+    while (!condition.waitFor(lock, kInterruptInterval, isOver)) {
         foundation::InterruptScope::throwIfRequested();
     }
 }

@@ -119,7 +119,7 @@ TEST_F(LimitsTest, AResizedFileKeepsToTheLimitsAndToItsLayout) {
         EXPECT_EQ(errorCodeOf([&] { resizeStream(*stream, row.grown); }), row.failure);
         EXPECT_EQ(m_client->callCount(), 0U);
         const auto size = row.failure ? row.cut : row.grown;
-        EXPECT_EQ(stream->seek(0, std::ios_base::end), std::streampos(size));
+        EXPECT_EQ(stream->seek(0, std::ios_base::end), std::streampos(static_cast<std::streamoff>(size)));
         stream->close();
         const auto kept = std::min<std::uint64_t>(row.isThere ? row.cut : 0, 120);
         EXPECT_EQ(m_client->content(m_key), std::string(kept, 's') + std::string(size - kept, '\0'));

@@ -86,7 +86,7 @@ protected:
 
 TEST_F(PartBufferTest, DiskBackedBuffersKeepTheirBytesUntilTheyGo) {
     for (const Room room : {Room::AtOnce, Room::InSteps}) {
-        for (const std::uint64_t size : {0, 1, 4095, 4096, 100'000, 10'000'000}) {
+        for (const std::uint64_t size : {0U, 1U, 4095U, 4096U, 100'000U, 10'000'000U}) {
             SCOPED_TRACE(std::to_string(size) + (room == Room::AtOnce ? " at once" : " in steps"));
             auto buffer = DiskBackedBufferFactory(room).build(size);
             EXPECT_EQ(buffer->size(), size);
@@ -174,7 +174,8 @@ TEST_F(PartBufferTest, AFullTemporaryDiskIsAFailureOfThatWriteAlone) {
         stream->seek(1'000'000, std::ios_base::beg);
         EXPECT_THROW(stream->write("x", 1), WriteFailure);
         stream->seek(0, std::ios_base::end);
-        EXPECT_EQ(stream->seek(0, std::ios_base::cur), std::streampos(row.taken)) << "grown without room";
+        EXPECT_EQ(stream->seek(0, std::ios_base::cur), std::streampos(static_cast<std::streamoff>(row.taken)))
+            << "grown without room";
         stream->close();  // what did fit is stored
         EXPECT_EQ(m_client->content(m_key), content.substr(0, row.taken));
         EXPECT_EQ(m_folder.fileCount(), 0U);

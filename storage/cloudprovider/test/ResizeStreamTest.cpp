@@ -212,7 +212,7 @@ TEST_F(ResizeStreamTest, OtherStreamsGiveAPartThatGoesBackAndGoOn) {
         {"writes in what is left", update(), [](const Stream& stream) { writeAt(stream, 12, "Z"); }, "0123456789abZ"},
     };
     for (const auto& row : rows) {
-        for (const std::size_t held : {25, 14}) {  // in the last part, and in the one that is cut
+        for (const std::size_t held : {25U, 14U}) {  // in the last part, and in the one that is cut
             SCOPED_TRACE(testing::Message() << row.name << ' ' << held);
             startAnew(true);
             storeFourParts();

@@ -26,7 +26,7 @@ TEST_F(StoreStreamTest, EveryStreamThatWritesStoresAndGoesOn) {
             std::string expected;
             startAnew(tellsVersions);
             const auto stream = openFile(options);
-            for (const std::size_t count : {3, 8, 1, 30, 5}) {
+            for (const std::size_t count : {3U, 8U, 1U, 30U, 5U}) {
                 const std::string bytes(count, static_cast<char>('a' + expected.size() % 26));
                 write(stream, bytes);
                 expected += bytes;

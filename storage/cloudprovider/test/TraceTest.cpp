@@ -49,8 +49,7 @@ protected:
 };
 
 void inner(bool fails) {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    CLOUDPROVIDER_TRACE_ARGUMENTS(" fails=", fails, " ratio=", 0.5, " size=", 255);
+    CLOUDPROVIDER_TRACE_FUNCTION(" fails=", fails, " ratio=", 0.5, " size=", 255);
     if (fails) {
         throw std::runtime_error("broken");
     }
@@ -123,11 +122,11 @@ std::ostream& operator<<(std::ostream& /*stream*/, const Unprintable& /*value*/)
 TEST_F(TraceTest, FormattingHappensOnlyWhenWantedAndNeverFailsTheOperation) {
     int evaluations = 0;
     const auto piece = [&] { return ++evaluations; };
-    CLOUDPROVIDER_TRACE_ARGUMENTS(" piece=", piece());
+    CLOUDPROVIDER_TRACE_VALUES(" piece=", piece());
     EXPECT_EQ(evaluations, 0);
     trace::logger().setMask(trace::kArguments);
-    CLOUDPROVIDER_TRACE_ARGUMENTS(" piece=", piece(), Unprintable());
-    CLOUDPROVIDER_TRACE_ARGUMENTS(" piece=", piece());
+    CLOUDPROVIDER_TRACE_VALUES(" piece=", piece(), Unprintable());
+    CLOUDPROVIDER_TRACE_VALUES(" piece=", piece());
     EXPECT_EQ(evaluations, 2);
     expectRecords(m_backend->m_records, {{"0 2  piece=2", ""}});
 }

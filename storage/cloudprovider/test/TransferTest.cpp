@@ -155,7 +155,7 @@ TEST_F(TransferTest, RandomReadsFetchNothingAhead) {
     m_client->storeParts(m_key, bytesOf(8), std::vector<std::uint64_t>(8, kPartSize));
     const auto stream = openForReading();
     char byte = 0;
-    for (const int part : {5, 1, 6, 2}) {
+    for (const std::size_t part : {5U, 1U, 6U, 2U}) {
         stream->seek(static_cast<std::streamoff>(part * kPartSize + 3), std::ios_base::beg);
         ASSERT_EQ(stream->read(&byte, 1), 1);
     }

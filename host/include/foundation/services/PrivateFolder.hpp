@@ -5,9 +5,7 @@
 
 #include <boost/filesystem/path.hpp>
 
-#include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 
 namespace foundation {
@@ -41,14 +39,11 @@ public:
 
 private:
     class LockedFolder;
+    class FolderTable;
 
-    explicit PrivateFolder(std::string prefix);
-    std::shared_ptr<LockedFolder> lockedFolder();
-    void forget(const std::shared_ptr<LockedFolder>& gone);
+    explicit PrivateFolder(const std::string& prefix);
 
-    const std::string m_prefix;
-    std::mutex m_mutex;  // guards m_folders; folders are made and swept under it; no other lock is taken under it
-    std::map<std::string, std::shared_ptr<LockedFolder>> m_folders;  // by the folder they lie in
+    const std::unique_ptr<FolderTable> m_folders;
 };
 
 }  // namespace foundation

@@ -31,7 +31,7 @@ std::string textOf(const std::exception_ptr& failure) {
 FileTransfers::FileTransfers(std::size_t atOnce) : m_atOnce(atOnce) {}
 
 void FileTransfers::addFailure(std::exception_ptr failure) {
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     m_failures.push_back(std::move(failure));
 }
 
@@ -44,7 +44,7 @@ void FileTransfers::addFailureUnlessInterrupted(std::exception_ptr failure) {
 
 void FileTransfers::run(std::size_t count, ProgressBar& progress, const std::function<void(std::size_t)>& job) {
     {
-        const std::lock_guard lock(m_mutex);
+        const foundation::MutexLock lock(m_mutex);
         m_next = 0;
         m_end = count;
     }
@@ -64,7 +64,7 @@ void FileTransfers::run(std::size_t count, ProgressBar& progress, const std::fun
     for (auto& thread : threads) {
         thread.join();
     }
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     if (m_interrupt) {
         std::rethrow_exception(m_interrupt);
     }
@@ -83,32 +83,32 @@ void FileTransfers::work(const std::function<void(std::size_t)>& job, ProgressBa
                 return;
             }
             progress.finishFile();
-            const std::lock_guard lock(m_mutex);
+            const foundation::MutexLock lock(m_mutex);
             m_failures.push_back(std::current_exception());
         }
     }
 }
 
 bool FileTransfers::takeJob(std::size_t& index) {
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     index = m_next;
     m_next = std::min(m_next + 1, m_end);
     return index < m_end;
 }
 
 void FileTransfers::endAll(std::exception_ptr interrupt) {
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     m_interrupt = std::move(interrupt);
     m_next = m_end;
 }
 
 std::size_t FileTransfers::failureCount() const {
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     return m_failures.size();
 }
 
 void FileTransfers::finish() {
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     if (m_failures.empty()) {
         return;
     }

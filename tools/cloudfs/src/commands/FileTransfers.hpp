@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <foundation/threads/Mutex.hpp>
+
 #include <cstddef>
 #include <exception>
 #include <functional>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -59,12 +60,11 @@ private:
 
     const std::size_t m_atOnce;
 
-    // Guards what follows.
-    mutable std::mutex m_mutex;
-    std::vector<std::exception_ptr> m_failures;
-    std::exception_ptr m_interrupt;
-    std::size_t m_next = 0;
-    std::size_t m_end = 0;
+    mutable foundation::Mutex m_mutex;
+    std::vector<std::exception_ptr> m_failures CLOUDPROVIDER_GUARDED_BY(m_mutex);
+    std::exception_ptr m_interrupt CLOUDPROVIDER_GUARDED_BY(m_mutex);
+    std::size_t m_next CLOUDPROVIDER_GUARDED_BY(m_mutex) = 0;
+    std::size_t m_end CLOUDPROVIDER_GUARDED_BY(m_mutex) = 0;
 };
 
 }  // namespace cloudfs::commands

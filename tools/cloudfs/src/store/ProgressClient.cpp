@@ -128,12 +128,12 @@ storage::cloudprovider::StoreLimits ProgressClient::limits() const {
 }
 
 void ProgressClient::countFetched(std::uint64_t bytes) {
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     m_progress.advance(bytes);
 }
 
 void ProgressClient::announceStoring() {
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     m_progress.announceStoring();
 }
 

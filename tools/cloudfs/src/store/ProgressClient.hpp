@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <foundation/threads/Mutex.hpp>
 #include <storage/cloudprovider/ExtendedCloudClient.hpp>
 
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -69,8 +69,8 @@ private:
     void announceStoring();
 
     const std::shared_ptr<ExtendedCloudClient> m_client;
-    std::mutex m_mutex;  // guards m_progress
-    ProgressBar& m_progress;
+    foundation::Mutex m_mutex;
+    ProgressBar& m_progress CLOUDPROVIDER_GUARDED_BY(m_mutex);
 };
 
 }  // namespace cloudfs

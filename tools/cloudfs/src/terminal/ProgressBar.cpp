@@ -68,18 +68,18 @@ ProgressBar::~ProgressBar() {
 }
 
 void ProgressBar::advance(std::uint64_t bytes) {
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     m_done += bytes;
     drawIfDue();
 }
 
 void ProgressBar::retreat(std::uint64_t bytes) {
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     m_done -= std::min(bytes, m_done);
 }
 
 void ProgressBar::finishFile() {
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     ++m_filesDone;
     drawIfDue();
 }
@@ -93,7 +93,7 @@ void ProgressBar::announceRemoval() {
 }
 
 void ProgressBar::announce(std::string_view remark) {
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     if (m_files != 1) {
         return;
     }

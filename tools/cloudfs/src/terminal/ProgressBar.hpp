@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <foundation/threads/Mutex.hpp>
+
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <mutex>
 #include <optional>
 #include <string_view>
 
@@ -44,21 +45,21 @@ public:
 private:
     using Clock = std::chrono::steady_clock;
 
-    void drawIfDue();
+    void drawIfDue() CLOUDPROVIDER_REQUIRES(m_mutex);
     void announce(std::string_view remark);
-    void draw(std::string_view remark);
+    void draw(std::string_view remark) CLOUDPROVIDER_REQUIRES(m_mutex);
 
     const std::optional<std::uint64_t> m_total;
     const std::size_t m_files = 1;
     const bool m_isWanted;
     const Clock::time_point m_start = Clock::now();
 
-    // Guards what follows, and the terminal's line.
-    std::mutex m_mutex;
-    Clock::time_point m_nextDraw;
-    std::uint64_t m_done = 0;
-    std::size_t m_filesDone = 0;
-    bool m_isVisible = false;
+    // Guards the terminal's line, too.
+    foundation::Mutex m_mutex;
+    Clock::time_point m_nextDraw CLOUDPROVIDER_GUARDED_BY(m_mutex);
+    std::uint64_t m_done CLOUDPROVIDER_GUARDED_BY(m_mutex) = 0;
+    std::size_t m_filesDone CLOUDPROVIDER_GUARDED_BY(m_mutex) = 0;
+    bool m_isVisible CLOUDPROVIDER_GUARDED_BY(m_mutex) = false;
 };
 
 }  // namespace cloudfs
