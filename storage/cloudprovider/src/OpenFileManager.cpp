@@ -25,6 +25,23 @@ using host::ByteStream;
 using host::ByteStreamOpenOptions;
 using host::StorageIRI;
 
+// What the table has of an object, and what opening it does then:
+//
+//   no entry --> a mark is set --> the manager is made, and counts the stream --> the manager's entry
+//                                   '--failed--> no entry
+//   a mark ---> wait until it has gone, and look again; or, if its owner says so, ResourceInUseException
+//   a manager's entry --> it counts the stream
+//                          '--refused: it retires just now--> look again
+//
+// ExclusiveHold sets a mark and takes it away. A manager's entry goes when the manager retires, or with its last owner.
+//
+// (1) An object has one manager that takes streams, or one owner of its mark, or neither.
+// (2) Only its owner changes an entry that is marked.
+// (3) A manager is in the table from its first stream on, and leaves it in the step in which it retires: an opener that
+//     was refused does not find it again.
+// (4) The table owns no manager, and none is let go with the mutex held: the last owner gives an upload up.
+// (5) Nothing waits for the client with the mutex held, so opening one object waits for no other.
+
 namespace {
 
 // Scheme and authority say how the host came here, not which object of the client is meant.
@@ -44,7 +61,7 @@ using Presence = ByteStreamOpenOptions::Presence;
 
 }  // namespace
 
-// Keeps an entry marked as being initialised; whatever happens, the mark goes and waiters wake.
+// (2): keeps an entry marked as being initialised; whatever happens, the mark goes and waiters wake.
 class OpenFileManager::Initialisation {
 public:
     Initialisation(OpenFileManager& files, const Object& object, Openers openers) CLOUDPROVIDER_REQUIRES(files.m_mutex)
@@ -205,21 +222,21 @@ OpenFileManager::Acquired OpenFileManager::acquirePartManager(const StorageIRI& 
             return false;
         });
         if (auto manager = known != m_table.end() ? known->second.manager.lock() : nullptr) {
-            lock.unlock();
+            lock.unlock();  // (4)
             if (opening.mustBeFirst) {
                 throw ResourceInUseException();
             }
             if (manager->registerByteStream()) {
                 return {std::move(manager), false};
             }
-            continue;  // it has retired, and is no longer in the table
+            continue;  // (3)
         }
         Initialisation initialisation(*this, object, Openers::Wait);
         for (auto entry = m_table.begin(); entry != m_table.end();) {
             const bool isDead = !entry->second.isInitialising && entry->second.manager.expired();
             entry = isDead ? m_table.erase(entry) : std::next(entry);
         }
-        lock.unlock();
+        lock.unlock();  // (5)
 
         auto made = makePartManager(iri, opening, client);
         made.manager->onRetired([this, object, identity = made.manager.get()] { forget(object, identity); });

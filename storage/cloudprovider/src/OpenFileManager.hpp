@@ -24,7 +24,9 @@ namespace storage::cloudprovider {
 /// its first stream, and leaves it in the step in which it retires.
 ///
 /// Identifiers given to its operations are resolved ones. An engine says how a file is kept and transferred, unless it
-/// is open already. Errors   what the client and the buffers throw. Threads  any.
+/// is open already.
+/// Errors   what the client and the buffers throw.
+/// Threads  any.
 class OpenFileManager {
     class Initialisation;
 

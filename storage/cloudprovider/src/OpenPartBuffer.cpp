@@ -29,7 +29,7 @@ namespace storage::cloudprovider {
 //     bytes, which must be neither fetched nor copied in its place.
 // (4) A CLOUD part has exactly m_storedSize bytes. Any other part has at least as many; those that it holds beyond
 //     them were written here, or are zeros.
-// (5) A local buffer has room for m_info.Size bytes before m_info.Size says so.
+// (5) A local buffer has room for m_size bytes before m_size says so.
 // (6) A tag is kept with the number of bytes that it was given for.
 // (7) A part never shrinks: where a file is cut off another part takes its place, whose buffer never had the bytes
 //     after the cut. So neither a transfer nor a reader that is still busy with the old one can bring them back.
@@ -45,7 +45,7 @@ public:
     ~CountGuard() {
         if (m_part != nullptr) {
             try {
-                m_part->decrementOpenCount();
+                m_part->close();
             } catch (...) {
                 traceCaughtException();
             }
@@ -60,78 +60,66 @@ private:
 
 }  // namespace
 
-OpenPartBuffer::OpenPartBuffer(PartInfo info, LocalDataVersion version, std::uint64_t capacity,
+OpenPartBuffer::OpenPartBuffer(const PartInfo& info, LocalDataVersion version, std::uint64_t capacity,
                                std::shared_ptr<OpenFileContext> context)
-    : m_capacity(capacity),
+    : m_index(info.Index),
+      m_offset(info.Offset),
+      m_capacity(capacity),
       m_context(std::move(context)),
-      m_info(std::move(info)),
+      m_size(info.Size),
       m_localDataVersion(version),
-      m_storedSize(version == LocalDataVersion::CLOUD ? m_info.Size : 0),
+      m_tag(info.Tag),
+      m_storedSize(version == LocalDataVersion::CLOUD ? info.Size : 0),
       m_scheduledSize(m_storedSize) {
-    CLOUDPROVIDER_TRACE_FUNCTION(" m_info=", m_info, " m_localDataVersion=", m_localDataVersion);
+    CLOUDPROVIDER_TRACE_FUNCTION(" m_info=", info, " m_localDataVersion=", version);
 }
 
 OpenPartBuffer::~OpenPartBuffer() = default;
 
-std::uint64_t OpenPartBuffer::size() const {
+std::uint64_t OpenPartBuffer::index() const {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    const foundation::MutexLock lock(m_mutex);
-    return m_info.Size;
+    return m_index;
+}
+
+std::uint64_t OpenPartBuffer::offset() const {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    return m_offset;
+}
+
+std::uint64_t OpenPartBuffer::capacity() const {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    return m_capacity;
+}
+
+std::uint64_t OpenPartBuffer::capacityEnd() const {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    return m_offset + m_capacity;
 }
 
 void OpenPartBuffer::open() {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    if (!incrementOpenCount()) {
+    if (!countOpener()) {
         CountGuard guard(*this);
         loadAsFirstOpener();
         guard.dismiss();
     }
 }
 
-bool OpenPartBuffer::isOpen() const {
+bool OpenPartBuffer::openIfModified() {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    const foundation::MutexLock lock(m_mutex);
-    return m_openCount != 0;
-}
-
-char* OpenPartBuffer::data() {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    const foundation::MutexLock lock(m_mutex);
-    return m_buffer ? m_buffer->data() : nullptr;
-}
-
-const char* OpenPartBuffer::data() const {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    const foundation::MutexLock lock(m_mutex);
-    return m_buffer ? std::as_const(*m_buffer).data() : nullptr;
-}
-
-void OpenPartBuffer::reserve(std::uint64_t size) {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    const foundation::MutexLock lock(m_mutex);
-    if (m_buffer) {
-        m_buffer->reserve(std::min(size, m_capacity));
+    const bool hasBuffer = countOpener();
+    CountGuard guard(*this);
+    if (localDataVersion() != LocalDataVersion::NEW) {
+        return false;
     }
-}
-
-void OpenPartBuffer::close() {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    decrementOpenCount();
-}
-
-bool OpenPartBuffer::incrementOpenCount() {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    foundation::MutexLock lock(m_mutex);
-    waitInScope(m_condition, lock, [this]() CLOUDPROVIDER_REQUIRES(m_mutex) { return !isLoading(); });
-    if (m_openCount == 0 && m_buffer) {
-        m_buffer->open();  // before counting: when it fails nothing has changed
+    if (!hasBuffer) {
+        loadAsFirstOpener();
     }
-    ++m_openCount;
-    m_condition.notifyAll();
-    return m_buffer != nullptr;
+    guard.dismiss();
+    return true;
 }
 
-bool OpenPartBuffer::decrementOpenCount() {
+bool OpenPartBuffer::close() {
     CLOUDPROVIDER_TRACE_FUNCTION();
     const foundation::MutexLock lock(m_mutex);
     assert(m_openCount != 0 && "a part is closed as often as it was opened");
@@ -146,27 +134,30 @@ bool OpenPartBuffer::decrementOpenCount() {
     return true;
 }
 
-void OpenPartBuffer::setOpenBuffer(std::unique_ptr<Buffer> buffer) {
+bool OpenPartBuffer::isOpen() const {
     CLOUDPROVIDER_TRACE_FUNCTION();
     const foundation::MutexLock lock(m_mutex);
-    buffer->reserve(m_info.Size);
-    m_buffer.swap(buffer);
-    m_condition.notifyAll();
+    return m_openCount != 0;
 }
 
-void OpenPartBuffer::download() {
+char* OpenPartBuffer::data() const {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    foundation::MutexLock lock(m_mutex);
-    const ObjectRange range{m_info.Offset, m_storedSize, m_isOnlyPart};
-    lock.unlock();
+    const foundation::MutexLock lock(m_mutex);
+    return m_buffer ? m_buffer->data() : nullptr;
+}
 
-    auto buffer = buildOpenBuffer();
-    buffer->reserve(range.Size);
-    // Mapping a cached part again costs more than copying its bytes out, unless they lie in large pages. Blank parts
-    // are left alone: they fill bit by bit, and clearing large pages ahead of that made writing slower.
-    foundation::adviseLargePages(buffer->data(), m_capacity);
-    fetchRange(*m_context, range, buffer->data());
-    setOpenBuffer(std::move(buffer));
+// Untraced: it is most of what a small read does, and doRead is traced.
+OpenPartBuffer::View OpenPartBuffer::view() const {
+    const foundation::MutexLock lock(m_mutex);
+    return {m_buffer ? m_buffer->data() : nullptr, m_size, m_localDataVersion};
+}
+
+void OpenPartBuffer::reserve(std::uint64_t size) {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    const foundation::MutexLock lock(m_mutex);
+    if (m_buffer) {
+        m_buffer->reserve(std::min(size, m_capacity));
+    }
 }
 
 void OpenPartBuffer::fill(std::string_view stored) {
@@ -180,30 +171,23 @@ void OpenPartBuffer::fill(std::string_view stored) {
     m_buffer = std::move(buffer);
 }
 
-void OpenPartBuffer::createBlank() {
+bool OpenPartBuffer::hasLocalBytes() const {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    setOpenBuffer(buildOpenBuffer());  // a fresh file has zeros
+    const foundation::MutexLock lock(m_mutex);
+    return m_buffer != nullptr;
 }
 
-bool OpenPartBuffer::openIfModified() {
+void OpenPartBuffer::waitForLoading() {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    const bool hasBuffer = incrementOpenCount();
-    CountGuard guard(*this);
-    if (localDataVersion() != LocalDataVersion::NEW) {
-        return false;
-    }
-    if (!hasBuffer) {
-        loadAsFirstOpener();
-    }
-    guard.dismiss();
-    return true;
+    foundation::MutexLock lock(m_mutex);
+    m_condition.wait(lock, [this]() CLOUDPROVIDER_REQUIRES(m_mutex) { return !isLoading(); });
 }
 
 void OpenPartBuffer::discardIfUnmodified() {
     CLOUDPROVIDER_TRACE_FUNCTION();
     std::unique_ptr<Buffer> discarded;  // its file is deleted outside the lock
     const foundation::MutexLock lock(m_mutex);
-    if (m_localDataVersion == LocalDataVersion::CLOUD) {
+    if (m_localDataVersion == LocalDataVersion::CLOUD) {  // (1)
         discarded = takeUnusedBuffer();
     }
 }
@@ -212,14 +196,44 @@ void OpenPartBuffer::discardIfBlank() {
     CLOUDPROVIDER_TRACE_FUNCTION();
     std::unique_ptr<Buffer> discarded;  // as above
     const foundation::MutexLock lock(m_mutex);
-    if (!m_isWritten && m_storedSize == 0) {
+    if (!m_isWritten && m_storedSize == 0) {  // (1)
         discarded = takeUnusedBuffer();
     }
 }
 
+std::uint64_t OpenPartBuffer::size() const {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    const foundation::MutexLock lock(m_mutex);
+    return m_size;
+}
+
+std::uint64_t OpenPartBuffer::end() const {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    const foundation::MutexLock lock(m_mutex);
+    return m_offset + m_size;
+}
+
+std::uint64_t OpenPartBuffer::increaseSize(std::uint64_t amount) {
+    CLOUDPROVIDER_TRACE_FUNCTION(" amount=", amount);
+    const foundation::MutexLock lock(m_mutex);
+    return growTo(saturatingAdd(m_size, amount));
+}
+
+std::uint64_t OpenPartBuffer::increaseSize(std::uint64_t amount, std::uint64_t offset) {
+    CLOUDPROVIDER_TRACE_FUNCTION(" amount=", amount, " offset=", offset);
+    const foundation::MutexLock lock(m_mutex);
+    return growTo(saturatingAdd(offset, amount));
+}
+
+std::uint64_t OpenPartBuffer::increaseSizeToMax() {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    const foundation::MutexLock lock(m_mutex);
+    return growTo(m_capacity);
+}
+
 std::shared_ptr<OpenPartBuffer> OpenPartBuffer::makeShortened(std::uint64_t size, std::uint64_t capacity) const {
     CLOUDPROVIDER_TRACE_FUNCTION(" size=", size);
-    auto shortened = std::make_shared<OpenPartBuffer>(PartInfo{index(), offset(), size, {}}, LocalDataVersion::NEW,
+    auto shortened = std::make_shared<OpenPartBuffer>(PartInfo{m_index, m_offset, size, {}}, LocalDataVersion::NEW,
                                                       capacity, m_context);
     std::unique_ptr<Buffer> copy;
     if (size != 0 && hasLocalBytes()) {
@@ -227,7 +241,7 @@ std::shared_ptr<OpenPartBuffer> OpenPartBuffer::makeShortened(std::uint64_t size
         copy->reserve(size);
     }
     foundation::MutexLock lock(m_mutex);
-    assert(size < m_info.Size && "only what is there is cut off");
+    assert(size < m_size && "only what is there is cut off");
     const auto storedSize = std::min(m_storedSize, size);
     const bool isWritten = m_isWritten;
     if (!m_buffer) {
@@ -247,31 +261,16 @@ std::shared_ptr<OpenPartBuffer> OpenPartBuffer::makeShortened(std::uint64_t size
     return shortened;
 }
 
-// What makeShortened has found out; nobody else knows the part yet.
-void OpenPartBuffer::takeShortened(std::uint64_t storedSize, std::unique_ptr<Buffer> copy, bool isWritten) noexcept {
+void OpenPartBuffer::setIsOnlyPart(bool isOnlyPart) {
+    CLOUDPROVIDER_TRACE_FUNCTION();
     const foundation::MutexLock lock(m_mutex);
-    m_storedSize = storedSize;
-    m_scheduledSize = storedSize;
-    m_isWritten = copy && isWritten;
-    m_buffer = std::move(copy);
+    m_isOnlyPart = isOnlyPart;
 }
 
-void OpenPartBuffer::invalidate() noexcept {
+LocalDataVersion OpenPartBuffer::localDataVersion() const {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    std::unique_ptr<Buffer> discarded;  // as above
     const foundation::MutexLock lock(m_mutex);
-    m_localDataVersion = LocalDataVersion::INVALID;
-    m_storedSize = 0;
-    m_scheduledSize = 0;
-    m_isWritten = false;
-    m_uploaded.reset();
-    discarded = takeUnusedBuffer();
-}
-
-void OpenPartBuffer::waitForLoading() {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    foundation::MutexLock lock(m_mutex);
-    m_condition.wait(lock, [this]() CLOUDPROVIDER_REQUIRES(m_mutex) { return !isLoading(); });
+    return m_localDataVersion;
 }
 
 void OpenPartBuffer::markModified() {
@@ -288,11 +287,11 @@ std::optional<PartInfo> OpenPartBuffer::markUploading() {
         return std::nullopt;
     }
     assert(m_buffer && m_openCount != 0 && "bytes are handed over while they are local");
-    std::optional<PartInfo> record = m_info;  // may fail, and then nothing has changed
-    m_localDataVersion = LocalDataVersion::SCHEDULED_UPLOAD;
-    m_scheduledSize = m_info.Size;
+    std::optional<PartInfo> taken = record();                 // may fail, and then nothing has changed
+    m_localDataVersion = LocalDataVersion::SCHEDULED_UPLOAD;  // (2)
+    m_scheduledSize = m_size;
     m_uploaded.reset();
-    return record;
+    return taken;
 }
 
 bool OpenPartBuffer::markUploadFailed() noexcept {
@@ -308,8 +307,8 @@ bool OpenPartBuffer::markUploadFailed() noexcept {
 void OpenPartBuffer::recordUpload(std::uint64_t size, std::string tag) noexcept {
     CLOUDPROVIDER_TRACE_FUNCTION();
     const foundation::MutexLock lock(m_mutex);
-    assert(size <= m_info.Size && "a part never shrinks");
-    m_uploaded = Uploaded{size, std::move(tag)};
+    assert(size <= m_size && "a part never shrinks");
+    m_uploaded = Uploaded{size, std::move(tag)};  // (3), (6)
 }
 
 void OpenPartBuffer::markUploaded() noexcept {
@@ -318,9 +317,9 @@ void OpenPartBuffer::markUploaded() noexcept {
     m_storedSize = m_uploaded ? m_uploaded->size : m_scheduledSize;
     m_scheduledSize = m_storedSize;
     m_uploaded.reset();
-    m_info.Tag.clear();  // the upload's tag; the store may describe the part with another one
+    m_tag.clear();  // the upload's tag; the store may describe the part with another one
     if (m_localDataVersion != LocalDataVersion::NEW) {
-        assert(m_info.Size == m_storedSize && "what grows becomes NEW in the same step");
+        assert(m_size == m_storedSize && "what grows becomes NEW in the same step");  // (4)
         m_localDataVersion = LocalDataVersion::CLOUD;
         m_isWritten = false;
     }
@@ -330,7 +329,7 @@ void OpenPartBuffer::forgetUpload() noexcept {
     CLOUDPROVIDER_TRACE_FUNCTION();
     const foundation::MutexLock lock(m_mutex);
     m_uploaded.reset();
-    m_info.Tag.clear();
+    m_tag.clear();
     m_scheduledSize = m_storedSize;
     if (m_localDataVersion == LocalDataVersion::SCHEDULED_UPLOAD) {
         m_localDataVersion = LocalDataVersion::NEW;
@@ -343,7 +342,7 @@ std::optional<PartInfo> OpenPartBuffer::storedRecord() const {
     if (m_localDataVersion != LocalDataVersion::CLOUD || m_uploaded || m_storedSize == 0) {
         return std::nullopt;
     }
-    return m_info;
+    return record();
 }
 
 std::optional<PartInfo> OpenPartBuffer::uploadedRecord() const {
@@ -352,116 +351,32 @@ std::optional<PartInfo> OpenPartBuffer::uploadedRecord() const {
     if (!m_uploaded) {
         return std::nullopt;
     }
-    return PartInfo{m_info.Index, m_info.Offset, m_uploaded->size, m_uploaded->tag};
+    return PartInfo{m_index, m_offset, m_uploaded->size, m_uploaded->tag};
 }
 
-std::uint64_t OpenPartBuffer::increaseSize(std::uint64_t amount) {
-    CLOUDPROVIDER_TRACE_FUNCTION(" amount=", amount);
-    const foundation::MutexLock lock(m_mutex);
-    return growTo(saturatingAdd(m_info.Size, amount));
-}
-
-std::uint64_t OpenPartBuffer::increaseSize(std::uint64_t amount, std::uint64_t offset) {
-    CLOUDPROVIDER_TRACE_FUNCTION(" amount=", amount, " offset=", offset);
-    const foundation::MutexLock lock(m_mutex);
-    return growTo(saturatingAdd(offset, amount));
-}
-
-std::uint64_t OpenPartBuffer::increaseSizeToMax() {
+void OpenPartBuffer::invalidate() noexcept {
     CLOUDPROVIDER_TRACE_FUNCTION();
+    std::unique_ptr<Buffer> discarded;  // as above
     const foundation::MutexLock lock(m_mutex);
-    return growTo(m_capacity);
+    m_localDataVersion = LocalDataVersion::INVALID;
+    m_storedSize = 0;
+    m_scheduledSize = 0;
+    m_isWritten = false;
+    m_uploaded.reset();
+    discarded = takeUnusedBuffer();
 }
 
-PartInfo OpenPartBuffer::info() const {
+// False tells the first one that it has to load the bytes.
+bool OpenPartBuffer::countOpener() {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    const foundation::MutexLock lock(m_mutex);
-    return m_info;
-}
-
-// Untraced: it is most of what a small read does, and doRead is traced.
-OpenPartBuffer::View OpenPartBuffer::view() const {
-    const foundation::MutexLock lock(m_mutex);
-    return {m_buffer ? m_buffer->data() : nullptr, m_info.Size, m_localDataVersion};
-}
-
-LocalDataVersion OpenPartBuffer::localDataVersion() const {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    const foundation::MutexLock lock(m_mutex);
-    return m_localDataVersion;
-}
-
-bool OpenPartBuffer::hasLocalBytes() const {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    const foundation::MutexLock lock(m_mutex);
-    return m_buffer != nullptr;
-}
-
-std::uint64_t OpenPartBuffer::index() const {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    const foundation::MutexLock lock(m_mutex);
-    return m_info.Index;
-}
-
-std::uint64_t OpenPartBuffer::offset() const {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    const foundation::MutexLock lock(m_mutex);
-    return m_info.Offset;
-}
-
-std::uint64_t OpenPartBuffer::end() const {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    const foundation::MutexLock lock(m_mutex);
-    return m_info.Offset + m_info.Size;
-}
-
-std::uint64_t OpenPartBuffer::capacity() const {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    return m_capacity;
-}
-
-std::uint64_t OpenPartBuffer::capacityEnd() const {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    const foundation::MutexLock lock(m_mutex);
-    return m_info.Offset + m_capacity;
-}
-
-bool OpenPartBuffer::isOnlyPart() const {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    const foundation::MutexLock lock(m_mutex);
-    return m_isOnlyPart;
-}
-
-void OpenPartBuffer::setIsOnlyPart(bool isOnlyPart) {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    const foundation::MutexLock lock(m_mutex);
-    m_isOnlyPart = isOnlyPart;
-}
-
-// The stored object ends where the part ended before: unless the part is sent anew, the write-back would copy, or
-// complete the upload with, bytes that the store does not have. Hence NEW at once, before the bytes are there; who
-// writes them marks the part again. Where the buffer needs room first, that is a system call under the mutex, as
-// mapping is, so that nobody sees a size that has none.
-std::uint64_t OpenPartBuffer::growTo(std::uint64_t size) {
-    const auto former = m_info.Size;
-    if (const auto grown = std::min(size, m_capacity); grown > former) {
-        if (m_buffer) {
-            m_buffer->reserve(grown);
-        }
-        m_info.Size = grown;
-        m_localDataVersion = LocalDataVersion::NEW;
+    foundation::MutexLock lock(m_mutex);
+    waitInScope(m_condition, lock, [this]() CLOUDPROVIDER_REQUIRES(m_mutex) { return !isLoading(); });
+    if (m_openCount == 0 && m_buffer) {
+        m_buffer->open();  // before counting: when it fails nothing has changed
     }
-    return former;
-}
-
-// Empty while somebody has the part open. Let go of the buffer without the mutex.
-std::unique_ptr<Buffer> OpenPartBuffer::takeUnusedBuffer() noexcept {
-    return m_openCount == 0 ? std::move(m_buffer) : nullptr;
-}
-
-// Some opener brings the bytes local.
-bool OpenPartBuffer::isLoading() const {
-    return m_openCount != 0 && !m_buffer;
+    ++m_openCount;
+    m_condition.notifyAll();
+    return m_buffer != nullptr;
 }
 
 // By what is stored, not by the state: a part may have become NEW without having been local, and keeps its bytes.
@@ -472,8 +387,24 @@ void OpenPartBuffer::loadAsFirstOpener() {
     if (hasStoredBytes) {
         download();
     } else {
-        createBlank();
+        setOpenBuffer(buildOpenBuffer());  // a fresh file has zeros
     }
+}
+
+// Zeros follow what is stored.
+void OpenPartBuffer::download() {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    foundation::MutexLock lock(m_mutex);
+    const ObjectRange range{m_offset, m_storedSize, m_isOnlyPart};
+    lock.unlock();
+
+    auto buffer = buildOpenBuffer();
+    buffer->reserve(range.Size);
+    // Mapping a cached part again costs more than copying its bytes out, unless they lie in large pages. Blank parts
+    // are left alone: they fill bit by bit, and clearing large pages ahead of that made writing slower.
+    foundation::adviseLargePages(buffer->data(), m_capacity);
+    fetchRange(*m_context, range, buffer->data());
+    setOpenBuffer(std::move(buffer));
 }
 
 std::unique_ptr<Buffer> OpenPartBuffer::buildOpenBuffer() const {
@@ -482,29 +413,53 @@ std::unique_ptr<Buffer> OpenPartBuffer::buildOpenBuffer() const {
     return buffer;
 }
 
-OpenPartHold::OpenPartHold(std::shared_ptr<OpenPartBuffer> part) : m_part(std::move(part)) {
-    m_part->open();
+// Hands the loaded, mapped bytes over to all openers, with room for what the part has grown to meanwhile. When there is
+// none, all is as before.
+void OpenPartBuffer::setOpenBuffer(std::unique_ptr<Buffer> buffer) {
+    CLOUDPROVIDER_TRACE_FUNCTION();
+    const foundation::MutexLock lock(m_mutex);
+    buffer->reserve(m_size);  // (5)
+    m_buffer.swap(buffer);
+    m_condition.notifyAll();
 }
 
-OpenPartHold::OpenPartHold(std::shared_ptr<OpenPartBuffer> part, Adopted) noexcept : m_part(std::move(part)) {}
+// (7): what makeShortened has found out; nobody else knows the part yet.
+void OpenPartBuffer::takeShortened(std::uint64_t storedSize, std::unique_ptr<Buffer> copy, bool isWritten) noexcept {
+    const foundation::MutexLock lock(m_mutex);
+    m_storedSize = storedSize;
+    m_scheduledSize = storedSize;
+    m_isWritten = copy && isWritten;
+    m_buffer = std::move(copy);
+}
 
-OpenPartHold::~OpenPartHold() {
-    if (m_part) {
-        try {
-            close();
-        } catch (...) {
-            traceCaughtException();
+PartInfo OpenPartBuffer::record() const {
+    return {m_index, m_offset, m_size, m_tag};
+}
+
+// Some opener brings the bytes local.
+bool OpenPartBuffer::isLoading() const {
+    return m_openCount != 0 && !m_buffer;
+}
+
+// The stored object ends where the part ended before: unless the part is sent anew, the write-back would copy, or
+// complete the upload with, bytes that the store does not have. Hence NEW at once, before the bytes are there; who
+// writes them marks the part again. Where the buffer needs room first, that is a system call under the mutex, as
+// mapping is, so that nobody sees a size that has none.
+std::uint64_t OpenPartBuffer::growTo(std::uint64_t size) {
+    const auto former = m_size;
+    if (const auto grown = std::min(size, m_capacity); grown > former) {
+        if (m_buffer) {
+            m_buffer->reserve(grown);  // (5)
         }
+        m_size = grown;
+        m_localDataVersion = LocalDataVersion::NEW;
     }
+    return former;
 }
 
-OpenPartHold OpenPartHold::adopt(std::shared_ptr<OpenPartBuffer> part) {
-    return {std::move(part), Adopted()};
-}
-
-bool OpenPartHold::close() {
-    assert(m_part && "a hold is given up once");
-    return std::exchange(m_part, nullptr)->decrementOpenCount();
+// Empty while somebody has the part open. Let go of the buffer without the mutex.
+std::unique_ptr<Buffer> OpenPartBuffer::takeUnusedBuffer() noexcept {
+    return m_openCount == 0 ? std::move(m_buffer) : nullptr;
 }
 
 }  // namespace storage::cloudprovider

@@ -5,7 +5,6 @@
 #include "PartTransfers.hpp"
 #include "Trace.hpp"
 #include "checkedLayout.hpp"
-#include "host.hpp"
 #include "interrupt.hpp"
 #include "saturatingAdd.hpp"
 #include "translateException.hpp"
@@ -14,18 +13,41 @@
 #include <storage/cloudprovider/CloudException.hpp>
 
 #include <algorithm>
-#include <iterator>
 #include <mutex>
 #include <utility>
 
 namespace storage::cloudprovider {
+
+// What becomes of a part:
+//
+//   openPart --> in the table? --no, createIfNonExistent--> made, opened --> the table
+//                     '--yes--> opened: local now --> the stream copies bytes --> closePart
+//
+//   closePart, by the last one that has it open:
+//     NEW, and the file has several parts ----------> queued and sent; the bytes stay until the file is stored
+//     NEW, and the file has no other ---------------> stays; the write-back puts the file as a whole
+//     zeros that nobody wrote ----------------------> given up
+//     CLOUD, SCHEDULED_UPLOAD ----------------------> the cache --evicted--> given up if it is CLOUD
+//
+//   the last stream goes, storeChanges --> WriteBack, over a copy of the table --> the cache
+//   resize -----------------------------> parts leave the table, INVALID; the last one is another part now
+//
+// (1) The table is by index and without gaps; it is never empty, and no part in it is INVALID.
+// (2) Only the last part may have fewer bytes than its capacity: it is filled before another one follows it.
+// (3) The file grows by a part only when that has room for its bytes, or by none.
+// (4) With the stream gate held exclusively no part is opened, closed or sent, so a copy of the table is the table.
+// (5) The last one that has a changed part open sends it, be that a stream or an upload; what none of them sent, the
+//     write-back does. No change is forgotten between them.
+// (6) m_cut is set from a cut until a write-back has stored what is left.
+// (7) A detached file sends nothing, and gives up nothing that it could not have again.
+// (8) The manager retires in the step in which it meets another version, before its caller learns of it.
 
 namespace {
 
 using SharedGate = foundation::SharedLock<boost::shared_mutex>;
 using ExclusiveGate = foundation::ExclusiveLock<boost::shared_mutex>;
 
-// The same for who reads: he may be interrupted while a store that is under way has the gate.
+// SharedGate for who reads: he may be interrupted while a store that is under way has the gate.
 class CLOUDPROVIDER_SCOPED_CAPABILITY InterruptibleGate {
 public:
     explicit InterruptibleGate(foundation::SharedMutex<boost::shared_mutex>& gate) CLOUDPROVIDER_ACQUIRE_SHARED(gate)
@@ -46,17 +68,6 @@ private:
     foundation::SharedMutex<boost::shared_mutex>& m_gate;
 };
 
-// How often a write-back tries to transfer a part that others change meanwhile.
-constexpr int kMostRounds = 4;
-
-// Runs of parts that are reused end at multiples of so many bytes of the file: several can be copied at once, and a
-// second try makes the same pieces.
-constexpr std::uint64_t kRunBoundary = std::uint64_t{128} * 1024 * 1024;
-
-bool isNextOfRun(const OpenPartBuffer& last, const OpenPartBuffer& next) {
-    return next.index() == last.index() + 1 && next.offset() / kRunBoundary == last.offset() / kRunBoundary;
-}
-
 // Ends a write-back for those who wait for it, whatever became of it.
 class WriteBackEnd {
 public:
@@ -71,7 +82,7 @@ private:
 
 }  // namespace
 
-// Openers that come later find the object as it is now; the streams that are open can store nothing over it.
+// (8). Openers that come later find the object as it is now; the streams that are open can store nothing over it.
 template <typename Action>
 auto OpenPartManager::retiringWhenReplaced(Action action) {
     try {
@@ -87,7 +98,7 @@ OpenPartManager::OpenPartManager(std::shared_ptr<OpenFileContext> context, std::
       m_pool(std::move(pool)),
       m_uploadManager(std::make_shared<MultipartUploadManager>(m_context, m_pool)),
       m_cache(m_context->downloadedPartCacheSize),
-      m_objectWriter(m_context),
+      m_writeBack(m_context, m_uploadManager),
       m_newParts(m_context->partSize, m_context->client->limits()) {
     CLOUDPROVIDER_TRACE_FUNCTION();
     addNewPartTo(m_parts, nullptr);
@@ -119,11 +130,10 @@ bool OpenPartManager::initPreserveExisting(bool requirePresent, Start start) {
 
     std::vector<Part> parts;
     parts.reserve(layout.size());
-    for (auto& info : layout) {
+    for (const auto& info : layout) {
         const bool isLast = parts.size() + 1 == layout.size();
         const auto capacity = isLast ? m_newParts.grownCapacityOf(info.Size, info.Offset) : info.Size;
-        parts.push_back(
-            std::make_shared<OpenPartBuffer>(std::move(info), LocalDataVersion::CLOUD, capacity, m_context));
+        parts.push_back(std::make_shared<OpenPartBuffer>(info, LocalDataVersion::CLOUD, capacity, m_context));
     }
     m_newParts = PartSizes(m_context->partSize, m_context->client->limits(), parts.size());
     parts.front()->setIsOnlyPart(parts.size() == 1);
@@ -198,10 +208,14 @@ void OpenPartManager::detach() {
     if (m_isDetached) {
         return;
     }
-    m_isDetached = true;
+    m_isDetached = true;  // (7)
     m_context->version.detach();
     m_streams.detach();
-    cancelUpload();
+    m_writeBack.cancelUpload();
+    const foundation::MutexLock lock(m_partsMutex);
+    for (const auto& part : m_parts) {
+        part->forgetUpload();
+    }
 }
 
 ChangePoint OpenPartManager::changePoint() const noexcept {
@@ -277,11 +291,11 @@ void OpenPartManager::closePart(OpenPartHold hold) {
     const SharedGate gate(m_streamGate);
     const Part part = hold.part();
     if (!hold.close()) {
-        return;  // another stream has it open and will decide, or an upload, and then the write-back sends it
+        return;  // (5): another stream has it open and will decide, or an upload, and then the write-back sends it
     }
     const auto version = part->localDataVersion();
     if (version == LocalDataVersion::NEW && !m_isDetached && !isSinglePartFile()) {  // that one is put as a whole
-        retiringWhenReplaced([&] { scheduleUpload(part); });
+        retiringWhenReplaced([&] { sendPart(*m_uploadManager, part); });
         return;
     }
     part->discardIfBlank();
@@ -317,8 +331,7 @@ void OpenPartManager::rerunFailedUploads() {
     retiringWhenReplaced([&] { m_uploadManager->rerunFailedUploads(); });
 }
 
-// Under the size gate, too: nobody opens or closes a part, nor puts bytes into one. What may fail comes
-// first.
+// Under the size gate, too: nobody opens or closes a part, nor puts bytes into one. What may fail comes first.
 std::vector<std::shared_ptr<OpenPartBuffer>> OpenPartManager::cutOff(std::uint64_t size) {
     CLOUDPROVIDER_TRACE_FUNCTION();
     foundation::MutexLock lock(m_partsMutex);
@@ -326,7 +339,7 @@ std::vector<std::shared_ptr<OpenPartBuffer>> OpenPartManager::cutOff(std::uint64
     lock.unlock();
     auto cut = prepareCut(parts, size);
     for (const auto& part : cut.removed) {
-        part->invalidate();
+        part->invalidate();  // (1): nobody opens a part before they have left the table
     }
     lock.lock();
     m_parts.resize(m_parts.size() - cut.removed.size());
@@ -334,7 +347,7 @@ std::vector<std::shared_ptr<OpenPartBuffer>> OpenPartManager::cutOff(std::uint64
         m_parts.push_back(std::move(cut.replacement));  // there is room
     }
     m_newParts = cut.newParts;
-    m_isCut = true;
+    m_cut = WriteBack::Cut::Yes;  // (6)
     return std::move(cut.removed);
 }
 
@@ -379,9 +392,8 @@ void OpenPartManager::growTo(std::uint64_t size) {
     appendLocked(newParts);
 }
 
-// Under the exclusive gate nobody opens, closes or sends a part. Streams that have one open may still write into it,
-// and make the last one grow: what they write is stored now, or in part, or with the next write-back, which finds the
-// part NEW.
+// (4). Streams that have a part open may still write into it, and make the last one grow: what they write is stored
+// now, or in part, or with the next write-back, which finds the part NEW.
 void OpenPartManager::flushParts(ObjectWriter::Bytes bytes) {
     CLOUDPROVIDER_TRACE_FUNCTION();
     const ExclusiveGate gate(m_streamGate);
@@ -392,162 +404,13 @@ void OpenPartManager::flushParts(ObjectWriter::Bytes bytes) {
     foundation::MutexLock lock(m_partsMutex);
     const auto parts = m_parts;
     lock.unlock();
-    retiringWhenReplaced([&]() CLOUDPROVIDER_REQUIRES(m_streamGate) {
-        m_objectWriter.settle();
-        if (isPutAsWhole(parts)) {
-            flushSinglePartFile(parts.front(), bytes);
-        } else {
-            flushMultiPartFile(parts);
-        }
-    });
-    m_isCut = false;
+    retiringWhenReplaced([&]() CLOUDPROVIDER_REQUIRES(m_streamGate) { m_writeBack.run(parts, m_cut, bytes); });
+    m_cut = WriteBack::Cut::No;
     m_streams.endStore(begun);
     for (const auto& part : parts) {
         if (part->hasLocalBytes() && !part->isOpen()) {
             keepInCache(part);
         }
-    }
-}
-
-// What is left of a file that was cut after its first part is in the store, which copies it as a part of an upload.
-bool OpenPartManager::isPutAsWhole(const std::vector<Part>& parts) const {
-    const auto& part = parts.front();
-    return parts.size() == 1 && !(m_isCut && part->storedRecord()) &&
-           part->size() <= m_context->client->limits().LargestPut;
-}
-
-// The file may have had several parts before it was cut off, some of them sent.
-void OpenPartManager::flushSinglePartFile(const Part& part, ObjectWriter::Bytes bytes) {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    if (m_uploadManager->isActive()) {
-        cancelUpload();
-    }
-    if (!part->openIfModified()) {
-        return;
-    }
-    const auto hold = OpenPartHold::adopt(part);
-    if (const auto record = part->markUploading()) {
-        try {
-            m_objectWriter.put(std::as_const(*part).data(), record->Size, bytes);
-        } catch (...) {
-            part->markUploadFailed();
-            throw;
-        }
-        part->markUploaded();
-    }
-}
-
-void OpenPartManager::flushMultiPartFile(const std::vector<Part>& parts) {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    std::vector<Part> stored;  // stores refuse parts without bytes
-    std::copy_if(parts.begin(), parts.end(), std::back_inserter(stored),
-                 [](const Part& part) { return part->size() != 0; });
-    // What fails while it is changed is left for transferMissing, so that afterwards nothing may have been started.
-    bool isChanged = m_isCut || m_uploadManager->isActive();
-    for (const auto& part : stored) {
-        if (part->localDataVersion() == LocalDataVersion::NEW) {
-            isChanged = true;
-            scheduleUpload(part);
-        }
-    }
-    if (!isChanged) {
-        return;
-    }
-    const auto runs = std::make_shared<ReusedRuns>();
-    scheduleReuse(stored, runs);     // the store copies what was not changed while the rest travels
-    m_uploadManager->joinUploads();  // until its task has begun a changed part has the record of its former bytes
-    transferMissing(stored, runs);
-
-    std::vector<PartInfo> records;
-    records.reserve(stored.size());
-    const ReusedRuns::Run* former = nullptr;
-    for (const auto& part : stored) {
-        if (const auto* const run = runs->find(part->index()); run == nullptr) {
-            records.push_back(part->uploadedRecord().value());
-        } else if (run != std::exchange(former, run)) {
-            records.insert(records.end(), run->records.begin(), run->records.end());
-        }
-    }
-    try {
-        m_objectWriter.complete(*m_uploadManager, std::move(records));
-    } catch (...) {
-        for (const auto& part : parts) {
-            part->forgetUpload();
-        }
-        throw;
-    }
-    for (const auto& part : parts) {
-        part->markUploaded();
-    }
-}
-
-// Reuses what was not changed. A part may be changed before the store is asked for that, or while it fails to be sent:
-// it takes another round, in which it is sent.
-void OpenPartManager::transferMissing(const std::vector<Part>& parts, const std::shared_ptr<ReusedRuns>& runs) {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    for (int round = 0;; ++round) {
-        std::vector<Part> missing;
-        std::copy_if(parts.begin(), parts.end(), std::back_inserter(missing),
-                     [&](const Part& part) { return runs->find(part->index()) == nullptr && !part->uploadedRecord(); });
-        if (missing.empty()) {
-            return;
-        }
-        if (round == kMostRounds) {
-            throw UnknownErrorException(
-                host::ExceptionContext("parts of " + m_context->key + " failed to be sent while they were changed"));
-        }
-        scheduleReuse(missing, runs);
-        for (const auto& part : missing) {
-            if (!part->storedRecord()) {
-                scheduleUpload(part);
-            }
-        }
-        m_uploadManager->joinUploads();
-    }
-}
-
-// In runs of neighbours, each of which is one piece of the new object.
-void OpenPartManager::scheduleReuse(const std::vector<Part>& parts, const std::shared_ptr<ReusedRuns>& runs) {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    std::vector<Part> run;
-    for (const auto& part : parts) {
-        const bool isStored = part->storedRecord().has_value();
-        if (!run.empty() && !(isStored && isNextOfRun(*run.back(), *part))) {
-            scheduleRun(std::exchange(run, {}), runs);
-        }
-        if (isStored) {
-            run.push_back(part);
-        }
-    }
-    scheduleRun(std::move(run), runs);
-}
-
-void OpenPartManager::scheduleRun(std::vector<Part> run, const std::shared_ptr<ReusedRuns>& runs) {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    if (!run.empty()) {
-        const auto index = run.front()->index();
-        m_uploadManager->asyncReusePart(index, std::make_unique<RunReuse>(std::move(run), runs));
-    }
-}
-
-void OpenPartManager::scheduleUpload(const Part& part) {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    if (part->size() != 0) {
-        m_uploadManager->asyncUploadPart(part->index(), std::make_unique<PartUpload>(part));
-    }
-}
-
-// Gives up what was sent; it is NEW again. Under the gate nobody sends anything meanwhile.
-void OpenPartManager::cancelUpload() noexcept {
-    CLOUDPROVIDER_TRACE_FUNCTION();
-    try {
-        m_uploadManager->cancel();
-    } catch (...) {
-        traceCaughtException();
-    }
-    const foundation::MutexLock lock(m_partsMutex);
-    for (const auto& part : m_parts) {
-        part->forgetUpload();
     }
 }
 
@@ -577,8 +440,7 @@ std::unique_ptr<OpenPartDevice> OpenPartManager::openDevice(const Part& part, st
     return std::make_unique<OpenPartDevice>(OpenPartDevice{position, std::move(hold)});
 }
 
-// Opens the part before it becomes part of the file: when there is no room for its buffer the file has not grown. Empty
-// when another thread made the file grow meanwhile.
+// (3): opens the part before it becomes part of the file. Empty when another thread made the file grow meanwhile.
 std::unique_ptr<OpenPartDevice> OpenPartManager::openNewPart(std::uint64_t partIndex, std::uint64_t fileOffset) {
     CLOUDPROVIDER_TRACE_FUNCTION();
     m_newParts.capacityOf(partIndex, fileOffset, m_context->key);  // before the many parts of a long gap are made
@@ -620,7 +482,7 @@ void OpenPartManager::appendLocked(const std::vector<Part>& newParts) {
     if (const auto count = m_parts.size() + newParts.size(); count > m_parts.capacity()) {
         m_parts.reserve(std::max(count, 2 * m_parts.size()));
     }
-    m_parts.back()->increaseSizeToMax();
+    m_parts.back()->increaseSizeToMax();  // (2)
     m_parts.insert(m_parts.end(), newParts.begin(), newParts.end());
     m_parts.front()->setIsOnlyPart(false);
     for (const auto& part : newParts) {

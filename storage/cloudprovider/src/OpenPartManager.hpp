@@ -3,14 +3,13 @@
 
 #include "DownloadedPartCache.hpp"
 #include "MultipartUploadManager.hpp"
-#include "ObjectWriter.hpp"
 #include "OpenFileContext.hpp"
 #include "OpenPartBuffer.hpp"
 #include "OpenPartDevice.hpp"
 #include "PartSizes.hpp"
-#include "PartTransfers.hpp"
 #include "ReadAhead.hpp"
 #include "StreamRegister.hpp"
+#include "WriteBack.hpp"
 
 #include <foundation/threads/Mutex.hpp>
 #include <foundation/threads/SharedMutex.hpp>
@@ -31,10 +30,9 @@ namespace storage::cloudprovider {
 /// object back when its last stream goes.
 ///
 /// All streams of the object share one manager and keep it alive. Bytes live in OpenPartBuffer, sending in
-/// MultipartUploadManager, replacing the object in ObjectWriter.
+/// MultipartUploadManager, storing in WriteBack. See the source for what holds when.
 /// Errors   what client, buffers and upload throw; ObjectReplacedException when somebody else replaced the object,
-/// which
-///          retires the manager.
+///          which retires the manager.
 /// Threads  any; see the lock order in docs/architecture.md.
 class OpenPartManager {
 public:
@@ -141,15 +139,6 @@ private:
     Cut prepareCut(const std::vector<Part>& parts, std::uint64_t size) const CLOUDPROVIDER_REQUIRES(m_streamGate);
     void growTo(std::uint64_t size) CLOUDPROVIDER_REQUIRES(m_streamGate);
     void flushParts(ObjectWriter::Bytes bytes);
-    bool isPutAsWhole(const std::vector<Part>& parts) const CLOUDPROVIDER_REQUIRES(m_streamGate);
-    void cancelUpload() noexcept CLOUDPROVIDER_REQUIRES(m_streamGate);
-    void flushSinglePartFile(const Part& part, ObjectWriter::Bytes bytes) CLOUDPROVIDER_REQUIRES(m_streamGate);
-    void flushMultiPartFile(const std::vector<Part>& parts) CLOUDPROVIDER_REQUIRES(m_streamGate);
-    void transferMissing(const std::vector<Part>& parts, const std::shared_ptr<ReusedRuns>& runs)
-        CLOUDPROVIDER_REQUIRES(m_streamGate);
-    void scheduleReuse(const std::vector<Part>& parts, const std::shared_ptr<ReusedRuns>& runs);
-    void scheduleRun(std::vector<Part> run, const std::shared_ptr<ReusedRuns>& runs);
-    void scheduleUpload(const Part& part);
     void keepInCache(const Part& part) noexcept;
     bool isSinglePartFile() const;
 
@@ -176,8 +165,8 @@ private:
     // The stream gate: shared while a part is opened, closed or sent, exclusive for resizing and the write-back, which
     // does I/O under it on purpose. First in the lock order.
     foundation::SharedMutex<boost::shared_mutex> m_streamGate;
-    ObjectWriter m_objectWriter CLOUDPROVIDER_GUARDED_BY(m_streamGate);
-    bool m_isCut CLOUDPROVIDER_GUARDED_BY(m_streamGate) = false;  // the stored object may be longer than its parts now
+    WriteBack m_writeBack CLOUDPROVIDER_GUARDED_BY(m_streamGate);
+    WriteBack::Cut m_cut CLOUDPROVIDER_GUARDED_BY(m_streamGate) = WriteBack::Cut::No;
     bool m_isDetached CLOUDPROVIDER_GUARDED_BY(m_streamGate) = false;
 
     // Shared while bytes are put into a part, exclusive for resizing. Next in the lock order. Guards no member.

@@ -24,7 +24,7 @@ bool PartUpload::begin() {
 }
 
 void PartUpload::transfer(MultipartUploadManager& upload) {
-    m_tag = upload.uploadPart(*m_record, std::as_const(*m_part).data());
+    m_tag = upload.uploadPart(*m_record, m_part->data());
 }
 
 bool PartUpload::succeed() noexcept {
@@ -50,6 +50,12 @@ bool PartUpload::giveBack() noexcept {
     }
     m_hold.reset();
     return isLast;
+}
+
+void sendPart(MultipartUploadManager& upload, const std::shared_ptr<OpenPartBuffer>& part) {
+    if (part->size() != 0) {
+        upload.asyncUploadPart(part->index(), std::make_unique<PartUpload>(part));
+    }
 }
 
 void ReusedRuns::add(std::map<std::uint64_t, Run>::node_type run) noexcept {

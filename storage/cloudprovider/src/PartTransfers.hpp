@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "OpenPartBuffer.hpp"
+#include "OpenPartHold.hpp"
 #include "PartTransfer.hpp"
 
 #include <foundation/threads/Mutex.hpp>
@@ -35,6 +35,10 @@ private:
     std::optional<PartInfo> m_record;
     std::string m_tag;
 };
+
+/// Queue the sending of a part, unless it has no bytes: stores refuse such parts. Throws what
+/// asyncUploadPart throws.
+void sendPart(MultipartUploadManager& upload, const std::shared_ptr<OpenPartBuffer>& part);
 
 /// The runs of parts that a write-back took from the stored object. Threads: any.
 class ReusedRuns {

@@ -9,9 +9,8 @@ namespace storage::cloudprovider {
 /// there are undefined.
 ///
 /// Errors   what the client throws; ObjectReplacedException when the store has another version;
-/// ResourceNotFoundException
-///          when the file has left its name and the store cannot tell what it held; UnknownErrorException when the
-///          store delivers more bytes, or fewer.
+///          ResourceNotFoundException when the file has left its name and the store cannot tell what it held;
+///          UnknownErrorException when the store delivers more bytes, or fewer.
 void fetchRange(const OpenFileContext& context, const ObjectRange& range, char* data);
 
 }  // namespace storage::cloudprovider

@@ -49,11 +49,11 @@ class PartBufferTest : public EngineTest {
 protected:
     using WriteFailure = foundation::storage::provider::ByteStreamWriteFailure;
 
-    std::shared_ptr<OpenPartBuffer> makePart(PartInfo info, LocalDataVersion version, bool isLast = true) const {
+    std::shared_ptr<OpenPartBuffer> makePart(const PartInfo& info, LocalDataVersion version, bool isLast = true) const {
         const auto context = std::make_shared<OpenFileContext>(
             m_file, m_client, std::make_unique<DiskBackedBufferFactory>(m_room), m_options);
         const auto capacity = isLast ? std::max(info.Size, context->partSize) : info.Size;
-        return std::make_shared<OpenPartBuffer>(std::move(info), version, capacity, context);
+        return std::make_shared<OpenPartBuffer>(info, version, capacity, context);
     }
 
     std::shared_ptr<OpenPartBuffer> storedPart(std::uint64_t size) const {
@@ -240,8 +240,8 @@ TEST_F(PartBufferTest, OpenersOfOnePartShareOneDownload) {
     second.join();
     EXPECT_EQ(m_client->count("getObject"), 1U);
     EXPECT_EQ(bytesOf(*part), "stored");
-    EXPECT_FALSE(part->decrementOpenCount());
-    EXPECT_TRUE(part->decrementOpenCount());
+    EXPECT_FALSE(part->close());
+    EXPECT_TRUE(part->close());
 }
 
 TEST_F(PartBufferTest, AFailedDownloadLeavesThePartToTheNextOpener) {
@@ -255,7 +255,7 @@ TEST_F(PartBufferTest, AFailedDownloadLeavesThePartToTheNextOpener) {
     first.join();
     second.join();
     EXPECT_EQ(bytesOf(*part), "stored");
-    EXPECT_TRUE(part->decrementOpenCount());
+    EXPECT_TRUE(part->close());
 }
 
 TEST_F(PartBufferTest, OnlyExactlyTheStoredBytesAreTaken) {
