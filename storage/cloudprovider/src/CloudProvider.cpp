@@ -2,11 +2,10 @@
 #include "CloudProvider.hpp"
 
 #include "DiskBackedBufferFactory.hpp"
-
+#include "FileCopier.hpp"
 #include "FlatCloudEntryIterator.hpp"
 #include "OpenFileManager.hpp"
 #include "RecursiveCloudEntryIterator.hpp"
-#include "ScopeGuard.hpp"
 #include "Trace.hpp"
 #include "checkKeyLength.hpp"
 #include "extendClient.hpp"
@@ -16,9 +15,6 @@
 #include "listingPages.hpp"
 #include "translateException.hpp"
 
-#include <foundation/services/ExecutionContext.hpp>
-#include <foundation/services/InterruptState.hpp>
-#include <foundation/services/Text.hpp>
 #include <storage/cloudprovider/CloudException.hpp>
 #include <storage/cloudprovider/utils.hpp>
 
@@ -45,54 +41,6 @@ std::string keyOf(const StorageIRI& iri) {
 std::string folderPrefixOf(const StorageIRI& iri) {
     return utils::ensureTrailingSlash(keyOf(iri));
 }
-
-// The root is a folder; no file of that name can be asked for or made.
-void failIfRoot(const StorageIRI& resolved) {
-    if (!resolved.hasParent()) {
-        throw ResourceNotFoundException();
-    }
-}
-
-// For operations whose failures are not translated as a whole.
-StorageIRI resolvedForHost(const StorageIRI& iri) {
-    return translatingErrors(iri, [&] { return getResolvedIRI(iri); });
-}
-
-// Run a step on a file's stream; its failure becomes the host's, with the file's identifier.
-template <typename Step>
-void namingFile(const StorageIRI& iri, Step step) {
-    try {
-        step();
-    } catch (const host::ByteStreamFailure& failure) {
-        throw Exception(failure.getErrorCode(), iri, failure.getContext());
-    }
-}
-
-// Copy every byte and store the destination. A failure names the file that it is about.
-void finish(FileTransfer& transfer, const StorageIRI& source, const StorageIRI& destination) {
-    try {
-        transfer.copyAllBytes();
-    } catch (const host::ByteStreamReadFailure& failure) {
-        throw Exception(failure.getErrorCode(), source, failure.getContext());
-    } catch (const host::ByteStreamWriteFailure& failure) {
-        throw Exception(failure.getErrorCode(), destination, failure.getContext());
-    }
-    namingFile(source, [&] { transfer.closeSource(); });
-    namingFile(destination, [&] { transfer.closeBoth(); });
-}
-
-// Has the calling thread meet no interrupt as long as it lives.
-class WithoutInterrupts {
-public:
-    WithoutInterrupts() { foundation::setMainExecutionContext(false); }
-    WithoutInterrupts(const WithoutInterrupts&) = delete;
-    WithoutInterrupts& operator=(const WithoutInterrupts&) = delete;
-    ~WithoutInterrupts() { foundation::setMainExecutionContext(m_wasMain); }
-
-private:
-    const bool m_wasMain = foundation::isMainExecutionContext();
-    const foundation::InterruptScope m_scope{nullptr};
-};
 
 Engine makeEngine(const ProviderOptions& options) {
     Engine engine{.options = options};
@@ -205,8 +153,6 @@ void CloudProvider::doRemoveFile(const StorageIRI& iri) const {
     });
 }
 
-// Unless the options say otherwise, the source is removed before the destination is closed, which is what stores it: a
-// failure of that comes when the source has gone.
 void CloudProvider::doMoveFile(const StorageIRI& source, const StorageIRI& destination,
                                const ReplacementPolicy& policy) const {
     CLOUDPROVIDER_TRACE_FUNCTION(" old_iri=", source);
@@ -225,22 +171,7 @@ void CloudProvider::doMoveFile(const StorageIRI& source, const StorageIRI& desti
     if (isSameFile(from, to)) {
         return;
     }
-    const auto replaced = replacedUnder(policy == ReplacementPolicy::Replace);
-    if (m_engine.options.moveOrder == MoveOrder::StoreDestinationFirst) {
-        removeMoved(from, copyVersion(from, to, replaced));
-        return;
-    }
-    auto transfer = openTransfer(from, to, replaced);
-    ScopeGuard guard([&transfer] { transfer.closeBoth(); });
-    try {
-        transfer.copyAllBytes();
-        transfer.closeSource();  // else the removal would find the source in use
-    } catch (const foundation::OperationInterrupted&) {
-        translateException(from);
-    }
-    doRemoveFile(from);
-    const WithoutInterrupts untilStored;  // there is no way back
-    guard.run();
+    FileCopier(*this, m_client, m_engine).move(from, to, replacedUnder(policy == ReplacementPolicy::Replace));
 }
 
 void CloudProvider::doRemoveFolder(const StorageIRI& iri) const {
@@ -366,10 +297,7 @@ void CloudProvider::doCopyFile(const StorageIRI& source, const StorageIRI& desti
         if (isSameFile(source, destination)) {
             return;
         }
-        if (!copyInsideStore(source, destination, replacedUnder(replaces))) {
-            auto transfer = openTransfer(source, destination, replacedUnder(replaces));
-            finish(transfer, source, destination);
-        }
+        FileCopier(*this, m_client, m_engine).copy(source, destination, replacedUnder(replaces));
     });
 }
 
@@ -446,110 +374,6 @@ void CloudProvider::failIfOpen(const StorageIRI& resolved) const {
     if (OpenFileManager::instance().isOpen(resolved, m_client)) {
         throw ResourceInUseException();
     }
-}
-
-// The source first: a missing one leaves the destination as it was.
-FileTransfer CloudProvider::openTransfer(const StorageIRI& source, const StorageIRI& destination,
-                                         const ExpectedObject& replaced) const {
-    failIfDestinationOpen(destination);
-    return openTransfer(doOpenReadOnlyStream(source), destination, replaced);
-}
-
-FileTransfer CloudProvider::openTransfer(std::unique_ptr<ByteStream> source, const StorageIRI& destination,
-                                         const ExpectedObject& replaced) const {
-    auto destinationStream = translatingErrors(destination, [&] {
-        const auto resolved = getResolvedIRI(destination);
-        failIfRoot(resolved);
-        auto& openFiles = OpenFileManager::instance();
-        return m_engine.pool ? openFiles.openSequentially(resolved, m_client, replaced, m_engine)
-                             : openFiles.openReplacement(resolved, m_client, replaced, m_engine);
-    });
-    return {std::move(source), FileTransfer::Destination(destinationStream.release())};
-}
-
-// A destination that is open elsewhere would share its content with the stream opened here instead of being replaced.
-void CloudProvider::failIfDestinationOpen(const StorageIRI& destination) const {
-    if (OpenFileManager::instance().isOpen(resolvedForHost(destination), m_client)) {
-        throw Exception(ErrorCode::InUse, destination);
-    }
-}
-
-// An open source is not what is stored.
-std::optional<std::string> CloudProvider::copyInsideStore(const StorageIRI& source, const StorageIRI& destination,
-                                                          const ExpectedObject& replaced) const {
-    auto& openFiles = OpenFileManager::instance();
-    const auto from = resolvedForHost(source);
-    const auto to = resolvedForHost(destination);
-    const bool mayCopy = m_engine.options.copyInStore && mayTellVersions(*m_client);  // a plain client does not copy
-    if (!mayCopy || openFiles.isOpen(from, m_client)) {
-        return std::nullopt;
-    }
-    const auto held =
-        translatingErrors(destination, [&] { return OpenFileManager::ExclusiveHold(openFiles, to, m_client); });
-    const auto key = utils::iriToKey(from);
-    auto version = translatingErrors(source, [&] {
-        failIfRoot(from);
-        auto description = m_client->describeObject(key);
-        if (!description) {
-            throw ResourceNotFoundException();
-        }
-        throwIfInterrupted();
-        return std::move(description->Version);
-    });
-    const bool isCopied = translatingErrors(destination, [&] {
-        failIfRoot(to);
-        checkKeyLength(*m_client, utils::iriToKey(to));
-        m_client->checkObjectName(foundation::toUtf8(to.getName()));
-        try {
-            return m_client->copyObject(key, version, utils::iriToKey(to), replaced);
-        } catch (const ResourceNotFoundException&) {
-            translateException(source);
-        } catch (const ResourceInUseException&) {
-            translateException(isReplaced(key, version) ? source : destination);
-        }
-    });
-    return isCopied ? std::optional(std::move(version)) : std::nullopt;
-}
-
-bool CloudProvider::isReplaced(const std::string& key, const std::string& version) const {
-    try {
-        const auto description = m_client->describeObject(key);
-        return !description || description->Version != version;
-    } catch (...) {
-        traceCaughtException();
-        return false;
-    }
-}
-
-std::string CloudProvider::copyVersion(const StorageIRI& source, const StorageIRI& destination,
-                                       const ExpectedObject& replaced) const {
-    return translatingErrors(source, [&] {
-        if (auto version = copyInsideStore(source, destination, replaced)) {
-            return *std::move(version);
-        }
-        failIfDestinationOpen(destination);
-        const auto resolved = getResolvedIRI(source);
-        failIfRoot(resolved);
-        auto [stream, version] = OpenFileManager::instance().openVersion(resolved, m_client, m_engine);
-        auto transfer = openTransfer(std::move(stream), destination, replaced);
-        finish(transfer, source, destination);
-        return std::move(version);
-    });
-}
-
-// Nobody opens the source meanwhile: what somebody edits here is not removed under him.
-void CloudProvider::removeMoved(const StorageIRI& resolved, const std::string& version) const {
-    translatingErrors(resolved, [&] {
-        try {
-            const OpenFileManager::ExclusiveHold held(OpenFileManager::instance(), resolved, m_client);
-            m_client->removeObject(utils::iriToKey(resolved), version);
-        } catch (const CloudException& failure) {
-            throw Exception(
-                failure.getErrorCode(), resolved,
-                host::ExceptionContext(std::string("the destination is stored, but removing the source failed: ") +
-                                       failure.what()));
-        }
-    });
 }
 
 bool CloudProvider::isSameFile(const StorageIRI& source, const StorageIRI& destination) const {

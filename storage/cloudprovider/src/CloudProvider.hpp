@@ -2,7 +2,6 @@
 #pragma once
 
 #include "Engine.hpp"
-#include "FileTransfer.hpp"
 #include "FlatCloudEntryIterator.hpp"
 #include "host.hpp"
 
@@ -12,7 +11,6 @@
 
 #include <cstddef>
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -80,25 +78,6 @@ private:
     void removeObjects(const std::vector<ObjectInfo>& items, std::size_t first, std::size_t count) const;
     void createEmptyObject(const std::string& key) const;
     void failIfOpen(const StorageIRI& resolved) const;
-    FileTransfer openTransfer(const StorageIRI& source, const StorageIRI& destination,
-                              const ExpectedObject& replaced) const;
-    FileTransfer openTransfer(std::unique_ptr<ByteStream> source, const StorageIRI& destination,
-                              const ExpectedObject& replaced) const;
-    void failIfDestinationOpen(const StorageIRI& destination) const;
-
-    // Have the store copy a file by itself. Result: the version that was copied; nothing, with nothing done: the bytes
-    // have to travel.
-    std::optional<std::string> copyInsideStore(const StorageIRI& source, const StorageIRI& destination,
-                                               const ExpectedObject& replaced) const;
-
-    // Copy a file that is not open, inside the store or through streams. Result: the version that was copied.
-    std::string copyVersion(const StorageIRI& source, const StorageIRI& destination,
-                            const ExpectedObject& replaced) const;
-
-    // Whether the object is known to have another version.
-    bool isReplaced(const std::string& key, const std::string& version) const;
-
-    void removeMoved(const StorageIRI& resolved, const std::string& version) const;
 
     // Whether both name one existing file, so that there is nothing to transfer. An absent one is not found.
     bool isSameFile(const StorageIRI& source, const StorageIRI& destination) const;

@@ -2,7 +2,9 @@
 #include "getResolvedIRI.hpp"
 
 #include "host.hpp"
+#include "translateException.hpp"
 
+#include <storage/cloudprovider/CloudException.hpp>
 #include <storage/cloudprovider/utils.hpp>
 
 namespace storage::cloudprovider {
@@ -13,6 +15,16 @@ host::StorageIRI getResolvedIRI(const host::StorageIRI& iri) {
         key.pop_back();
     }
     return iri.withPath(utils::keyToPath(key));
+}
+
+host::StorageIRI resolvedForHost(const host::StorageIRI& iri) {
+    return translatingErrors(iri, [&] { return getResolvedIRI(iri); });
+}
+
+void failIfRoot(const host::StorageIRI& resolved) {
+    if (!resolved.hasParent()) {
+        throw ResourceNotFoundException();
+    }
 }
 
 }  // namespace storage::cloudprovider
