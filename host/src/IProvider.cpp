@@ -3,6 +3,8 @@
 
 #include "WildcardIterator.hpp"
 
+#include <boost/property_tree/ptree.hpp>
+
 #include <vector>
 
 namespace foundation::storage::provider {
@@ -21,6 +23,14 @@ std::unique_ptr<IFolderEntryIterator> filtered(std::unique_ptr<IFolderEntryItera
 }  // namespace
 
 IProvider::~IProvider() = default;
+
+boost::property_tree::ptree IProvider::getExtendedAttributes(const StorageIRI& iri) const {
+    return doGetExtendedAttributes(iri);
+}
+
+boost::property_tree::ptree IProvider::getProviderStorageInfo(const StorageIRI& iri) const {
+    return doGetProviderStorageInfo(iri);
+}
 
 void IProvider::doCreateFile(const StorageIRI& iri) const {
     unsupported(iri);

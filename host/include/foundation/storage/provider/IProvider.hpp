@@ -10,7 +10,7 @@
 #include <foundation/storage/provider/StorageIRI.hpp>
 
 #include <boost/date_time/posix_time/ptime.hpp>
-#include <boost/property_tree/ptree.hpp>
+#include <boost/property_tree/ptree_fwd.hpp>
 
 #include <cstdint>
 #include <functional>
@@ -276,15 +276,12 @@ public:
     /// What there is: a file is reported before a folder of the same name.
     ResourceKind existsExtended(const StorageIRI& iri) const { return doExistsExtended(iri); }
 
-    /// Answer what else the provider knows about a file or folder.
-    boost::property_tree::ptree getExtendedAttributes(const StorageIRI& iri) const {
-        return doGetExtendedAttributes(iri);
-    }
+    /// Answer what else the provider knows about a file or folder. Who calls this, or overrides it, includes
+    /// boost/property_tree/ptree.hpp, here and below.
+    boost::property_tree::ptree getExtendedAttributes(const StorageIRI& iri) const;
 
     /// Answer what the provider knows about the storage that holds iri.
-    boost::property_tree::ptree getProviderStorageInfo(const StorageIRI& iri) const {
-        return doGetProviderStorageInfo(iri);
-    }
+    boost::property_tree::ptree getProviderStorageInfo(const StorageIRI& iri) const;
 
     /// Cut a file to size bytes.
     void truncateToSize(const StorageIRI& iri, std::uint64_t size) const { doTruncateToSize(iri, size); }
