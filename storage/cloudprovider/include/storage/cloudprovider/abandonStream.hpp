@@ -12,8 +12,7 @@ namespace storage::cloudprovider {
 /// object stays as it was stored last, or absent. Whoever opens the file from then on gets that.
 ///
 /// Result   true when the changes were given up, and for a stream that is closed already. False, with nothing done,
-/// when
-///          other streams of the file are open, which share the changes; when one that closed since the last store
+///          when other streams of the file are open, which share the changes; when one that closed since the last store
 ///          counts on them, because it wrote, or because its opening discarded or made the file; or when the stream is
 ///          not of this provider.
 /// Errors   none beyond std::system_error; what the client throws while it drops an upload is traced.

@@ -47,8 +47,7 @@ CLOUDPROVIDER_EXPORT std::string iriToKey(const foundation::storage::provider::S
 
 /// Answer the path of a key, for which iriToKey answers that key: canonicalize takes a "." before each "/" and one at
 /// the end, so a component that ends in one gets one more. "/" for the empty key. A key with an empty component, as
-/// behind a
-/// "/" at its end, has no such path: that component is lost.
+/// behind a "/" at its end, has no such path: that component is lost.
 ///
 /// Errors   foundation::InvalidTextError when the key is not valid UTF-8.
 CLOUDPROVIDER_EXPORT std::u16string keyToPath(const std::string& key);

@@ -26,13 +26,11 @@ struct S3Traffic {
 ///           write leaves its random id in the object's metadata, followed by those of the writes before: so a write
 ///           whose answer was lost is found again.
 /// Versions  the ETag, without quotes. Equal contents put in one go have equal ones: what somebody else replaced and
-/// put
-///           back counts as never changed. A store that answers weak ETags, or none, tells no versions.
+///           put back counts as never changed. A store that answers weak ETags, or none, tells no versions.
 /// Parts     of one size, S3Options::PartSize or more, however the object was uploaded: any range can be copied. Their
 ///           tag names the version.
 /// Edits     keep content type, encoding, language and disposition, cache control, expiry, user metadata, storage
-/// class,
-///           encryption and tags of the version that is edited. What cannot be kept refuses the edit with an
+///           class, encryption and tags of the version that is edited. What cannot be kept refuses the edit with an
 ///           UnsupportedOperationException, see S3Options::MayLoseAttributes.
 /// Conditions are sent with every write and copy. What a store does not honour is looked up right before: for
 ///           completions and copies always, see S3Options::HonoursAllConditions, for puts where it says that it knows

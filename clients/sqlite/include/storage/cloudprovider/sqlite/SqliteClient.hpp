@@ -38,9 +38,9 @@ struct SqliteOptions {
 ///           store while nobody else is writing; like one that is aborted, in small transactions. Parts wait for the
 ///           disk with the completion: a loss of power before may take them, or the upload, away.
 /// Damage    every row, and every chunk of bytes, has a checksum that is compared when it is read, and the list of
-/// objects
-///           shows where one is missing. What is not as it was written is an UnknownErrorException that says "the store
-///           is damaged"; no byte of the chunk is given. An object whose bytes are damaged can be removed or replaced.
+///           objects shows where one is missing. What is not as it was written is an UnknownErrorException that says
+///           "the store is damaged"; no byte of the chunk is given. An object whose bytes are damaged can be removed or
+///           replaced.
 /// Errors    CloudException, the text with SQLite's own words. Deleting a missing object, and copying from
 ///           one, are ResourceNotFoundExceptions; an empty key, or a name that is empty or holds a NUL byte,
 ///           an InvalidLocationException; data that ends early, ranges beyond the object, unknown uploads and

@@ -55,12 +55,10 @@ CLOUDPROVIDER_SQLITE_EXPORT VerificationResult verifySqliteStore(const std::stri
 /// much as it holds.
 ///
 /// Values   file: an existing one, as for SqliteClient. onBytes: told of bytes that go; may be empty, and what it
-/// throws
-///          ends it, and is thrown on.
+///          throws ends it, and is thrown on.
 /// Result   by how many bytes the file is shorter; it becomes so when nobody reads what was there before.
 /// Errors   as SqliteClient. PermissionDeniedException when the store cannot be written. ResourceInUseException when
-/// others
-///          are writing for longer than the options allow. What was given back until then is.
+///          others are writing for longer than the options allow. What was given back until then is.
 /// Threads  any.
 CLOUDPROVIDER_SQLITE_EXPORT std::uint64_t compactSqliteStore(const std::string& file,
                                                              const std::function<void(std::uint64_t bytes)>& onBytes,
