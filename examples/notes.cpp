@@ -4,6 +4,7 @@
 
 #include <iostream>
 
+using foundation::storage::provider::ByteStreamOpenOptions;
 using foundation::storage::provider::StorageIRI;
 using namespace storage::cloudprovider;
 
@@ -12,9 +13,14 @@ int main() {
     const auto provider = buildCloudProvider(store, FolderPolicy::MarkerObjects, true);
     const StorageIRI file(u"/notes/today.txt");
 
-    const auto writer = provider->openStream(file, {});
+    const auto writer = provider->openStream(file, {});  // anew: what the file held is discarded
     writer->write("Remember the milk\n", 18);
-    writer->close();  // the bytes reach the store here
+    writer->close();  // the bytes reach the store here; throws when they do not
+
+    const ByteStreamOpenOptions keeping{.existingContent = ByteStreamOpenOptions::ExistingContent::Preserve};
+    const auto appender = provider->openStream(file, keeping);  // what it holds stays, and this follows
+    appender->write("and the bread\n", 14);
+    appender->close();
 
     char bytes[64];
     const auto reader = provider->openReadOnlyStream(file);

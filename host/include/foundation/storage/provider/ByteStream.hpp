@@ -45,7 +45,8 @@ public:
     std::streampos seek(std::int64_t offset, std::ios_base::seekdir way);
 
     /// Finish with the stream; what was written may reach the store only now. Closing again does nothing; any
-    /// other use afterwards is its failure.
+    /// other use afterwards is its failure. The destructor closes, too, but throws nothing: without this call nobody
+    /// learns that nothing was stored.
     ///
     /// Errors   ByteStreamCloseFailure.
     void close();
@@ -60,7 +61,7 @@ private:
     virtual void doClose() = 0;
 };
 
-/// How to open a file for writing.
+/// How to open a file for writing. The defaults discard what it held; see IProvider::openStream for how to keep that.
 struct ByteStreamOpenOptions {
     /// What the stream may be used for.
     enum class Access : std::uint32_t { WriteOnly = 0, ReadWrite = 1 };
@@ -81,6 +82,9 @@ struct ByteStreamOpenOptions {
 };
 
 /// A Boost.Iostreams device over a shared ByteStream; copies share the stream and its position.
+///
+/// A boost::iostreams::stream over it closes it when it is destroyed, and swallows what that throws: call the stream's
+/// own close() first, which throws it, or a failure to store what was written is lost.
 class FOUNDATION_HOST_EXPORT GenericByteStreamDevice {
 public:
     using char_type = char;  ///< what Boost.Iostreams asks of a device

@@ -113,6 +113,10 @@ public:
 
     /// Open a file for writing, and for reading if the options say so.
     ///
+    /// openStream(iri, {}) discards what the file held, even if nothing is written. To keep it:
+    /// openStream(iri, {.existingContent = ByteStreamOpenOptions::ExistingContent::Preserve}), which writes at its end;
+    /// with .writeMode = ByteStreamOpenOptions::WriteMode::Positioned, too, at the position, which begins at 0.
+    ///
     /// storage::cloudprovider shares the content among all streams of a file and stores it when the last one closes.
     /// The options' existingContent and presence count for the stream that opens the file: another one, opened while
     /// the file is open, neither discards anything nor asks whether the file is stored.
