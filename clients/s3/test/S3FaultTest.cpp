@@ -122,7 +122,7 @@ protected:
                 return;
             }
             ASSERT_EQ(failure, ErrorCode::InUse) << line;
-            std::this_thread::sleep_for(std::chrono::milliseconds(random() % (20 << std::min(tries, 6))));
+            std::this_thread::sleep_for(std::chrono::milliseconds(random() % (20U << std::min(tries, 6))));
         }
         ADD_FAILURE() << "in use for ever: " << line;
     }

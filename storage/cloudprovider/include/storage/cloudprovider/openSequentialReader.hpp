@@ -10,8 +10,8 @@
 
 namespace storage::cloudprovider {
 
-/// Open a file to read it once from its beginning to its end, as fast as the store allows: ranges larger than a part are
-/// fetched ahead straight into memory, without the temporary disk and the cache.
+/// Open a file to read it once from its beginning to its end, as fast as the store allows: ranges larger than a part
+/// are fetched ahead straight into memory, without the temporary disk and the cache.
 ///
 /// What is read is the object that was stored when the file was opened. Where the store tells versions, a read fails
 /// with InUse once it has another one; else its bytes may be of both. The stream does not keep the file from being
