@@ -270,6 +270,7 @@ void FileSystem::removeFile(NodeId parent, const std::string& name) {
     file->leaveName();
     m_inodes.unlink(*known);
     noteChange(path);
+    m_store.listings->forget(path.parent());  // which may have gone with its last file
 }
 
 // The new name has the whole file before the old one goes. Whoever opens either of the two waits.

@@ -4,6 +4,7 @@
 #include "mount/errnoOf.hpp"
 #include "mount/log.hpp"
 
+#include <foundation/services/InterruptScope.hpp>
 #include <storage/cloudprovider/abandonStream.hpp>
 #include <storage/cloudprovider/detachStream.hpp>
 #include <storage/cloudprovider/resizeStream.hpp>
@@ -43,6 +44,18 @@ std::uint64_t sizeOf(ByteStream& stream) {
     return static_cast<std::uint64_t>(static_cast<std::streamoff>(stream.seek(0, std::ios_base::end)));
 }
 
+// How often waiting looks at the thread's interrupt.
+constexpr std::chrono::milliseconds kInterruptInterval(100);
+
+// Waits no longer than until the thread is interrupted.
+std::unique_lock<std::timed_mutex> lockInScope(std::timed_mutex& mutex) {
+    std::unique_lock lock(mutex, std::defer_lock);
+    while (!lock.try_lock_for(kInterruptInterval)) {
+        foundation::InterruptScope::throwIfRequested();
+    }
+    return lock;
+}
+
 }  // namespace
 
 OpenFile::OpenFile(MountedStore store, StorePath path) : m_store(std::move(store)), m_path(std::move(path)) {}
@@ -61,8 +74,17 @@ OpenFile::~OpenFile() {
     }
 }
 
+// As lockInScope: who renames or removes the file may wait for the store.
+OpenFile::Shared OpenFile::shareInScope() const {
+    Shared gate(m_gate, boost::defer_lock);
+    while (!gate.try_lock_for(boost::chrono::milliseconds(kInterruptInterval.count()))) {
+        foundation::InterruptScope::throwIfRequested();
+    }
+    return gate;
+}
+
 std::shared_ptr<FileHandle> OpenFile::open(const OpenMode& mode, std::optional<std::uint64_t> toldSize) {
-    const Shared gate(m_gate);
+    const auto gate = shareInScope();
     if (m_isDetached) {
         throw ErrnoError(ESTALE);
     }
@@ -96,7 +118,10 @@ std::shared_ptr<FileHandle> OpenFile::open(const OpenMode& mode, std::optional<s
 
 // Whoever finds that something is left of a description that is closed tries to store it.
 void OpenFile::tellFailureOfClose() {
-    const std::lock_guard lock(m_writerMutex);
+    if (!isUnsaved() || isWritten()) {
+        return;  // before waiting for a store that is under way
+    }
+    const auto lock = lockInScope(m_writerMutex);
     if (!isUnsaved() || m_writers != 0) {
         return;
     }
@@ -155,8 +180,8 @@ void OpenFile::closeWriterLocked() noexcept {
 
 std::size_t OpenFile::read(FileHandle& handle, char* buffer, std::size_t size, std::uint64_t offset) {
     const auto position = toOffset(offset);
-    const Shared gate(m_gate);
-    const std::lock_guard lock(handle.m_mutex);
+    const auto gate = shareInScope();
+    const auto lock = lockInScope(handle.m_mutex);
     if (m_isDetached && !handle.m_reader) {
         const std::lock_guard writing(m_writerMutex);
         if (!m_writer) {

@@ -55,7 +55,7 @@ private:
     friend class OpenFile;
 
     const bool m_writes;
-    std::mutex m_mutex;  // guards what follows; I/O under it, as a stream has one position
+    std::timed_mutex m_mutex;  // guards what follows; I/O under it, as a stream has one position
     std::unique_ptr<ByteStream> m_reader;
     std::optional<std::uint64_t> m_position;  // where the stream reads on; nothing: it has to be sought
 };
@@ -149,6 +149,7 @@ private:
     void closeGated(FileHandle& handle) noexcept;
     void resizeGated(std::uint64_t size);
     ByteStream& reader(FileHandle& handle);
+    Shared shareInScope() const;
     void noteSize(ByteStream& stream);
     void tellFailureOfClose();
     // With m_writerMutex held, too.
