@@ -34,6 +34,7 @@ Peer::Peer(const Lap& lap) {
                                       std::to_string(lap.seed),
                                       std::to_string(lap.duration.count())};
     std::vector<char*> arguments;
+    arguments.reserve(words.size() + 1);
     for (auto& word : words) {
         arguments.push_back(word.data());
     }
