@@ -45,8 +45,16 @@ std::uint64_t readNumber(const pugi::xml_node& node) {
     return *number;
 }
 
-bool isTrue(const pugi::xml_node& node) {
-    return std::string_view(node.child_value()) == "true";
+// Whether there are more pages than this one of a listing.
+bool goesOn(const pugi::xml_node& root) {
+    return std::string_view(root.child_value("IsTruncated")) == "true";
+}
+
+// Without a place to go on from, the page would be taken for the last one.
+void requirePlace(bool isTold) {
+    if (!isTold) {
+        throw std::runtime_error("the listing goes on, and the answer does not say where");
+    }
 }
 
 std::string firstOf(const pugi::xml_node& node, std::initializer_list<const char*> names) {
@@ -122,11 +130,9 @@ ListingPage readListing(std::string_view xml) {
     }
     std::sort(page.Entries.begin(), page.Entries.end(),
               [](const ObjectInfo& left, const ObjectInfo& right) { return left.Key < right.Key; });
-    if (isTrue(root.child("IsTruncated"))) {
+    if (goesOn(root)) {
         page.Token = root.child_value("NextContinuationToken");
-        if (page.Token.empty()) {
-            throw std::runtime_error("the listing goes on, and the answer does not say where");
-        }
+        requirePlace(!page.Token.empty());
     }
     return page;
 }
@@ -140,9 +146,10 @@ UploadsPage readUploads(std::string_view xml) {
         page.Uploads.push_back(
             {readKey(node.child_value("Key")), node.child_value("UploadId"), toTime(node.child_value("Initiated")), 0});
     }
-    if (isTrue(root.child("IsTruncated"))) {
+    if (goesOn(root)) {
         page.KeyMarker = readKey(root.child_value("NextKeyMarker"));
         page.IdMarker = root.child_value("NextUploadIdMarker");
+        requirePlace(!page.KeyMarker.empty() || !page.IdMarker.empty());
     }
     return page;
 }
@@ -154,8 +161,9 @@ PartsPage readParts(std::string_view xml) {
     for (const auto& node : root.children("Part")) {
         page.Size += readNumber(node.child("Size"));
     }
-    if (isTrue(root.child("IsTruncated"))) {
+    if (goesOn(root)) {
         page.Marker = root.child_value("NextPartNumberMarker");
+        requirePlace(!page.Marker.empty());
     }
     return page;
 }

@@ -38,7 +38,8 @@ using UndeletedKey = std::pair<std::string, FailureDetails>;
 using Tags = std::vector<std::pair<std::string, std::string>>;
 
 /// What an answer says of an error; nothing when it is none. All that is read here throws std::runtime_error when the
-/// text is no XML, has a document type, or another root than it should.
+/// text is no XML, has a document type, or another root than it should, and when a page that is not the last does not
+/// say where the next one begins.
 std::optional<FailureDetails> readError(std::string_view xml);
 ListingPage readListing(std::string_view xml);
 UploadsPage readUploads(std::string_view xml);

@@ -13,6 +13,7 @@
 #include <chrono>
 #include <istream>
 #include <sstream>
+#include <stdexcept>
 #include <utility>
 
 namespace storage::cloudprovider::s3 {
@@ -91,6 +92,13 @@ std::vector<PartInfo> joinParts(const std::vector<PartInfo>& run) {
     return pieces;
 }
 
+// Whoever asks for the page that was just answered would go on for ever.
+void requireProgress(const std::string& place, const std::string& nextPlace) {
+    if (!nextPlace.empty() && nextPlace == place) {
+        throw std::runtime_error("the listing does not get on");
+    }
+}
+
 // Nothing when the upload has gone meanwhile.
 std::optional<std::uint64_t> sizeOfUpload(Bucket& bucket, const UnfinishedUpload& upload) {
     std::uint64_t size = 0;
@@ -105,6 +113,7 @@ std::optional<std::uint64_t> sizeOfUpload(Bucket& bucket, const UnfinishedUpload
         try {
             const auto page = readParts(bucket.wire().send(std::move(request)).Http.Body);
             size += page.Size;
+            requireProgress(marker, page.Marker);
             marker = page.Marker;
         } catch (const S3Failure& failure) {
             if (!failure.hasStatus(404)) {
@@ -328,8 +337,11 @@ std::vector<UnfinishedUpload> listUploads(Bucket& bucket, const std::string& pre
     std::stable_sort(uploads.begin(), uploads.end(),
                      [](const UnfinishedUpload& left, const UnfinishedUpload& right) { return left.Key < right.Key; });
     const bool isLast = page.KeyMarker.empty() && page.IdMarker.empty();
-    token = isLast ? std::string()
-                   : percentEncode(page.KeyMarker, Slash::Encode) + '&' + percentEncode(page.IdMarker, Slash::Encode);
+    auto next = isLast
+                    ? std::string()
+                    : percentEncode(page.KeyMarker, Slash::Encode) + '&' + percentEncode(page.IdMarker, Slash::Encode);
+    requireProgress(token, next);
+    token = std::move(next);
     return uploads;
 }
 

@@ -642,6 +642,22 @@ TEST_F(S3ClientTest, ListingsGoOnBehindEmptyPages) {
     ASSERT_EQ(uploads.size(), 1U);
     EXPECT_EQ(uploads[0].Key + uploads[0].UploadId, "b cu");
     EXPECT_EQ(uploads[0].Size, 10U);
+
+    const std::string goesOn =
+        "<IsTruncated>true</IsTruncated><NextKeyMarker>k</NextKeyMarker>"
+        "<NextPartNumberMarker>7</NextPartNumberMarker>";
+    const std::string uploadsPage = "<ListMultipartUploadsResult>" + goesOn + "</ListMultipartUploadsResult>";
+    m_server.next({200, uploadsPage});
+    m_server.next({200, uploadsPage});
+    EXPECT_TRUE(m_client->listUploads("", token).empty());
+    EXPECT_EQ(token, "k&");
+    EXPECT_THROW(m_client->listUploads("", token), UnknownErrorException) << "would go on for ever";
+    const std::string parts = "<ListPartsResult>" + goesOn + "</ListPartsResult>";
+    m_server.next({200, "<ListMultipartUploadsResult><Upload><Key>in/a</Key></Upload></ListMultipartUploadsResult>"});
+    m_server.next({200, parts});
+    m_server.next({200, parts});
+    token.clear();
+    EXPECT_THROW(m_client->listUploads("", token), UnknownErrorException) << "would go on for ever";
 }
 
 TEST_F(S3ClientTest, KeysTravelAsTheyAre) {

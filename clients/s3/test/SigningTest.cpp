@@ -193,6 +193,10 @@ TEST(XmlTest, PagesAreMergedDecodedAndChecked) {
                                   "<ListBucketResult><IsTruncated>true</IsTruncated></ListBucketResult>"}) {
         EXPECT_THROW(readListing(bad), std::runtime_error) << bad;
     }
+    const std::string cutOff = "<IsTruncated>true</IsTruncated>";
+    EXPECT_THROW(readUploads("<ListMultipartUploadsResult>" + cutOff + "</ListMultipartUploadsResult>"),
+                 std::runtime_error);
+    EXPECT_THROW(readParts("<ListPartsResult>" + cutOff + "</ListPartsResult>"), std::runtime_error);
     for (const auto& [key, isText] : {std::pair{"a<&>\xC3\xBC b", true},
                                       {"a\nb", false},
                                       {"\x01", false},
