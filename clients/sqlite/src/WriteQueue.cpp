@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <memory>
 #include <utility>
 
 // wait --first in the queue--> lead: begin --> take those that wait by then --> run each --> commit --> finish
@@ -15,6 +16,8 @@
 // (1) Who leads begins its transaction before it takes others: while it waits for another process, more of them come,
 //     and when that takes too long it alone fails.
 // (2) A change that was taken is run, so its caller waits for it however long that takes.
+// (3) Those that share a transaction are run without savepoints first: SQLite would copy each page once for each of
+//     them. When one throws, the transaction begins anew, and each has its savepoint.
 
 namespace storage::cloudprovider::sqlite {
 
@@ -23,6 +26,11 @@ namespace {
 // So that one that comes late does not wait long for the others, and the log stays small.
 constexpr std::size_t kMostChanges = 64;
 constexpr std::uint64_t kMostBytes = std::uint64_t{4} * 1024 * 1024;
+
+// Immediate: waiting for writers of other clients happens here and nowhere else.
+std::unique_ptr<SQLite::Transaction> begin(Connection& connection) {
+    return std::make_unique<SQLite::Transaction>(connection.database(), SQLite::TransactionBehavior::IMMEDIATE);
+}
 
 // Run a change that others share the transaction of. Result: what it threw; then nothing is left of it.
 std::exception_ptr runAmongOthers(Connection& connection, const std::function<void(Connection&)>& action) {
@@ -81,17 +89,18 @@ void WriteQueue::lead(Waiter& first) {
         group.reserve(kMostChanges);
         const ConnectionPool::Lease connection = m_pool.lease();
         connection->setDurability(first.change.durability);
-        // Immediate: waiting for writers of other clients happens here and nowhere else.
-        SQLite::Transaction transaction(connection->database(), SQLite::TransactionBehavior::IMMEDIATE);
+        auto transaction = begin(*connection);
         takeGroup(group);
         if (group.size() == 1) {
             first.change.action(*connection);
-        } else {
+        } else if (!runTogether(*connection, group)) {
+            transaction.reset();
+            transaction = begin(*connection);
             for (Waiter* const waiter : group) {
                 waiter->failure = runAmongOthers(*connection, waiter->change.action);
             }
         }
-        transaction.commit();
+        transaction->commit();
     } catch (const SQLite::Exception& error) {
         // Each gets its own: threads would share the counters of one.
         fail(group, [&] { return std::make_exception_ptr(SQLite::Exception(error.what(), error.getErrorCode())); });
@@ -99,6 +108,18 @@ void WriteQueue::lead(Waiter& first) {
         fail(group, [] { return std::current_exception(); });
     }
     finish(group);
+}
+
+// False when one of them threw: then none may be committed.
+bool WriteQueue::runTogether(Connection& connection, const Group& group) noexcept {
+    try {
+        for (const Waiter* const waiter : group) {
+            waiter->change.action(connection);
+        }
+        return true;
+    } catch (...) {
+        return false;  // it throws again when it is run by itself
+    }
 }
 
 // Those that have failed already keep their own reason.

@@ -28,7 +28,8 @@ public:
         Durability durability = Durability::AtOnce;
 
         /// The bytes that it writes at most, if it may share a transaction: then it runs on the thread of any caller,
-        /// and runs once. Without a value it is alone, on the thread of its own caller.
+        /// and may run twice, of which the first is undone. Without a value it is alone, on the thread of its own
+        /// caller, and runs once.
         std::optional<std::uint64_t> shareableSize;
     };
 
@@ -56,6 +57,7 @@ private:
     void waitForTurn(Waiter& waiter);
     void lead(Waiter& first);
     void takeGroup(Group& group);
+    static bool runTogether(Connection& connection, const Group& group) noexcept;
     template <class MakeFailure>
     static void fail(const Group& group, const MakeFailure& makeFailure);
     void finish(const Group& group) noexcept;
