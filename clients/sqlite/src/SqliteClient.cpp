@@ -148,6 +148,13 @@ public:
         }
     }
 
+    /// Remove what was too much for one transaction, if something is left.
+    void dropRest(const char* step, const std::string& key, bool isLeft) {
+        if (isLeft) {
+            tryToDropAbandonedUploads(step, key);
+        }
+    }
+
     /// Read the bytes of an object that can be held in memory.
     std::string readBytes(const char* step, const std::string& key, std::istream& data, std::uint64_t size) {
         return translate(step, key, [&] { return sqlite::readBytes(data, size); });
@@ -285,9 +292,7 @@ void SqliteClient::abortMultipartUpload(const std::string& key, const std::strin
     bool isLeft = false;
     m_implementation->remove(kStep, key,
                              [&](Connection& connection) { isLeft = sqlite::abortUpload(connection, key, uploadId); });
-    if (isLeft) {
-        m_implementation->tryToDropAbandonedUploads(kStep, key);
-    }
+    m_implementation->dropRest(kStep, key, isLeft);
 }
 
 void SqliteClient::completeMultipartUpload(const std::string& key, const std::string& uploadId,
@@ -325,42 +330,57 @@ std::string SqliteClient::putObjectOver(const std::string& key, std::istream& da
                                         const ExpectedObject& expected) {
     requireKey(key);
     constexpr const char* kStep = "put";
+    bool isLeft = false;
     const auto store = [&](Connection& connection, const auto& writeContent) {
         sqlite::requireExpected(connection, key, expected);
         const std::int64_t content = writeContent();
-        sqlite::replaceObject(connection, key, content, size, 0);
+        isLeft = sqlite::replaceObject(connection, key, content, size, 0);
         return sqlite::makeVersion(content);
     };
-    if (size > kMostShared) {
-        return m_implementation->write(kStep, key, [&](Connection& connection) {
-            return store(connection, [&] { return sqlite::writeContent(connection, data, size); });
+    const auto put = [&] {
+        if (size > kMostShared) {
+            return m_implementation->write(kStep, key, [&](Connection& connection) {
+                return store(connection, [&] { return sqlite::writeContent(connection, data, size); });
+            });
+        }
+        // Read before it waits with others, who are not to wait for data, nor to have it read on another thread.
+        const std::string bytes = m_implementation->readBytes(kStep, key, data, size);
+        return m_implementation->writeShared(kStep, key, size, [&](Connection& connection) {
+            return store(connection, [&] { return sqlite::writeContent(connection, bytes); });
         });
-    }
-    // Read before it waits with others, who are not to wait for data, nor to have it read on another thread.
-    const std::string bytes = m_implementation->readBytes(kStep, key, data, size);
-    return m_implementation->writeShared(kStep, key, size, [&](Connection& connection) {
-        return store(connection, [&] { return sqlite::writeContent(connection, bytes); });
-    });
+    };
+    std::string version = put();
+    m_implementation->dropRest(kStep, key, isLeft);
+    return version;
 }
 
 std::string SqliteClient::completeUploadOver(const std::string& key, const std::string& uploadId,
                                              const std::vector<PartInfo>& parts, const ExpectedObject& expected) {
-    return m_implementation->write("complete an upload of", key, [&](Connection& connection) {
-        return sqlite::makeVersion(sqlite::completeUpload(connection, key, uploadId, parts, expected));
+    constexpr const char* kStep = "complete an upload of";
+    const auto completed = m_implementation->write(kStep, key, [&](Connection& connection) {
+        return sqlite::completeUpload(connection, key, uploadId, parts, expected);
     });
+    m_implementation->dropRest(kStep, key, completed.isSomethingLeft);
+    return sqlite::makeVersion(completed.content);
 }
 
 bool SqliteClient::copyObject(const std::string& from, const std::string& fromVersion, const std::string& to,
                               const ExpectedObject& expected) {
     requireKey(to);
-    m_implementation->write(
-        "copy", from, [&](Connection& connection) { sqlite::copyObject(connection, from, fromVersion, to, expected); });
+    constexpr const char* kStep = "copy";
+    const bool isLeft = m_implementation->write(kStep, from, [&](Connection& connection) {
+        return sqlite::copyObject(connection, from, fromVersion, to, expected);
+    });
+    m_implementation->dropRest(kStep, from, isLeft);
     return true;
 }
 
 void SqliteClient::removeObject(const std::string& key, const std::string& version) {
-    m_implementation->remove("delete", key,
-                             [&](Connection& connection) { sqlite::removeObject(connection, key, version); });
+    constexpr const char* kStep = "delete";
+    bool isLeft = false;
+    m_implementation->remove(kStep, key,
+                             [&](Connection& connection) { isLeft = sqlite::removeObject(connection, key, version); });
+    m_implementation->dropRest(kStep, key, isLeft);
 }
 
 std::vector<UnfinishedUpload> SqliteClient::listUploads(const std::string& prefix, std::string& token) {

@@ -211,11 +211,15 @@ std::size_t dropSlices(Connection& connection, std::int64_t content, std::size_t
     return count;
 }
 
+void dropParts(Connection& connection, std::int64_t content) {
+    connection.query("DELETE FROM parts WHERE content = ?", content).run();
+}
+
 void dropContent(Connection& connection, std::int64_t content) {
     constexpr std::size_t kAtOnce = 1000;  // in memory
     while (dropSlices(connection, content, kAtOnce) == kAtOnce) {
     }
-    connection.query("DELETE FROM parts WHERE content = ?", content).run();
+    dropParts(connection, content);
 }
 
 }  // namespace storage::cloudprovider::sqlite

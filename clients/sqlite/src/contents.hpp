@@ -61,6 +61,9 @@ void readContent(Connection& connection, std::int64_t content, std::uint64_t fir
 /// Result   how many there were; fewer than most: the content has none left.
 std::size_t dropSlices(Connection& connection, std::int64_t content, std::size_t most);
 
+/// Remove a content's layout.
+void dropParts(Connection& connection, std::int64_t content);
+
 /// Remove a content, its layout, and the bytes that no other content refers to; damage does not stop that, but the
 /// chunk that a damaged slice names stays.
 void dropContent(Connection& connection, std::int64_t content);

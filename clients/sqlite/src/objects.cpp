@@ -5,6 +5,7 @@
 #include "contents.hpp"
 #include "errors.hpp"
 #include "objectRows.hpp"
+#include "uploads.hpp"
 
 #include <storage/cloudprovider/CloudException.hpp>
 #include <storage/cloudprovider/utils.hpp>
@@ -131,11 +132,10 @@ std::string makeVersion(std::int64_t content) {
     return std::to_string(content);
 }
 
-void replaceObject(Connection& connection, const std::string& key, std::int64_t content, std::uint64_t size,
+bool replaceObject(Connection& connection, const std::string& key, std::int64_t content, std::uint64_t size,
                    std::int64_t parts) {
-    if (const auto former = storeRow(connection, {key, content, toInteger(size), currentTime(), parts, 0})) {
-        dropContent(connection, former->content);
-    }
+    const auto former = storeRow(connection, {key, content, toInteger(size), currentTime(), parts, 0});
+    return former && discardContent(connection, key, former->content);
 }
 
 void notePart(Connection& connection, std::int64_t content, const PartInfo& part) {
@@ -145,7 +145,7 @@ void notePart(Connection& connection, std::int64_t content, const PartInfo& part
         .run();
 }
 
-void copyObject(Connection& connection, const std::string& from, const std::string& fromVersion, const std::string& to,
+bool copyObject(Connection& connection, const std::string& from, const std::string& fromVersion, const std::string& to,
                 const ExpectedObject& expected) {
     const StoredObject object = getExistingObject(connection, from, fromVersion);
     requireExpected(connection, to, expected, '"' + to + '"');
@@ -153,17 +153,17 @@ void copyObject(Connection& connection, const std::string& from, const std::stri
     for (const PartInfo& part : getUploadedParts(connection, object)) {
         notePart(connection, copy, part);
     }
-    replaceObject(connection, to, copy, object.size, object.parts);
+    return replaceObject(connection, to, copy, object.size, object.parts);
 }
 
-void removeObject(Connection& connection, const std::string& key, const std::string& version) {
+bool removeObject(Connection& connection, const std::string& key, const std::string& version) {
     requireExpected(connection, key, ExpectedObject::version(version));
     const std::optional<ObjectRow> row = findRow(connection, key);
     if (!row) {
         throwMissing(key);
     }
     removeRow(connection, *row);
-    dropContent(connection, row->content);
+    return discardContent(connection, key, row->content);
 }
 
 std::optional<ObjectDescription> describeObject(Connection& connection, const std::string& key) {

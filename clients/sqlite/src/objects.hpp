@@ -48,19 +48,22 @@ std::string makeVersion(std::int64_t content);
 
 /// Make a content the object of that key, as of now; what was there before is dropped. parts: how many it was uploaded
 /// in, with notePart; 0: it was put whole.
-void replaceObject(Connection& connection, const std::string& key, std::int64_t content, std::uint64_t size,
+///
+/// Result   whether something of what was there is left, to be removed as an abandoned upload.
+bool replaceObject(Connection& connection, const std::string& key, std::int64_t content, std::uint64_t size,
                    std::int64_t parts);
 
 /// Note a part of a content that was uploaded in parts. The index of part is its number in the upload.
 void notePart(Connection& connection, std::int64_t content, const PartInfo& part);
 
 /// Make an object's bytes and layout the object of another key, as of now. No byte is copied. Throws as
-/// getExistingObject, and ObjectChanged when what is at the destination is not what is expected.
-void copyObject(Connection& connection, const std::string& from, const std::string& fromVersion, const std::string& to,
+/// getExistingObject, and ObjectChanged when what is at the destination is not what is expected. Result: as
+/// replaceObject.
+bool copyObject(Connection& connection, const std::string& from, const std::string& fromVersion, const std::string& to,
                 const ExpectedObject& expected);
 
-/// Remove an object and its content. Throws as getExistingObject.
-void removeObject(Connection& connection, const std::string& key, const std::string& version);
+/// Remove an object and its content. Throws as getExistingObject. Result: as replaceObject.
+bool removeObject(Connection& connection, const std::string& key, const std::string& version);
 
 /// The version and the layout of an object, if it is there.
 std::optional<ObjectDescription> describeObject(Connection& connection, const std::string& key);

@@ -249,8 +249,8 @@ bool abortUpload(Connection& connection, const std::string& key, const std::stri
     return giveUp(connection, findUpload(connection, key, uploadId), key);
 }
 
-std::int64_t completeUpload(Connection& connection, const std::string& key, const std::string& uploadId,
-                            const std::vector<PartInfo>& parts, const ExpectedObject& expected) {
+CompletedUpload completeUpload(Connection& connection, const std::string& key, const std::string& uploadId,
+                               const std::vector<PartInfo>& parts, const ExpectedObject& expected) {
     const std::int64_t upload = findUpload(connection, key, uploadId);
     requireExpected(connection, key, expected);
     if (parts.empty()) {
@@ -266,9 +266,9 @@ std::int64_t completeUpload(Connection& connection, const std::string& key, cons
         takePart(connection, upload, parts[at], content, size);
         size += parts[at].Size;
     }
-    replaceObject(connection, key, content, size, toInteger(parts.size()));
-    giveUp(connection, upload, key);
-    return content;
+    const bool isFormerLeft = replaceObject(connection, key, content, size, toInteger(parts.size()));
+    const bool isUploadLeft = giveUp(connection, upload, key);
+    return {content, isFormerLeft || isUploadLeft};
 }
 
 // A token is the last upload's id, a blank and its key.
@@ -320,6 +320,17 @@ void readUpload(Connection& connection, std::int64_t upload, std::ostream& sink)
         const SentPart part = getSentPart(rows, upload);
         readContent(connection, part.content, 0, part.size, sink);
     }
+}
+
+// The upload has the content's number: both are of one kind, of which none is given twice.
+bool discardContent(Connection& connection, std::string_view key, std::int64_t content) {
+    const bool isLeft = dropSlices(connection, content, kMostDropped) == kMostDropped;
+    if (isLeft) {
+        insertUpload(connection, content, key, kGivenUp);
+        insertSentPart(connection, content, 0, content, 0);
+    }
+    dropParts(connection, content);
+    return isLeft;
 }
 
 bool hasAbandonedUploads(Connection& connection) {

@@ -42,10 +42,16 @@ std::vector<PartInfo> copyStoredParts(Connection& connection, const std::string&
 /// Result   whether some are left, to be removed as those of an abandoned upload.
 bool abortUpload(Connection& connection, const std::string& key, const std::string& uploadId);
 
-/// Result   the number of the object's content. Throws ObjectChanged when what is stored is not what is expected,
+/// What has become of an upload.
+struct CompletedUpload {
+    std::int64_t content;  ///< of the object
+    bool isSomethingLeft;  ///< to be removed as an abandoned upload
+};
+
+/// Make an upload the object of its key. Throws ObjectChanged when what is stored is not what is expected,
 ///          StoreFailure when the parts are none, not in order, or not as they were sent.
-std::int64_t completeUpload(Connection& connection, const std::string& key, const std::string& uploadId,
-                            const std::vector<PartInfo>& parts, const ExpectedObject& expected);
+CompletedUpload completeUpload(Connection& connection, const std::string& key, const std::string& uploadId,
+                               const std::vector<PartInfo>& parts, const ExpectedObject& expected);
 
 /// One page of the uploads of keys that begin with prefix, as ExtendedCloudClient::listUploads. Started is when their
 /// last part came.
@@ -56,6 +62,12 @@ std::int64_t findUploadBehind(Connection& connection, std::int64_t after);
 
 /// Write what was sent to an upload to sink, part by part. Throws StoreDamaged, which names the upload.
 void readUpload(Connection& connection, std::int64_t upload, std::ostream& sink);
+
+/// Remove the content of an object of that key that is no more. What is too much for one transaction is left as an
+/// upload that was given up.
+///
+/// Result   whether something is left, to be removed as an abandoned upload.
+bool discardContent(Connection& connection, std::string_view key, std::int64_t content);
 
 /// Whether some upload had no activity for a day, or was given up and is not removed yet.
 bool hasAbandonedUploads(Connection& connection);

@@ -271,6 +271,55 @@ TEST_F(WritingTest, AnUploadThatIsDroppedInPartIsOfNoUseAndGoesWithTheNext) {
     expectNothingIsLeft();
 }
 
+TEST_F(WritingTest, ALargeObjectGoesAtOnceAndItsBytesInSmallTransactions) {
+    const auto storeLarge = [&](SqliteClient& client) {
+        const std::string id = client.startMultipartUpload("k", {});
+        std::vector<PartInfo> parts;
+        for (int i = 0; i < 150; ++i) {
+            send(client, id, parts, "x");
+        }
+        client.completeMultipartUpload("k", id, parts);
+    };
+    const std::pair<const char*, std::function<void(SqliteClient&)>> ways[] = {
+        {"removed", [&](SqliteClient& client) { client.deleteObject("k"); }},
+        {"put over", [&](SqliteClient& client) { put(client, "k", "new"); }},
+        {"put over, as a large one", [&](SqliteClient& client) { put(client, "k", std::string(300'000, 'n')); }},
+        {"uploaded over", [&](SqliteClient& client) { storeLarge(client); }},
+        {"copied over", [&](SqliteClient& client) {
+             put(client, "other", "new");
+             client.copyObject("other", "", "k", ExpectedObject::anything());
+             client.deleteObject("other");
+         }}};
+    for (const auto& [name, change] : ways) {
+        SCOPED_TRACE(name);
+        {
+            const WatchedTransactions watched(1000);
+            SqliteClient client(m_file);
+            storeLarge(client);
+            change(client);
+            EXPECT_EQ(number("SELECT count(*) FROM uploads"), 0) << "it waits for its bytes to go";
+            EXPECT_GT(WatchedTransactions::mostRemoved, 0);
+            EXPECT_LE(WatchedTransactions::mostRemoved, 64);
+        }
+        auto client = std::make_unique<SqliteClient>(m_file);
+        if (client->getObjectInfo("k")) {
+            client->deleteObject("k");
+        }
+        expectNothingIsLeft();
+    }
+    {
+        const WatchedTransactions watched(1);  // as if it was killed then
+        SqliteClient client(m_file);
+        storeLarge(client);
+        client.deleteObject("k");
+        EXPECT_FALSE(client.getObjectInfo("k"));
+    }
+    EXPECT_EQ(number("SELECT count(*) FROM uploads"), 1);
+    EXPECT_EQ(verifySqliteStore(m_file, {}, {}).Damages, 0U);
+    open();
+    expectNothingIsLeft();
+}
+
 }  // namespace storage::cloudprovider::test
 
 // In place of the system's, for the libraries of this program, too.
