@@ -48,6 +48,9 @@ Engine makeEngine(const ProviderOptions& options) {
         engine.pool = std::make_shared<TransferPool>(options.transferThreads);
         engine.fetchBudget = std::make_shared<FetchBudget>(options.transferThreads);
     }
+    if (options.partMemory != 0) {
+        engine.memory = std::make_shared<PartMemory>(options.partMemory);
+    }
     return engine;
 }
 

@@ -137,6 +137,9 @@ void DiskBackedBuffer::close() {
 
 std::unique_ptr<Buffer> DiskBackedBufferFactory::build(std::uint64_t size) {
     CLOUDPROVIDER_TRACE_FUNCTION(" size=", size);
+    if (auto buffer = m_memory ? MemoryBuffer::tryToMake(m_memory, size) : nullptr) {
+        return buffer;
+    }
     return std::make_unique<DiskBackedBuffer>(size, m_room);
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "Buffer.hpp"
+#include "PartMemory.hpp"
 
 #include <foundation/services/PrivateFolder.hpp>
 
@@ -10,6 +11,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <utility>
 
 namespace storage::cloudprovider {
 
@@ -72,10 +74,13 @@ private:
     const std::unique_ptr<detail::DiskFile> m_diskFile;
 };
 
-/// Makes DiskBackedBuffers. Never changes: any thread may call it.
+/// Makes MemoryBuffers as long as there is memory for parts, else DiskBackedBuffers. Never changes: any thread may call
+/// it.
 class DiskBackedBufferFactory : public BufferFactory {
 public:
-    explicit DiskBackedBufferFactory(Room room = Room::AtOnce) : m_room(room) {}
+    /// Values   memory: for parts; null: there is none.
+    explicit DiskBackedBufferFactory(Room room = Room::AtOnce, std::shared_ptr<PartMemory> memory = nullptr)
+        : m_room(room), m_memory(std::move(memory)) {}
 
     /// Throws UnknownErrorException, naming the reason, when there is no room or no right to make a file, and
     /// std::bad_alloc when there is no memory.
@@ -83,6 +88,7 @@ public:
 
 private:
     const Room m_room;
+    const std::shared_ptr<PartMemory> m_memory;
 };
 
 }  // namespace storage::cloudprovider

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "FetchBudget.hpp"
+#include "PartMemory.hpp"
 #include "TransferPool.hpp"
 
 #include <storage/cloudprovider/ProviderOptions.hpp>
@@ -15,6 +16,7 @@ struct Engine {
     ProviderOptions options{};
     std::shared_ptr<TransferPool> pool{};        ///< empty: no threads
     std::shared_ptr<FetchBudget> fetchBudget{};  ///< empty with the pool
+    std::shared_ptr<PartMemory> memory{};        ///< for parts; empty: they lie on the temporary disk
 };
 
 }  // namespace storage::cloudprovider

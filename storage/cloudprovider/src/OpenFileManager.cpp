@@ -52,8 +52,8 @@ StorageIRI withoutAuthority(const StorageIRI& iri) {
 std::shared_ptr<OpenFileContext> makeContext(const StorageIRI& iri, const std::shared_ptr<CloudClient>& client,
                                              const Engine& engine) {
     const auto room = engine.options.lightBuffers ? Room::InSteps : Room::AtOnce;
-    return std::make_shared<OpenFileContext>(iri, client, std::make_unique<DiskBackedBufferFactory>(room),
-                                             engine.options);
+    return std::make_shared<OpenFileContext>(
+        iri, client, std::make_unique<DiskBackedBufferFactory>(room, engine.memory), engine.options);
 }
 
 using ExistingContent = ByteStreamOpenOptions::ExistingContent;

@@ -7,6 +7,7 @@
 
 #include <storage/cloudprovider/CloudException.hpp>
 #include <storage/cloudprovider/buildCloudProvider.hpp>
+#include <storage/cloudprovider/openSequentialWriter.hpp>
 #include <storage/cloudprovider/storeStream.hpp>
 
 #include <boost/filesystem/operations.hpp>
@@ -113,6 +114,50 @@ TEST_F(PartBufferTest, DiskBackedBuffersKeepTheirBytesUntilTheyGo) {
             buffer.reset();  // while it is open
             EXPECT_EQ(m_folder.fileCount(), 0U);
         }
+    }
+}
+
+TEST_F(PartBufferTest, PartsLieInMemoryAsLongAsThereIsSomeForThem) {
+    const auto memory = std::make_shared<PartMemory>(10'000'000);
+    DiskBackedBufferFactory factory(Room::InSteps, memory);
+    std::vector<std::unique_ptr<Buffer>> buffers;
+    for (const std::uint64_t size : {0, 1, 5'000'000, 4'999'999}) {
+        SCOPED_TRACE(size);
+        buffers.push_back(factory.build(size));
+        auto& buffer = *buffers.back();
+        EXPECT_EQ(buffer.size(), size);
+        EXPECT_EQ(buffer.data(), nullptr);
+        buffer.open();
+        buffer.reserve(size);
+        EXPECT_EQ(std::string(buffer.data(), size), std::string(size, '\0'));
+        std::memset(buffer.data(), 'x', size);
+        buffer.close();
+        EXPECT_EQ(buffer.data(), nullptr);
+        buffer.open();
+        EXPECT_EQ(std::string(buffer.data(), size), std::string(size, 'x'));
+    }
+    EXPECT_EQ(m_folder.fileCount(), 0U);
+    buffers.push_back(factory.build(1));
+    EXPECT_EQ(m_folder.fileCount(), 1U) << "more than there is";
+    buffers.clear();
+    buffers.push_back(factory.build(10'000'000));
+    EXPECT_EQ(m_folder.fileCount(), 0U) << "what goes gives its memory back";
+    EXPECT_FALSE(memory->take(1));
+}
+
+TEST_F(PartBufferTest, AProvidersFilesShareTheMemoryForParts) {
+    m_options.partMemory = 2 * kPartSize;
+    m_provider = buildCloudProvider(m_providersClient, FolderPolicy::MarkerObjects, false, m_options);
+    const std::string content(3 * kPartSize, 'x');
+    for (const bool isSequential : {false, true}) {
+        SCOPED_TRACE(isSequential);
+        const auto stream = isSequential ? openSequentialWriter(*m_provider, m_file) : openFile(replace());
+        write(stream, content);
+        EXPECT_LE(m_folder.fileCount(), 1U);
+        stream->close();
+        EXPECT_EQ(m_client->content(m_key), content);
+        EXPECT_EQ(readAll(openForReading()), content);
+        EXPECT_EQ(m_folder.fileCount(), 0U);
     }
 }
 

@@ -28,6 +28,7 @@ import uuid
 CLOUDFS = ""
 DONE, FAILED, USAGE, INTERRUPTED = 0, 1, 2, 130
 PART = 64 * 1024
+PART_ON_DISK = 1 << 29  # more than parts may take of memory
 DEADLINE_SECONDS = 60
 FORMAT_1 = os.path.join(os.path.dirname(os.path.abspath(__file__)), "../../../clients/sqlite/test/format1.sql")
 
@@ -400,7 +401,9 @@ class Settings(Case):
         for code, name in [("NotFound", "missing"), ("InvalidLocation", "file")]:
             self.fails(code, name + ":", "--temp", name, "ls")
         self.environment["TMPDIR"] = "missing"
-        self.fails("Failed", "/f: ", "put", "-", "/f", data=b"x", mentions="missing: No such file or directory")
+        self.fails("Failed", "/f: ", "--part-size", str(PART_ON_DISK), "put", "-", "/f", data=b"x",
+                   mentions="missing: No such file or directory")
+        self.ok("put", "-", "/f", data=b"in memory")
         self.fails("NotFound", os.path.realpath(self.work) + "/missing: No such", "append", "-", "/f", data=b"x")
         self.ok("--temp", self.temporary, "put", "-", "/f", data=bytes(3 * PART))
         self.assertEqual(len(self.ok("cat", "/f", "--temp", self.temporary)), 3 * PART)
@@ -611,7 +614,7 @@ class Put(Case):
     def start_put(self, size):
         with open(os.path.join(self.work, "in"), "wb") as file:
             file.truncate(size)
-        self.environment["VX_CLOUD_PART_SIZE_OVERRIDE"] = str(1 << 20)
+        self.environment["VX_CLOUD_PART_SIZE_OVERRIDE"] = str(PART_ON_DISK)
         process = self.start("put", "in", "/f", stderr=subprocess.PIPE)
         deadline = time.monotonic() + DEADLINE_SECONDS
         while not self.part_files() and process.poll() is None:
@@ -1502,7 +1505,7 @@ class Interrupts(Case):
         # Sparse, and so large that reading it never ends by itself.
         with open(os.path.join(self.work, "tree/2"), "wb") as file:
             file.truncate(1 << 36)
-        self.environment["VX_CLOUD_PART_SIZE_OVERRIDE"] = str(1 << 20)
+        self.environment["VX_CLOUD_PART_SIZE_OVERRIDE"] = str(PART_ON_DISK)
         process = self.start("put", "-r", "tree", "/", stderr=subprocess.PIPE)
         deadline = time.monotonic() + DEADLINE_SECONDS
         while not os.path.exists(os.path.join(self.work, "store.db")) or not self.part_files():
@@ -1564,15 +1567,16 @@ class Interrupts(Case):
         contents = {"old": os.urandom(3 * PART), "other": b"other"}
         for name, data in contents.items():
             self.ok("put", "-", "/" + name, data=data)
-        for path in ["/old", "/new"]:
-            with self.subTest(path=path):
+        for path, part in [("/old", PART), ("/new", PART), ("/old", PART_ON_DISK)]:
+            with self.subTest(path=path, part=part):
+                self.environment["VX_CLOUD_PART_SIZE_OVERRIDE"] = str(part)
                 process, _ = self.start_put_through_fifo(path, parts=40)  # more than are kept here
                 process.kill()
                 process.wait()
-                self.assertNotEqual(os.listdir(self.temporary), [])
+                self.assertEqual(os.listdir(self.temporary) != [], part == PART_ON_DISK)
                 self.assertEqual(self.store_content(), contents)
                 os.remove(os.path.join(self.folder, "fifo"))
-        # Parts lie in named temporary files while a file is open: those of a killed process go with the next one.
+        # Parts that are not in memory lie in named temporary files while a file is open: those of a killed process go with the next one.
         self.ok("put", "-", "/after", data=b"after")
         self.assert_no_temporary_files()
 

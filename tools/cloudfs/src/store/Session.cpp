@@ -26,6 +26,9 @@ using storage::cloudprovider::SqliteClient;
 
 namespace {
 
+// Nine parts of 8 MiB for each of a few files that are read, two of 5 MiB for each of many that are written.
+constexpr std::uint64_t kPartMemory = std::uint64_t{256} * 1024 * 1024;
+
 std::string folderOf(const std::string& file) {
     const boost::filesystem::path path(file);
     return path.has_parent_path() ? path.parent_path().native() : ".";
@@ -109,6 +112,7 @@ std::shared_ptr<IProvider> Session::providerFor(std::shared_ptr<CloudClient> cli
     options.partSize = partSize;
     options.cacheSize = cacheSize;
     options.lightBuffers = true;
+    options.partMemory = kPartMemory;
     options.copyInStore = true;
     options.moveOrder = storage::cloudprovider::MoveOrder::StoreDestinationFirst;
     return storage::cloudprovider::buildCloudProvider(std::move(client), folderPolicy, kCheckFolderOnCopy, options);

@@ -43,6 +43,11 @@ struct ProviderOptions {
     /// small files cost little. Large ones cost some more system calls.
     bool lightBuffers = false;
 
+    /// Most bytes of memory for parts, of all files of the provider together; parts that find no room there lie in
+    /// temporary files. A part counts with all that it may hold, and takes the pages that were touched. 0: all lie in
+    /// temporary files.
+    std::uint64_t partMemory = 0;
+
     /// Let the store copy files by itself where it can, so that no byte travels; moves, too, with
     /// StoreDestinationFirst. Whoever opens the destination meanwhile waits. Where the store cannot, a copy costs
     /// three more calls.
