@@ -87,17 +87,11 @@ void show(const GetPlan& plan) {
     output.flush();
 }
 
-// Each byte is read once, so none is kept, unless the user wants some to be.
-Session withoutCache(Session session) {
-    session.cacheSize = session.cacheSize.value_or(0);
-    return session;
-}
-
 }  // namespace
 
 void get(const Session& session, const GetRequest& request) {
     const auto operands = split(request);
-    const auto provider = withoutCache(session).open(MissingStore::Refuse);
+    const auto provider = session.open(MissingStore::Refuse);
     const auto paths = expandPatterns(*provider, operands.paths);
     if (operands.local == kStandardStream) {
         for (const auto& path : paths) {
