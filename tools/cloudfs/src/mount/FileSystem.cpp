@@ -180,7 +180,7 @@ Opened FileSystem::open(NodeId node, const OpenMode& mode) {
         m_store.listings->forget(m_inodes.get(node).path);
         throw;
     }
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     answer.handle = ++m_last;
     m_opened.emplace(answer.handle, result);
     return answer;
@@ -217,7 +217,7 @@ void FileSystem::store(HandleId handle) {
 void FileSystem::release(HandleId handle) noexcept {
     std::shared_ptr<FileOpened> description;
     {
-        const std::lock_guard lock(m_mutex);
+        const foundation::MutexLock lock(m_mutex);
         const auto found = m_opened.find(handle);
         if (found == m_opened.end()) {
             return;
@@ -347,7 +347,7 @@ bool FileSystem::copyInside(const std::string& from, const std::string& version,
 HandleId FileSystem::openFolder(NodeId node) {
     auto folder = std::make_shared<FolderOpened>(FolderOpened{m_inodes.get(node).path, nullptr, {}});
     fill(*folder);
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     m_openedFolders.emplace(++m_last, std::move(folder));
     return m_last;
 }
@@ -392,12 +392,12 @@ std::optional<Attributes> FileSystem::lookupListed(HandleId handle, std::uint64_
 }
 
 void FileSystem::releaseFolder(HandleId handle) noexcept {
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     m_openedFolders.erase(handle);
 }
 
 std::shared_ptr<FileSystem::FileOpened> FileSystem::opened(HandleId handle) const {
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     const auto found = m_opened.find(handle);
     if (found == m_opened.end()) {
         throw ErrnoError(EBADF);
@@ -406,7 +406,7 @@ std::shared_ptr<FileSystem::FileOpened> FileSystem::opened(HandleId handle) cons
 }
 
 std::shared_ptr<FileSystem::FolderOpened> FileSystem::openedFolder(HandleId handle) const {
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     const auto found = m_openedFolders.find(handle);
     if (found == m_openedFolders.end()) {
         throw ErrnoError(EBADF);

@@ -6,10 +6,11 @@
 #include "mount/OpenFile.hpp"
 #include "mount/OpenFiles.hpp"
 
+#include <foundation/threads/Mutex.hpp>
+
 #include <chrono>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -122,10 +123,10 @@ private:
     Inodes m_inodes;
     OpenFiles m_files;
 
-    mutable std::mutex m_mutex;  // guards what follows; a leaf
-    std::unordered_map<HandleId, std::shared_ptr<FileOpened>> m_opened;
-    std::unordered_map<HandleId, std::shared_ptr<FolderOpened>> m_openedFolders;
-    HandleId m_last = 0;
+    mutable foundation::Mutex m_mutex;  // a leaf
+    std::unordered_map<HandleId, std::shared_ptr<FileOpened>> m_opened CLOUDPROVIDER_GUARDED_BY(m_mutex);
+    std::unordered_map<HandleId, std::shared_ptr<FolderOpened>> m_openedFolders CLOUDPROVIDER_GUARDED_BY(m_mutex);
+    HandleId m_last CLOUDPROVIDER_GUARDED_BY(m_mutex) = 0;
 };
 
 }  // namespace cloudfs::mount

@@ -32,7 +32,7 @@ Inodes::Inodes() {
 }
 
 NodeId Inodes::enter(const StorePath& path, bool isFolder) {
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     if (const auto known = m_byPath.find(path.text()); known != m_byPath.end()) {
         auto& entry = m_nodes.at(known->second);
         if (entry.node.isFolder == isFolder) {
@@ -50,14 +50,14 @@ NodeId Inodes::enter(const StorePath& path, bool isFolder) {
 }
 
 void Inodes::retain(NodeId id) {
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     if (const auto found = m_nodes.find(id); found != m_nodes.end()) {
         ++found->second.references;
     }
 }
 
 void Inodes::release(NodeId id, std::uint64_t count) noexcept {
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     const auto found = m_nodes.find(id);
     if (found == m_nodes.end() || id == kRootNode) {
         return;
@@ -72,7 +72,7 @@ void Inodes::release(NodeId id, std::uint64_t count) noexcept {
 }
 
 Node Inodes::get(NodeId id) const {
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     const auto found = m_nodes.find(id);
     if (found == m_nodes.end()) {
         throw ErrnoError(ESTALE);
@@ -81,20 +81,20 @@ Node Inodes::get(NodeId id) const {
 }
 
 std::optional<NodeId> Inodes::find(const StorePath& path) const {
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     const auto known = m_byPath.find(path.text());
     return known != m_byPath.end() ? std::optional(known->second) : std::nullopt;
 }
 
 void Inodes::unlink(NodeId id) {
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     if (const auto found = m_nodes.find(id); found != m_nodes.end()) {
         unlinkLocked(found->second);
     }
 }
 
 void Inodes::move(NodeId id, const StorePath& path) {
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     const auto found = m_nodes.find(id);
     if (found == m_nodes.end()) {
         return;
@@ -109,27 +109,27 @@ void Inodes::move(NodeId id, const StorePath& path) {
 }
 
 void Inodes::touch(const StorePath& folder) {
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     if (const auto known = m_byPath.find(folder.text()); known != m_byPath.end()) {
         m_nodes.at(known->second).node.changed = std::chrono::system_clock::now();
     }
 }
 
 void Inodes::tell(NodeId id, std::uint64_t size) {
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     if (const auto found = m_nodes.find(id); found != m_nodes.end()) {
         found->second.toldSize = size;
     }
 }
 
 std::optional<std::uint64_t> Inodes::toldSize(NodeId id) const {
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     const auto found = m_nodes.find(id);
     return found != m_nodes.end() ? found->second.toldSize : std::nullopt;
 }
 
 std::uint64_t Inodes::shownNumber(const StorePath& path) const {
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     const auto known = m_byPath.find(path.text());
     return known != m_byPath.end() ? m_nodes.at(known->second).node.shown : freeNumberLocked(path.text());
 }

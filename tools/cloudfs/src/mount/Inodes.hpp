@@ -3,9 +3,10 @@
 
 #include "store/StorePath.hpp"
 
+#include <foundation/threads/Mutex.hpp>
+
 #include <chrono>
 #include <cstdint>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <unordered_map>
@@ -75,17 +76,16 @@ private:
         std::optional<std::uint64_t> toldSize;
     };
 
-    // With m_mutex held.
-    void unlinkLocked(Entry& entry);
-    std::uint64_t freeNumberLocked(const std::string& path) const;
+    void unlinkLocked(Entry& entry) CLOUDPROVIDER_REQUIRES(m_mutex);
+    std::uint64_t freeNumberLocked(const std::string& path) const CLOUDPROVIDER_REQUIRES(m_mutex);
 
     const std::chrono::system_clock::time_point m_begun = std::chrono::system_clock::now();
 
-    mutable std::mutex m_mutex;  // guards what follows; a leaf
-    std::unordered_map<NodeId, Entry> m_nodes;
-    std::unordered_map<std::string, NodeId> m_byPath;
-    std::unordered_set<std::uint64_t> m_shown;
-    NodeId m_last = kRootNode;
+    mutable foundation::Mutex m_mutex;  // a leaf
+    std::unordered_map<NodeId, Entry> m_nodes CLOUDPROVIDER_GUARDED_BY(m_mutex);
+    std::unordered_map<std::string, NodeId> m_byPath CLOUDPROVIDER_GUARDED_BY(m_mutex);
+    std::unordered_set<std::uint64_t> m_shown CLOUDPROVIDER_GUARDED_BY(m_mutex);
+    NodeId m_last CLOUDPROVIDER_GUARDED_BY(m_mutex) = kRootNode;
 };
 
 }  // namespace cloudfs::mount

@@ -56,7 +56,7 @@ Listings::Listings(std::shared_ptr<IProvider> provider, std::chrono::nanoseconds
 
 std::shared_ptr<const Listings::Folder> Listings::list(const StorePath& folder) {
     {
-        const std::lock_guard lock(m_mutex);
+        const foundation::MutexLock lock(m_mutex);
         const auto known = m_folders.find(folder.text());
         if (known != m_folders.end() && Clock::now() < known->second.until) {
             return known->second.seen;
@@ -64,13 +64,13 @@ std::shared_ptr<const Listings::Folder> Listings::list(const StorePath& folder) 
     }
     const auto before = now();
     auto listing = fetchFolder(folder, before.changes);
-    remember(m_folders, folder, listing, before);
+    remember(&Listings::m_folders, folder, listing, before);
     return listing;
 }
 
 std::optional<StoredEntry> Listings::find(const StorePath& path) {
     {
-        const std::lock_guard lock(m_mutex);
+        const foundation::MutexLock lock(m_mutex);
         const auto asked = Clock::now();
         const auto folder = m_folders.find(path.parent().text());
         if (folder != m_folders.end() && asked < folder->second.until) {
@@ -85,13 +85,13 @@ std::optional<StoredEntry> Listings::find(const StorePath& path) {
     }
     const auto before = now();
     auto entry = fetchEntry(path);
-    remember(m_entries, path, entry, before);
+    remember(&Listings::m_entries, path, entry, before);
     return entry;
 }
 
 std::optional<StoredEntry> Listings::find(const Folder& listing, const StorePath& path) {
     {
-        const std::lock_guard lock(m_mutex);
+        const foundation::MutexLock lock(m_mutex);
         const auto changed = m_changed.find(path.text());
         const bool isKnown = listing.changes >= m_oldestKnown;
         if (isKnown && (changed == m_changed.end() || changed->second <= listing.changes)) {
@@ -103,7 +103,7 @@ std::optional<StoredEntry> Listings::find(const Folder& listing, const StorePath
 }
 
 void Listings::forget(const StorePath& path) {
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     ++m_changes;
     if (m_changed.size() >= kManyEntries) {
         m_changed.clear();
@@ -142,8 +142,9 @@ std::optional<StoredEntry> Listings::fetchEntry(const StorePath& path) const {
 }
 
 template <typename Seen>
-void Listings::remember(Memory<Seen>& memory, const StorePath& path, const Seen& seen, const Moment& before) {
-    const std::lock_guard lock(m_mutex);
+void Listings::remember(Memory<Seen> Listings::*table, const StorePath& path, const Seen& seen, const Moment& before) {
+    const foundation::MutexLock lock(m_mutex);
+    auto& memory = this->*table;
     if (m_changes != before.changes || m_remembered.count() == 0) {
         return;
     }
@@ -154,7 +155,7 @@ void Listings::remember(Memory<Seen>& memory, const StorePath& path, const Seen&
 }
 
 Listings::Moment Listings::now() const {
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     return {Clock::now(), m_changes};
 }
 

@@ -4,12 +4,12 @@
 #include "store/StorePath.hpp"
 
 #include <foundation/storage/provider/IProvider.hpp>
+#include <foundation/threads/Mutex.hpp>
 
 #include <chrono>
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <unordered_map>
@@ -73,18 +73,19 @@ private:
     std::shared_ptr<const Folder> fetchFolder(const StorePath& folder, std::uint64_t changes) const;
     std::optional<StoredEntry> fetchEntry(const StorePath& path) const;
     template <typename Seen>
-    void remember(Memory<Seen>& memory, const StorePath& path, const Seen& seen, const Moment& before);
+    void remember(Memory<Seen> Listings::*table, const StorePath& path, const Seen& seen, const Moment& before);
     Moment now() const;
 
     const std::shared_ptr<IProvider> m_provider;
     const std::chrono::nanoseconds m_remembered;
 
-    mutable std::mutex m_mutex;  // guards what follows; a leaf
-    Memory<std::shared_ptr<const Folder>> m_folders;
-    Memory<std::optional<StoredEntry>> m_entries;
-    std::uint64_t m_changes = 0;
-    std::unordered_map<std::string, std::uint64_t> m_changed;  // paths, and which change was the last one
-    std::uint64_t m_oldestKnown = 0;                           // which changes they are, from this one on
+    mutable foundation::Mutex m_mutex;  // a leaf
+    Memory<std::shared_ptr<const Folder>> m_folders CLOUDPROVIDER_GUARDED_BY(m_mutex);
+    Memory<std::optional<StoredEntry>> m_entries CLOUDPROVIDER_GUARDED_BY(m_mutex);
+    std::uint64_t m_changes CLOUDPROVIDER_GUARDED_BY(m_mutex) = 0;
+    // Paths, and which change was the last one; they are those from m_oldestKnown on.
+    std::unordered_map<std::string, std::uint64_t> m_changed CLOUDPROVIDER_GUARDED_BY(m_mutex);
+    std::uint64_t m_oldestKnown CLOUDPROVIDER_GUARDED_BY(m_mutex) = 0;
 };
 
 }  // namespace cloudfs::mount

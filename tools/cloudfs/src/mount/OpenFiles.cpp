@@ -15,7 +15,7 @@ OpenFiles::Pin::~Pin() {
 OpenFiles::OpenFiles(MountedStore store, Inodes& inodes) : m_store(std::move(store)), m_inodes(inodes) {}
 
 std::shared_ptr<OpenFile> OpenFiles::find(NodeId node) const {
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     const auto found = m_files.find(node);
     return found != m_files.end() ? found->second.file : nullptr;
 }
@@ -31,7 +31,7 @@ std::vector<std::shared_ptr<OpenFile>> OpenFiles::written() const {
 template <typename Condition>
 std::vector<std::shared_ptr<OpenFile>> OpenFiles::filesThat(Condition isMeant) const {
     std::vector<std::shared_ptr<OpenFile>> files;
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     for (const auto& [node, entry] : m_files) {
         if (isMeant(*entry.file)) {
             files.push_back(entry.file);
@@ -41,7 +41,7 @@ std::vector<std::shared_ptr<OpenFile>> OpenFiles::filesThat(Condition isMeant) c
 }
 
 std::shared_ptr<OpenFile> OpenFiles::pin(NodeId node) {
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     auto& entry = m_files[node];
     try {
         if (!entry.file) {
@@ -60,7 +60,7 @@ std::shared_ptr<OpenFile> OpenFiles::pin(NodeId node) {
 void OpenFiles::unpin(NodeId node) noexcept {
     std::shared_ptr<OpenFile> gone;  // let go of outside the lock: that may close a stream
     {
-        const std::lock_guard lock(m_mutex);
+        const foundation::MutexLock lock(m_mutex);
         const auto found = m_files.find(node);
         auto& entry = found->second;
         --entry.pins;

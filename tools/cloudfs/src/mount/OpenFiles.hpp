@@ -4,10 +4,11 @@
 #include "mount/Inodes.hpp"
 #include "mount/OpenFile.hpp"
 
+#include <foundation/threads/Mutex.hpp>
+
 #include <cstddef>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <vector>
 
 namespace cloudfs::mount {
@@ -58,8 +59,8 @@ private:
 
     const MountedStore m_store;
     Inodes& m_inodes;
-    mutable std::mutex m_mutex;  // guards what follows; no I/O under it; the leaves of files and nodes are behind it
-    std::map<NodeId, Entry> m_files;
+    mutable foundation::Mutex m_mutex;  // no I/O under it; the leaves of files and nodes are behind it
+    std::map<NodeId, Entry> m_files CLOUDPROVIDER_GUARDED_BY(m_mutex);
 };
 
 }  // namespace cloudfs::mount
