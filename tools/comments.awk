@@ -14,7 +14,7 @@ function isRemainder(    words) {
         return 0
     }
     if (length(lead) > length(formerLead)) {
-        return formerText !~ /  |--/  # else the beginning of a list, or of a picture
+        return formerText !~ /  |--/ && text !~ /^-/  # else the beginning of a list, or of a picture
     }
     return lead == formerLead && split(formerText, words, " ") <= 2 && formerText text !~ /  |SPDX|^\|/  # nor of a table
 }
