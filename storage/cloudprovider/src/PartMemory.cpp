@@ -36,14 +36,14 @@ char* mapMemory(std::uint64_t size) noexcept {
 }  // namespace
 
 bool PartMemory::take(std::uint64_t size) noexcept {
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     const bool isThere = size <= m_left;
     m_left -= isThere ? size : 0;
     return isThere;
 }
 
 void PartMemory::giveBack(std::uint64_t size) noexcept {
-    const std::lock_guard lock(m_mutex);
+    const foundation::MutexLock lock(m_mutex);
     m_left += size;
 }
 

@@ -3,10 +3,11 @@
 
 #include "Buffer.hpp"
 
+#include <foundation/threads/Mutex.hpp>
+
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 
 namespace storage::cloudprovider {
 
@@ -25,8 +26,8 @@ public:
     void giveBack(std::uint64_t size) noexcept;
 
 private:
-    std::mutex m_mutex;  // guards what follows; a leaf
-    std::uint64_t m_left;
+    foundation::Mutex m_mutex;  // a leaf
+    std::uint64_t m_left CLOUDPROVIDER_GUARDED_BY(m_mutex);
 };
 
 /// A buffer whose bytes lie in memory. The system gives the pages as they are touched. One thread at a time, but for
