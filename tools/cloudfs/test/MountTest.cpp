@@ -343,7 +343,7 @@ TEST_F(MountTest, WhatStaysUnsavedIsKeptInAnOrderedForm) {
     const auto folder = m_folder.path().native();
     UnsavedFiles unsaved(folder + "/kept");
     for (const auto& file : m_files->unsaved()) {
-        unsaved.keep(*file);
+        EXPECT_TRUE(unsaved.keep(*file));
     }
     const auto contentOf = [&](const std::string& name) {
         std::ifstream file(unsaved.place() + name);

@@ -110,7 +110,7 @@ void mount(const Session& session, const MountRequest& request) {
     const bool isStored = mounted.run();
     if (mounted.isStuck()) {
         std::cerr << "the store does not answer\n" << std::flush;
-        std::_Exit(EXIT_FAILURE);
+        std::_Exit(isStored ? EXIT_SUCCESS : EXIT_FAILURE);
     }
     if (!isStored) {
         throw Failure(ErrorCode::Unknown, session.url.name(), "not everything is stored");

@@ -223,16 +223,19 @@ void MountSession::storeUntilInterrupted() {
 
 bool MountSession::keepUnsaved() const {
     UnsavedFiles unsaved(m_options.unsavedFolder);
-    const auto files = m_files.unsaved();
-    for (const auto& file : files) {
+    bool isStored = true;
+    for (const auto& file : m_files.unsaved()) {
         try {
-            unsaved.keep(*file);
-            logLine(file->path().text() + ": not stored; what was written is in " + unsaved.place());
+            if (unsaved.keep(*file)) {
+                isStored = false;
+                logLine(file->path().text() + ": not stored; what was written is in " + unsaved.place());
+            }
         } catch (const std::exception& failure) {
+            isStored = false;
             logLine(file->path().text() + ": not stored, and what was written is lost: " + failure.what());
         }
     }
-    return files.empty();
+    return isStored;
 }
 
 }  // namespace cloudfs::mount

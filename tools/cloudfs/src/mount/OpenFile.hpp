@@ -121,12 +121,13 @@ public:
     Status status() const;
     StorePath path() const;
 
-    /// What there is of the bytes that are not stored, in the order of their positions. ErrnoError EBUSY while somebody
-    /// stores them.
+    /// What there is of the bytes that are not stored, in the order of their positions. Whoever stores them at the
+    /// moment is waited for, longer than a store waits for others; ErrnoError EBUSY when that was not enough.
     ///
-    /// Values   begin(size, kept): see ChangedRanges; bytes(offset, data).
+    /// Values   begin(size, kept), called first: see ChangedRanges; bytes(offset, data).
+    /// Result   false, with nothing called: everything is stored.
     template <typename Begin, typename Bytes>
-    void tellUnsaved(Begin begin, Bytes bytes);
+    bool tellUnsaved(Begin begin, Bytes bytes);
 
     // The rest for who holds an Alone of this file.
 
@@ -187,11 +188,15 @@ private:
 std::size_t readFully(ByteStream& stream, char* buffer, std::size_t size);
 
 template <typename Begin, typename Bytes>
-void OpenFile::tellUnsaved(Begin begin, Bytes bytes) {
-    const Shared gate(m_gate, boost::try_to_lock);
-    const std::unique_lock lock(m_writerMutex, std::try_to_lock);
+bool OpenFile::tellUnsaved(Begin begin, Bytes bytes) {
+    constexpr int kLongestWait = 90;  // seconds; the embedded store waits 60 for other processes
+    const Shared gate(m_gate, boost::chrono::seconds(kLongestWait));
+    const std::unique_lock lock(m_writerMutex, std::chrono::seconds(kLongestWait));
     if (!gate || !lock) {
         throw ErrnoError(EBUSY);
+    }
+    if (!isUnsaved()) {
+        return false;
     }
     begin(status().size.value_or(0), m_ranges.keptOfStored());
     constexpr std::size_t kPiece = std::size_t{1} << 20U;
@@ -207,6 +212,7 @@ void OpenFile::tellUnsaved(Begin begin, Bytes bytes) {
             offset += count;
         }
     }
+    return true;
 }
 
 }  // namespace cloudfs::mount

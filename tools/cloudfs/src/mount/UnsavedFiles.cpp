@@ -12,6 +12,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <optional>
 #include <utility>
 
 namespace cloudfs::mount {
@@ -55,10 +56,9 @@ private:
 
 UnsavedFiles::UnsavedFiles(std::string folder) : m_folder(std::move(folder)) {}
 
-void UnsavedFiles::keep(OpenFile& file) {
-    makePlace();
-    const auto name = m_place + '/' + std::to_string(++m_count);
-    LocalWriter bytes(name + ".bytes");
+bool UnsavedFiles::keep(OpenFile& file) {
+    std::string name;
+    std::optional<LocalWriter> bytes;
     std::string list = "{\"path\": " + toJsonString(file.path().text());
     std::uint64_t begin = 0;
     std::uint64_t end = 0;
@@ -69,24 +69,31 @@ void UnsavedFiles::keep(OpenFile& file) {
             ranges.append("{\"offset\": " + std::to_string(begin) + ", \"size\": " + std::to_string(end - begin) + '}');
         }
     };
-    file.tellUnsaved(
+    const bool isUnsaved = file.tellUnsaved(
         [&](std::uint64_t size, std::uint64_t kept) {
+            makePlace();
+            name = m_place + '/' + std::to_string(++m_count);
+            bytes.emplace(name + ".bytes");
             list.append(", \"size\": " + std::to_string(size) +
                         ", \"keptOfStored\": " + (kept == UINT64_MAX ? "null" : std::to_string(kept)));
         },
         [&](std::uint64_t offset, std::string_view data) {
-            bytes.write(data);
+            bytes->write(data);
             if (offset != end) {
                 endRange();
                 begin = offset;
             }
             end = offset + data.size();
         });
+    if (!isUnsaved) {
+        return false;
+    }
     endRange();
-    bytes.close();
+    bytes->close();
     LocalWriter index(name + ".json");
     index.write(list + ", \"ranges\": [" + ranges + "]}\n");
     index.close();
+    return true;
 }
 
 void UnsavedFiles::makePlace() {

@@ -22,8 +22,8 @@ public:
     /// folder: made if it is absent, once there is something to keep.
     explicit UnsavedFiles(std::string folder);
 
-    /// Write what is not stored of a file, so that it survives a loss of power.
-    void keep(OpenFile& file);
+    /// Write what is not stored of a file, so that it survives a loss of power. Result: false, everything is stored.
+    bool keep(OpenFile& file);
 
     /// The folder that was made; empty as long as nothing was kept.
     const std::string& place() const noexcept { return m_place; }
