@@ -557,7 +557,7 @@ void CommandLine::Grammar::defineMount() {
     mount
         .add_option("--attr-timeout", request.attributesCount,
                     "For how many seconds listings and attributes count, 1 unless told")
-        ->check(CLI::NonNegativeNumber)
+        ->check(CLI::Validator(CLI::NonNegativeNumber).description(""))
         ->type_name("SECONDS");
     mount
         .add_option_function<std::string>(
