@@ -1002,8 +1002,11 @@ class RandomOperations(Case):
     def run_operations(self, seed, count, **named):
         print(f"{count} operations, seed {seed}", file=sys.stderr, flush=True)
         operations = Operations(self.at("file"), self.model, seed, PART, MOST_BYTES, **named)
-        operations.run(count)
-        return operations
+        try:
+            operations.run(count)
+        except OSError as failure:
+            log = "" if ON_FOLDER else self.mounted.log()
+            raise AssertionError("\n".join(operations.log + [str(failure), log])) from failure
 
     def start_operations(self, seed, count, *options):
         print(f"{count} operations, seed {seed}", file=sys.stderr, flush=True)
