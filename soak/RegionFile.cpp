@@ -26,7 +26,9 @@ RegionFile::RegionFile(std::uint64_t seed, std::string key, std::uint64_t partSi
 }
 
 void RegionFile::step(std::size_t region) {
-    auto& [dice, bytes, stream] = m_regions[region];
+    auto& dice = m_regions[region].dice;
+    auto& bytes = m_regions[region].bytes;
+    auto& stream = m_regions[region].stream;  // clang 14 lets no lambda use a structured binding
     const auto begin = region * m_size;
     const auto at = dice.pick(0, m_size - 1);
     const auto count = dice.pick(1, m_size - at);
