@@ -33,7 +33,7 @@ public:
     SmallDisk& operator=(const SmallDisk&) = delete;
     ~SmallDisk() {
         if (m_isThere) {
-            ::umount(m_folder.c_str());
+            ::umount2(m_folder.c_str(), MNT_DETACH);  // what is open there goes later
         }
     }
 
