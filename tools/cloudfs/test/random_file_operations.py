@@ -6,6 +6,7 @@ The local file is the model: what it answers is right by definition, also for ga
 """
 
 import argparse
+import errno
 import fcntl
 import hashlib
 import mmap
@@ -91,6 +92,8 @@ class Operations:
     def same(self, found, expected):
         if found == expected:
             return
+        if self.killed and is_beginning(found, expected):
+            raise OSError(errno.ENOTCONN, "cut short")  # by the kill: the kernel divides what is large
         text = f"found {shorten(found)}, expected {shorten(expected)}"
         if isinstance(found, bytes) and isinstance(expected, bytes) and len(found) == len(expected):
             place = next(at for at, pair in enumerate(zip(found, expected)) if pair[0] != pair[1])
@@ -267,6 +270,10 @@ class Operations:
         finally:
             os.close(model)
             self.system.close(file)
+
+
+def is_beginning(found, expected):
+    return expected.startswith(found) if isinstance(expected, bytes) else found < expected
 
 
 def shorten(value):
