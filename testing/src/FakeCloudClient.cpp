@@ -435,6 +435,7 @@ void FakeCloudClient::abortMultipartUpload(const std::string& key, const std::st
 
 void FakeCloudClient::checkParts(const Upload& upload, const std::vector<PartInfo>& parts) const {
     require(!parts.empty(), "no parts for " + upload.key);
+    require(upload.parts.size() == parts.size(), "parts that are not listed of " + upload.key);
     std::uint64_t offset = 0;
     const PartInfo* previous = nullptr;
     for (const auto& part : parts) {

@@ -117,7 +117,7 @@ void MultipartUploadManager::queuePart(std::uint64_t index, std::unique_ptr<Part
 
 std::string MultipartUploadManager::uploadPart(const PartInfo& info, const char* data) {
     CLOUDPROVIDER_TRACE_FUNCTION(" info=", info);
-    const auto uploadId = acquireUploadId();
+    const auto uploadId = acquireUploadId(info.Index + 1);
     boost::iostreams::stream<boost::iostreams::array_source> stream(data, static_cast<std::size_t>(info.Size));
     auto tag = m_context->client->uploadPart(m_context->key, uploadId, info, stream);
     const foundation::MutexLock lock(m_mutex);
@@ -127,7 +127,7 @@ std::string MultipartUploadManager::uploadPart(const PartInfo& info, const char*
 
 std::vector<PartInfo> MultipartUploadManager::reusePart(const std::vector<PartInfo>& run) {
     CLOUDPROVIDER_TRACE_FUNCTION(" info=", run.front(), " count=", run.size());
-    const auto uploadId = acquireUploadId();
+    const auto uploadId = acquireUploadId(run.back().Index + 1);
     const auto version = m_context->version.get();
     return onVersion(*m_context, version,
                      [&] { return m_context->client->copyRun(m_context->key, uploadId, run, version); });
@@ -161,6 +161,7 @@ std::string MultipartUploadManager::complete(const std::vector<PartInfo>& parts,
         version = m_context->client->completeUploadOver(m_context->key, m_uploadId, parts, expected);
         m_uploadId.clear();
         m_uploadStarted = false;
+        m_end = 0;
         m_lastTag.clear();
     }
     return version;
@@ -175,6 +176,7 @@ void MultipartUploadManager::cancel() {
     m_taskEnded.wait(lock, [this]() CLOUDPROVIDER_REQUIRES(m_mutex) { return m_runningParts.empty(); });
     failed.swap(m_queue);
     m_hasFailed = false;
+    m_end = 0;
     const bool wasStarted = std::exchange(m_uploadStarted, false);
     const auto uploadId = std::exchange(m_uploadId, std::string());
     lock.unlock();
@@ -191,6 +193,11 @@ void MultipartUploadManager::setLastTag(std::string tag) {
 bool MultipartUploadManager::isActive() const {
     const foundation::MutexLock lock(m_mutex);
     return m_uploadStarted || !m_queue.empty() || !m_runningParts.empty();
+}
+
+bool MultipartUploadManager::reachesPast(std::uint64_t index) const {
+    const foundation::MutexLock lock(m_mutex);
+    return m_end > index || m_runningParts.lower_bound(index) != m_runningParts.end();
 }
 
 std::size_t MultipartUploadManager::transferOne() noexcept {
@@ -273,12 +280,14 @@ void MultipartUploadManager::waitForTasks() {
     }
 }
 
-std::string MultipartUploadManager::acquireUploadId() {
+// end: past the part that is about to be given to the upload.
+std::string MultipartUploadManager::acquireUploadId(std::uint64_t end) {
     const foundation::MutexLock lock(m_mutex);
     if (!m_uploadStarted) {
         m_uploadId = m_context->client->startMultipartUpload(m_context->key, m_lastTag);
         m_uploadStarted = true;
     }
+    m_end = std::max(m_end, end);
     return m_uploadId;
 }
 

@@ -82,6 +82,9 @@ public:
     /// Whether an upload was started and has not ended, or a task is queued or runs.
     bool isActive() const;
 
+    /// Whether the upload was given a part of that index or a later one, or a task of one runs.
+    bool reachesPast(std::uint64_t index) const;
+
     std::size_t transferOne() noexcept override;
 
 private:
@@ -107,7 +110,7 @@ private:
     // Tasks that may be queued or run before a caller works: enough to keep the pool at work while he does.
     std::size_t mostLeft() const noexcept { return 2 * m_poolThreads; }
 
-    std::string acquireUploadId();
+    std::string acquireUploadId(std::uint64_t end);
 
     Tasks::iterator findQueued(std::uint64_t index) CLOUDPROVIDER_REQUIRES(m_mutex);
     Tasks::iterator findRunnable() CLOUDPROVIDER_REQUIRES(m_mutex);
@@ -122,6 +125,7 @@ private:
     mutable foundation::Mutex m_mutex;
     foundation::ConditionVariable m_taskEnded;
     bool m_uploadStarted CLOUDPROVIDER_GUARDED_BY(m_mutex) = false;
+    std::uint64_t m_end CLOUDPROVIDER_GUARDED_BY(m_mutex) = 0;  // past the last part that the upload was given
     std::string m_uploadId CLOUDPROVIDER_GUARDED_BY(m_mutex);
     std::string m_lastTag CLOUDPROVIDER_GUARDED_BY(m_mutex);
     Tasks m_queue CLOUDPROVIDER_GUARDED_BY(m_mutex);  // one task a part at most

@@ -191,27 +191,11 @@ bool OpenPartManager::resize(std::uint64_t size) {
             growTo(size);
         }
     }
-    if (!removed.empty() && isPastEnd(*removed.back()) && m_uploadManager->isActive()) {
-        giveUpUpload();  // stores refuse to complete one with parts that the file has no longer, as Ceph's does
-    }
     for (const auto& part : removed) {
         m_cache.remove(part);
         part->waitForLoading();  // a store that has got the shorter object is not asked for what lay past its end
     }
     return isChanged;
-}
-
-bool OpenPartManager::isPastEnd(const OpenPartBuffer& part) const {
-    const foundation::MutexLock lock(m_partsMutex);
-    return part.index() >= m_parts.size();
-}
-
-void OpenPartManager::giveUpUpload() noexcept {
-    m_writeBack.cancelUpload();
-    const foundation::MutexLock lock(m_partsMutex);
-    for (const auto& part : m_parts) {
-        part->forgetUpload();
-    }
 }
 
 std::shared_lock<std::shared_mutex> OpenPartManager::holdSize() {
@@ -227,7 +211,11 @@ void OpenPartManager::detach() {
     m_isDetached = true;  // (7)
     m_context->version.detach();
     m_streams.detach();
-    giveUpUpload();
+    m_writeBack.cancelUpload();
+    const foundation::MutexLock lock(m_partsMutex);
+    for (const auto& part : m_parts) {
+        part->forgetUpload();
+    }
 }
 
 ChangePoint OpenPartManager::changePoint() const noexcept {

@@ -136,8 +136,6 @@ private:
     };
 
     std::vector<Part> cutOff(std::uint64_t size) CLOUDPROVIDER_REQUIRES(m_streamGate);
-    bool isPastEnd(const OpenPartBuffer& part) const;
-    void giveUpUpload() noexcept CLOUDPROVIDER_REQUIRES(m_streamGate);
     Cut prepareCut(const std::vector<Part>& parts, std::uint64_t size) const CLOUDPROVIDER_REQUIRES(m_streamGate);
     void growTo(std::uint64_t size) CLOUDPROVIDER_REQUIRES(m_streamGate);
     void flushParts(ObjectWriter::Bytes bytes);

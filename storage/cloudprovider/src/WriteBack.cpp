@@ -84,6 +84,14 @@ void WriteBack::flushMultiPartFile(const std::vector<Part>& parts, Cut cut) {
     std::vector<Part> stored;  // stores refuse parts without bytes
     std::copy_if(parts.begin(), parts.end(), std::back_inserter(stored),
                  [](const Part& part) { return part->size() != 0; });
+    if (m_uploadManager->reachesPast(stored.empty() ? 0 : stored.back()->index() + 1)) {
+        // Parts were cut off that had been sent. Stores refuse to complete an upload with parts that are not listed, as
+        // Ceph's gateway does.
+        cancelUpload();
+        for (const auto& part : parts) {
+            part->forgetUpload();
+        }
+    }
     // What fails while it is changed is left for transferMissing, so that afterwards nothing may have been started.
     bool isChanged = cut == Cut::Yes || m_uploadManager->isActive();
     for (const auto& part : stored) {

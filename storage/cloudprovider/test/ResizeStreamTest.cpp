@@ -252,6 +252,19 @@ TEST_F(ResizeStreamTest, AWriteIsBeforeACutOrBehindIt) {
 }
 
 // The part may be anywhere when its end is cut off, and be on its way.
+// Ceph's gateway refuses to complete an upload that was given more parts than are listed, and so does the fake.
+TEST_F(ResizeStreamTest, AnUploadThatWasGivenPartsThatAreCutOffIsBegunAnew) {
+    storeFourParts();
+    const auto stream = openFile(update());
+    writeAt(stream, 25, "XY");
+    writeAt(stream, 0, "Z");  // the last part is sent
+    ASSERT_EQ(m_client->count("uploadPart"), 1U);
+    resizeStream(*stream, 13);
+    stream->close();
+    EXPECT_EQ(m_client->content(m_key), "Z" + m_content.substr(1, 12));
+    EXPECT_EQ(m_client->count("abortMultipartUpload"), 1U);
+}
+
 TEST_F(ResizeStreamTest, WhatWasCutOffDoesNotComeBack) {
     const auto nothing = [](const Stream&) {};
     const auto leave = [](const Stream& stream) { stream->seek(0, std::ios_base::beg); };

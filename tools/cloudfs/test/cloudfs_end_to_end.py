@@ -348,12 +348,12 @@ class Usage(Case):
         everything = self.run_tool("--trace", "cat", "/f")
         self.assertEqual(everything.stdout, b"x")
         lines = everything.stderr.decode().splitlines()
-        self.assertTrue(any("doOpenReadOnlyStream" in line and not line.startswith(" ") for line in lines), lines)
-        self.assertTrue(any("OpenPartManager" in line and line.startswith("  ") for line in lines), lines)
+        self.assertTrue(any("openSequentialReader" in line and not line.startswith(" ") for line in lines), lines)
+        self.assertTrue(any("RangesAhead" in line and line.startswith("  ") for line in lines), lines)
         self.assertTrue(any(line.strip() == "iri=/f" for line in lines), lines)
         arguments_only = self.run_tool("--trace=0x2", "cat", "/f").stderr.decode()
         self.assertIn("iri=/f", arguments_only)
-        self.assertNotIn("doOpenReadOnlyStream", arguments_only)
+        self.assertNotIn("openSequentialReader", arguments_only)
 
 
 @embedded_only

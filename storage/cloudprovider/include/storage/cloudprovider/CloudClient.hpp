@@ -136,7 +136,7 @@ public:
     virtual void abortMultipartUpload(const std::string& key, const std::string& uploadId) = 0;
 
     /// Make the parts, in order of their Index and each with the Tag that it got in this upload, the object. Indices
-    /// may have gaps; what was sent and is not listed is left out.
+    /// may have gaps. Every part that the upload holds is listed: Ceph's gateway refuses to leave one out.
     ///
     /// Values   parts: at least one.
     /// Errors   a part that was not sent like this, and whatever the store refuses. The stored object is the old one
