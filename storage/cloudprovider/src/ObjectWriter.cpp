@@ -55,15 +55,18 @@ std::uint64_t sizeOf(const ObjectDescription& object) {
 
 ObjectWriter::ObjectWriter(std::shared_ptr<OpenFileContext> context) : m_context(std::move(context)) {}
 
-void ObjectWriter::settle() {
+bool ObjectWriter::settle() {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    if (m_unsettled) {
-        const auto outcome = look(*m_unsettled);
-        m_unsettled.reset();
-        if (outcome == Outcome::Replaced) {
-            throw ObjectReplacedException(m_context->key);
-        }
+    const foundation::MutexLock lock(m_settling);
+    if (!m_unsettled) {
+        return false;
     }
+    const auto outcome = look(*m_unsettled);
+    m_unsettled.reset();
+    if (outcome == Outcome::Replaced) {
+        throw ObjectReplacedException(m_context->key);
+    }
+    return true;
 }
 
 void ObjectWriter::put(const char* data, std::uint64_t size, Bytes bytes) {
@@ -180,6 +183,7 @@ void ObjectWriter::keepUnsettled(Attempt attempt) noexcept {
         traceCaughtException();
         attempt.data = nullptr;
     }
+    const foundation::MutexLock lock(m_settling);
     m_unsettled = std::move(attempt);
 }
 

@@ -5,6 +5,7 @@
 #include "MultipartUploadManager.hpp"
 #include "OpenFileContext.hpp"
 
+#include <foundation/threads/Mutex.hpp>
 #include <storage/cloudprovider/PartInfo.hpp>
 
 #include <cstdint>
@@ -28,9 +29,11 @@ public:
 
     explicit ObjectWriter(std::shared_ptr<OpenFileContext> context);
 
-    /// Find out what became of an attempt whose outcome is not known; call before anything is stored again. Does
-    /// nothing when there was none.
-    void settle();
+    /// Find out what became of an attempt whose outcome is not known; call before anything is stored again, and before
+    /// another version in the store is taken for somebody else's. Threads: any, but not while something is stored.
+    ///
+    /// Result   whether there was one; it is settled now. ObjectReplacedException when something else is stored.
+    bool settle();
 
     /// Store size bytes as the object.
     void put(const char* data, std::uint64_t size, Bytes bytes);
@@ -56,7 +59,8 @@ private:
     void copyBytes(Attempt& attempt) const;
 
     const std::shared_ptr<OpenFileContext> m_context;
-    std::optional<Attempt> m_unsettled;
+    foundation::Mutex m_settling;  // guards what follows, while the store is asked, too: the answer is for all who wait
+    std::optional<Attempt> m_unsettled CLOUDPROVIDER_GUARDED_BY(m_settling);
 };
 
 }  // namespace storage::cloudprovider

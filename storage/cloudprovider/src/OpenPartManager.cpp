@@ -93,6 +93,21 @@ auto OpenPartManager::retiringWhenReplaced(Action action) {
     }
 }
 
+// Another version than the one that was opened may be the file's own: of a store of which nobody told how it ended.
+template <typename Action>
+auto OpenPartManager::afterSettling(Action action) {
+    const auto version = m_context->version.get();
+    try {
+        return action();
+    } catch (const ObjectReplacedException&) {
+        traceCaughtException();
+        if (!m_writeBack.settle() && m_context->version.get() == version) {
+            throw;
+        }
+    }
+    return action();
+}
+
 OpenPartManager::OpenPartManager(std::shared_ptr<OpenFileContext> context, std::shared_ptr<TransferPool> pool)
     : m_context(std::move(context)),
       m_pool(std::move(pool)),
@@ -273,7 +288,7 @@ std::unique_ptr<OpenPartDevice> OpenPartManager::openPartGated(std::uint64_t fil
         const Part part = partIndex < m_parts.size() ? m_parts[partIndex] : nullptr;
         lock.unlock();
         if (part) {
-            device = retiringWhenReplaced([&] { return openDevice(part, fileOffset); });
+            device = retiringWhenReplaced([&] { return afterSettling([&] { return openDevice(part, fileOffset); }); });
         } else {
             device = openNewPart(partIndex, fileOffset);
         }

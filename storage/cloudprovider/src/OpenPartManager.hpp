@@ -145,6 +145,8 @@ private:
     // The action has the locks that its caller has.
     template <typename Action>
     auto retiringWhenReplaced(Action action) CLOUDPROVIDER_LOCKS_NOT_ANALYSED;
+    template <typename Action>
+    auto afterSettling(Action action) CLOUDPROVIDER_LOCKS_NOT_ANALYSED;
 
     std::unique_ptr<OpenPartDevice> openPartGated(std::uint64_t fileOffset, bool createIfNonExistent)
         CLOUDPROVIDER_REQUIRES_SHARED(m_streamGate);

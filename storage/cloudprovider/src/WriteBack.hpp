@@ -32,6 +32,9 @@ public:
 
     void run(const std::vector<Part>& parts, Cut cut, ObjectWriter::Bytes bytes);
 
+    /// See ObjectWriter::settle.
+    bool settle() { return m_objectWriter.settle(); }
+
     /// Give up what was sent. Each of the parts has to forget it, too.
     void cancelUpload() noexcept;
 

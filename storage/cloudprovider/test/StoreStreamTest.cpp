@@ -43,6 +43,41 @@ TEST_F(StoreStreamTest, EveryStreamThatWritesStoresAndGoesOn) {
     }
 }
 
+// Whether the store has it can only be asked later: until then its version is not somebody else's.
+TEST_F(StoreStreamTest, ReadingGoesOnAfterAStoreOfWhichNobodyToldHowItEnded) {
+    for (const bool isStored : {true, false}) {
+        for (const bool isReplaced : {false, true}) {
+            SCOPED_TRACE(testing::Message()
+                         << (isStored ? "stored" : "not stored") << (isReplaced ? ", replaced" : ""));
+            startAnew(true);
+            allowViolations();  // an upload is given up that may have been completed
+            m_client->storeParts(m_key, "0123456789abcdef01234567", {8, 8, 8});
+            const auto stream = openFile(update());
+            write(stream, "XY");
+            m_client->failOperation("completeUploadOver", 1,
+                                    isStored ? CallControl::When::After : CallControl::When::Before);
+            m_client->failOperation("describeObject");
+            EXPECT_EQ(errorCodeOf([&] { storeStream(*stream); }), ErrorCode::Unknown);
+            if (isReplaced) {
+                m_client->store(m_key, "what somebody else has stored");
+            }
+            stream->seek(8, std::ios_base::beg);
+            char byte = 0;
+            const auto read = [&] { stream->read(&byte, 1); };
+            if (isReplaced) {
+                EXPECT_EQ(errorCodeOf(read), ErrorCode::InUse);
+                EXPECT_EQ(errorCodeOf([&] { stream->close(); }), ErrorCode::InUse);
+                continue;
+            }
+            ASSERT_NO_THROW(read());
+            EXPECT_EQ(byte, '8');
+            EXPECT_TRUE(isOpen());
+            stream->close();
+            EXPECT_EQ(m_client->content(m_key), "XY23456789abcdef01234567");
+        }
+    }
+}
+
 TEST_F(StoreStreamTest, WhatCannotStoreSaysSo) {
     m_client->store(m_key, "old");
     const auto stream = openFile(update());
