@@ -18,6 +18,7 @@ public:
     /// Ask what runs in a scope of this source to stop at its next check, for good.
     void request() noexcept { m_isRequested.store(true); }
 
+    /// Whether it was requested, or its parent was.
     bool isRequested() const noexcept;
 
 private:
@@ -30,6 +31,7 @@ private:
 /// none.
 class FOUNDATION_HOST_EXPORT InterruptScope {
 public:
+    /// source: may be empty.
     explicit InterruptScope(std::shared_ptr<const InterruptSource> source) noexcept;
     InterruptScope(const InterruptScope&) = delete;
     InterruptScope& operator=(const InterruptScope&) = delete;
