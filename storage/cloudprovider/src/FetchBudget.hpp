@@ -5,7 +5,6 @@
 
 #include <cstddef>
 #include <memory>
-#include <optional>
 #include <utility>
 
 namespace storage::cloudprovider {
@@ -13,9 +12,10 @@ namespace storage::cloudprovider {
 /// How many ranges the sequential readers of a provider may together hold ahead in memory. Threads: any.
 class FetchBudget : public std::enable_shared_from_this<FetchBudget> {
 public:
-    /// One range of the budget; goes back to it in the end.
+    /// One range of the budget, which goes back to it in the end, or none.
     class Share {
     public:
+        Share() = default;
         explicit Share(std::shared_ptr<FetchBudget> budget) noexcept : m_budget(std::move(budget)) {}
         Share(Share&&) noexcept = default;
         Share& operator=(Share&& other) noexcept {
@@ -31,20 +31,22 @@ public:
             }
         }
 
+        explicit operator bool() const noexcept { return m_budget != nullptr; }
+
     private:
         std::shared_ptr<FetchBudget> m_budget;
     };
 
     explicit FetchBudget(std::size_t ranges) : m_left(ranges) {}
 
-    /// A share, if one is left.
-    std::optional<Share> take() {
+    /// A share, or none when none is left.
+    Share take() {
         const foundation::MutexLock lock(m_mutex);
         if (m_left == 0) {
-            return std::nullopt;
+            return {};
         }
         --m_left;
-        return std::optional<Share>(std::in_place, shared_from_this());
+        return Share(shared_from_this());
     }
 
 private:

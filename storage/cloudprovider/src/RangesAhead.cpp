@@ -94,15 +94,14 @@ std::optional<RangesAhead::Room> RangesAhead::leaveFirst() {
 void RangesAhead::addRanges(std::optional<Room> room) {
     Slots added;
     auto end = m_end;
-    bool hasOwn =
-        std::any_of(m_slots.begin(), m_slots.end(), [](const Slot& slot) { return !slot.room.share.has_value(); });
+    bool hasOwn = std::any_of(m_slots.begin(), m_slots.end(), [](const Slot& slot) { return !slot.room.share; });
     while (end < m_size && m_slots.size() + added.size() < m_window) {
         if (!room && hasOwn) {
-            auto share = m_budget ? m_budget->take() : std::nullopt;
+            auto share = m_budget ? m_budget->take() : FetchBudget::Share();
             if (!share) {
                 break;
             }
-            room.emplace().share.emplace(std::move(*share));
+            room.emplace().share = std::move(share);
         }
         Slot slot{.first = end, .size = std::min(m_size - end, m_rangeSize - end % m_rangeSize)};
         if (room) {

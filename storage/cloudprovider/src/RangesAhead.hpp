@@ -51,7 +51,7 @@ private:
     /// Memory for a range; without a share it is the one that each reader may have anyway.
     struct Room {
         std::unique_ptr<char[]> bytes{};
-        std::optional<FetchBudget::Share> share{};
+        FetchBudget::Share share{};
     };
     struct Slot {
         std::uint64_t first;
