@@ -45,11 +45,12 @@ std::uint64_t sizeOf(ByteStream& stream) {
 }
 
 // How often waiting looks at the thread's interrupt.
-constexpr std::chrono::milliseconds kInterruptInterval(100);
+constexpr boost::chrono::milliseconds kInterruptInterval(100);
 
-// Waits no longer than until the thread is interrupted.
-std::unique_lock<std::timed_mutex> lockInScope(std::timed_mutex& mutex) {
-    std::unique_lock lock(mutex, std::defer_lock);
+// Waits no longer than until the thread is interrupted. Boost's mutex, as thread checkers do not see the standard one
+// being locked by a time.
+boost::unique_lock<boost::timed_mutex> lockInScope(boost::timed_mutex& mutex) {
+    boost::unique_lock<boost::timed_mutex> lock(mutex, boost::defer_lock);
     while (!lock.try_lock_for(kInterruptInterval)) {
         foundation::InterruptScope::throwIfRequested();
     }
@@ -77,7 +78,7 @@ OpenFile::~OpenFile() {
 // As lockInScope: who renames or removes the file may wait for the store.
 OpenFile::Shared OpenFile::shareInScope() const {
     Shared gate(m_gate, boost::defer_lock);
-    while (!gate.try_lock_for(boost::chrono::milliseconds(kInterruptInterval.count()))) {
+    while (!gate.try_lock_for(kInterruptInterval)) {
         foundation::InterruptScope::throwIfRequested();
     }
     return gate;

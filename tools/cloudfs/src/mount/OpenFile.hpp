@@ -11,6 +11,7 @@
 #include <storage/cloudprovider/ExtendedCloudClient.hpp>
 
 #include <boost/thread/lock_types.hpp>
+#include <boost/thread/mutex.hpp>
 #include <boost/thread/shared_mutex.hpp>
 
 #include <algorithm>
@@ -55,7 +56,7 @@ private:
     friend class OpenFile;
 
     const bool m_writes;
-    std::timed_mutex m_mutex;  // guards what follows; I/O under it, as a stream has one position
+    boost::timed_mutex m_mutex;  // guards what follows; I/O under it, as a stream has one position
     std::unique_ptr<ByteStream> m_reader;
     std::optional<std::uint64_t> m_position;  // where the stream reads on; nothing: it has to be sought
 };
@@ -169,7 +170,7 @@ private:
 
     // Guards the stream that writes, which is there while a description writes or something is unsaved, and what it has
     // not stored. Behind the gate and a handle's mutex; I/O under it.
-    std::timed_mutex m_writerMutex;
+    boost::timed_mutex m_writerMutex;
     std::unique_ptr<ByteStream> m_writer;
     std::size_t m_writers = 0;
     ChangedRanges m_ranges;
@@ -191,7 +192,7 @@ template <typename Begin, typename Bytes>
 bool OpenFile::tellUnsaved(Begin begin, Bytes bytes) {
     constexpr int kLongestWait = 90;  // seconds; the embedded store waits 60 for other processes
     const Shared gate(m_gate, boost::chrono::seconds(kLongestWait));
-    const std::unique_lock lock(m_writerMutex, std::chrono::seconds(kLongestWait));
+    const boost::unique_lock<boost::timed_mutex> lock(m_writerMutex, boost::chrono::seconds(kLongestWait));
     if (!gate || !lock) {
         throw ErrnoError(EBUSY);
     }
