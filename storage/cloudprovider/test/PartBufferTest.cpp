@@ -121,7 +121,7 @@ TEST_F(PartBufferTest, PartsLieInMemoryAsLongAsThereIsSomeForThem) {
     const auto memory = std::make_shared<PartMemory>(10'000'000);
     DiskBackedBufferFactory factory(Room::InSteps, memory);
     std::vector<std::unique_ptr<Buffer>> buffers;
-    for (const std::uint64_t size : {0, 1, 5'000'000, 4'999'999}) {
+    for (const std::uint64_t size : {0U, 1U, 5'000'000U, 4'999'999U}) {
         SCOPED_TRACE(size);
         buffers.push_back(factory.build(size));
         auto& buffer = *buffers.back();

@@ -178,7 +178,7 @@ void MountSession::endLoop() {
     sigaction(SIGUSR1, &wake, nullptr);
     const auto isOver = [this] { return m_loopEnded.hasHappened(); };
     fuse_session_exit(m_session);
-    std::thread waker([this, isOver, until = *m_deadline + kGrace, thread = m_loop.native_handle()] {
+    std::thread waker([isOver, until = *m_deadline + kGrace, thread = m_loop.native_handle()] {
         while (!isOver() && Clock::now() < until) {
             pthread_kill(thread, SIGUSR1);
             std::this_thread::sleep_for(kWakeInterval);
