@@ -57,7 +57,7 @@ std::string resolveMountPoint(const std::string& path) {
     return resolved.get();
 }
 
-// Where programs keep what has to survive them (XDG Base Directory Specification).
+// Where programs keep what has to survive them (the XDG base directories).
 std::string usualUnsavedFolder() {
     const char* const state = std::getenv("XDG_STATE_HOME");
     if (state != nullptr && *state == '/') {
