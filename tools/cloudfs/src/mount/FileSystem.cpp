@@ -19,7 +19,6 @@ using foundation::storage::provider::Exception;
 using foundation::storage::provider::ReplacementPolicy;
 using storage::cloudprovider::ExpectedObject;
 using storage::cloudprovider::ResourceInUseException;
-using storage::cloudprovider::ResourceNotFoundException;
 
 namespace {
 
@@ -38,7 +37,7 @@ void checkName(const std::string& name) {
 }  // namespace
 
 FileSystem::FileSystem(std::shared_ptr<storage::cloudprovider::ExtendedCloudClient> client,
-                       std::shared_ptr<IProvider> provider, std::chrono::nanoseconds remembered)
+                       const std::shared_ptr<IProvider>& provider, std::chrono::nanoseconds remembered)
     : m_store{std::move(client), provider, std::make_shared<Listings>(provider, remembered)},
       m_files(m_store, m_inodes) {}
 

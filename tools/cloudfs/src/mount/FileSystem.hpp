@@ -47,14 +47,14 @@ struct Opened {
 class FileSystem {
 public:
     /// remembered: for how long listings and attributes count.
-    FileSystem(std::shared_ptr<storage::cloudprovider::ExtendedCloudClient> client, std::shared_ptr<IProvider> provider,
-               std::chrono::nanoseconds remembered);
+    FileSystem(std::shared_ptr<storage::cloudprovider::ExtendedCloudClient> client,
+               const std::shared_ptr<IProvider>& provider, std::chrono::nanoseconds remembered);
 
     /// The entry of a name, whose node gets a reference. ErrnoError ENOENT.
     Attributes lookup(NodeId parent, const std::string& name);
     void forget(NodeId node, std::uint64_t references) noexcept;
 
-    Attributes attributes(NodeId node);
+    Attributes attributes(NodeId id);
 
     /// Give a file a size. Nobody closes it when no handle is given: it is stored at once.
     void resize(NodeId node, std::optional<HandleId> handle, std::uint64_t size);

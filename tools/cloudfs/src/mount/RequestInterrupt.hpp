@@ -22,7 +22,7 @@ public:
     bool isRequested() const noexcept { return m_source->isRequested(); }
 
 private:
-    const fuse_req_t m_request;
+    fuse_req* const m_request;
     const std::shared_ptr<foundation::InterruptSource> m_source;
     const foundation::InterruptScope m_scope;
 };
