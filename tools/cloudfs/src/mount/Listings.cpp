@@ -26,7 +26,9 @@ StoredEntry toEntry(const FileAttributes& attributes) {
     StoredEntry entry{.size = attributes.getSize().value_or(0)};
     if (const auto& time = attributes.getLastModified(); !time.is_special()) {
         static const boost::posix_time::ptime epoch(boost::gregorian::date(1970, 1, 1));
-        entry.modified.emplace(std::chrono::microseconds((time - epoch).total_microseconds()));
+        // S3 tells fractions in listings only: a file would seem to change with whoever asked.
+        const std::chrono::microseconds since((time - epoch).total_microseconds());
+        entry.modified.emplace(std::chrono::floor<std::chrono::seconds>(since));
     }
     return entry;
 }
