@@ -164,7 +164,7 @@ void OpenPartBuffer::fill(std::string_view stored) {
     CLOUDPROVIDER_TRACE_FUNCTION();
     auto buffer = buildOpenBuffer();
     buffer->reserve(stored.size());
-    std::memcpy(buffer->data(), stored.data(), stored.size());
+    stored.copy(buffer->data(), stored.size());
     buffer->close();
     const foundation::MutexLock lock(m_mutex);
     assert(stored.size() == m_storedSize && !m_buffer && m_openCount == 0 && "the part is new, and the bytes its own");

@@ -9,7 +9,6 @@
 
 #include <boost/numeric/conversion/cast.hpp>
 
-#include <cstring>
 #include <string>
 #include <utility>
 
@@ -66,10 +65,9 @@ std::int64_t SequentialReader::doRead(char* buffer, std::int64_t count) {
 
 // As many as there are in one piece; none at the end.
 std::size_t SequentialReader::copyBytes(char* buffer, std::size_t most) {
-    const auto bytes = m_ranges->bytes().substr(0, most);
-    std::memcpy(buffer, bytes.data(), bytes.size());
-    m_ranges->use(bytes.size());
-    return bytes.size();
+    const auto count = m_ranges->bytes().copy(buffer, most);
+    m_ranges->use(count);
+    return count;
 }
 
 std::int64_t SequentialReader::doWrite(const char* /*data*/, std::int64_t /*count*/) {
