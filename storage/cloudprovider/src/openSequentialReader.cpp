@@ -6,12 +6,13 @@
 
 namespace storage::cloudprovider {
 
-std::unique_ptr<host::ByteStream> openSequentialReader(const host::IProvider& provider, const host::StorageIRI& iri) {
+std::unique_ptr<host::ByteStream> openSequentialReader(const host::IProvider& provider, const host::StorageIRI& iri,
+                                                       Prefetch prefetch) {
     const auto* const own = dynamic_cast<const CloudProvider*>(&provider);
     if (own == nullptr) {
         throw host::Exception(host::ErrorCode::Unsupported, iri);
     }
-    return own->openSequentialReader(iri);
+    return own->openSequentialReader(iri, prefetch);
 }
 
 }  // namespace storage::cloudprovider

@@ -32,7 +32,7 @@ void copyInto(LocalTarget& target, const IProvider& provider, const Download& do
         done += data.size();
     };
     try {
-        readStoreFile(provider, download.from, write, progress);
+        readStoreFile(provider, download.from, write, progress, {}, Prefetch::Full);
     } catch (...) {
         progress.retreat(done);
         throw;
