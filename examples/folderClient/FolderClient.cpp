@@ -69,7 +69,7 @@ bool startsWith(const std::string& text, const std::string& start) {
 
 // --- files ----------------------------------------------------------------------------------------------------------
 
-[[noreturn]] void fail(int error) {
+[[noreturn]] void failWith(int error) {
     throw std::system_error(error, std::generic_category());
 }
 
@@ -87,13 +87,13 @@ std::optional<struct stat> statusOf(const fs::path& path) {
     if (isAbsence({errno, std::generic_category()})) {
         return std::nullopt;
     }
-    fail(errno);
+    failWith(errno);
 }
 
 struct stat statusOf(const File& file) {
     const auto status = file.status();
     if (!S_ISREG(status.st_mode)) {
-        fail(ENOENT);
+        failWith(ENOENT);
     }
     return status;
 }
@@ -284,7 +284,7 @@ void FolderClient::deleteObject(const std::string& key) {
     perform("delete", key, [&] {
         const auto path = pathOf(m_folder, key);
         if (::unlink(path.c_str()) != 0) {
-            fail(errno);
+            failWith(errno);
         }
         auto folder = path.parent_path();
         syncFolder(folder);
@@ -336,7 +336,7 @@ std::string FolderClient::startMultipartUpload(const std::string& key, const std
         storablePath(m_folder, key);
         auto folder = (m_uploads / (std::string(kUploadStart) + "XXXXXX")).native();
         if (::mkdtemp(folder.data()) == nullptr) {
-            fail(errno);
+            failWith(errno);
         }
         return fs::path(folder).filename().native();
     });

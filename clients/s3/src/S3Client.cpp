@@ -4,6 +4,7 @@
 #include "Bucket.hpp"
 #include "Download.hpp"
 #include "descriptions.hpp"
+#include "limits.hpp"
 #include "listing.hpp"
 #include "objects.hpp"
 #include "s3Errors.hpp"
@@ -22,18 +23,6 @@ namespace storage::cloudprovider {
 
 using foundation::storage::provider::ExceptionContext;
 using s3::Bucket;
-
-namespace {
-
-// AWS S3 user guide, "Creating object key names"; AWS S3 API reference, DeleteObjects.
-constexpr std::size_t kLongestKey = 1024;
-constexpr std::size_t kDeletedAtOnce = 1000;
-// AWS S3 user guide, multipart upload limits.
-constexpr std::uint64_t kSmallestPart = 5 * 1024 * 1024;
-constexpr std::uint64_t kLargestObject = std::uint64_t{5} << 40;  // 5 TiB
-constexpr std::uint64_t kMostParts = 10'000;
-
-}  // namespace
 
 /// The only place where failures become CloudExceptions.
 class S3Client::Implementation {
@@ -66,7 +55,7 @@ public:
     }
 
     void requireKey(const char* step, const std::string& key) const {
-        const auto longest = kLongestKey - std::min(kLongestKey, m_bucket.options().KeyPrefix.size());
+        const auto longest = s3::kLongestKey - std::min(s3::kLongestKey, m_bucket.options().KeyPrefix.size());
         const char* const reason = key.empty()                           ? "a key must not be empty"
                                    : key.size() > longest                ? "the key is too long"
                                    : key.find('\0') != std::string::npos ? "a key must not have a NUL byte"
@@ -274,13 +263,13 @@ StoreLimits S3Client::limits() const {
     StoreLimits limits;
     limits.UsefulUploads = std::max<std::size_t>(options.Connections, 1);
     limits.UsefulDownloads = limits.UsefulUploads;
-    limits.SmallestPart = kSmallestPart;
+    limits.SmallestPart = s3::kSmallestPart;
     limits.LargestPart = s3::kLargestPart;
-    limits.MostParts = kMostParts;
-    limits.LargestObject = kLargestObject;
+    limits.MostParts = s3::kMostParts;
+    limits.LargestObject = s3::kLargestObject;
     limits.LargestPut = s3::kLargestPart;
-    limits.LongestKey = kLongestKey - std::min(kLongestKey, options.KeyPrefix.size());
-    limits.DeletedAtOnce = kDeletedAtOnce;
+    limits.LongestKey = s3::kLongestKey - std::min(s3::kLongestKey, options.KeyPrefix.size());
+    limits.DeletedAtOnce = s3::kDeletedAtOnce;
     return limits;
 }
 

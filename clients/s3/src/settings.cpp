@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "settings.hpp"
 
+#include "limits.hpp"
 #include "profileFiles.hpp"
 
 #include <storage/cloudprovider/CloudException.hpp>
@@ -14,8 +15,6 @@ namespace storage::cloudprovider::s3 {
 using foundation::storage::provider::ExceptionContext;
 
 namespace {
-
-constexpr std::uint64_t kSmallestPart = 5 * 1024 * 1024;
 
 [[noreturn]] void refuseLocation(const std::string& text) {
     throw InvalidLocationException(ExceptionContext("S3: " + text));

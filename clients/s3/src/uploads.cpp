@@ -4,6 +4,7 @@
 #include "Download.hpp"
 #include "descriptions.hpp"
 #include "digests.hpp"
+#include "limits.hpp"
 #include "objects.hpp"
 #include "text.hpp"
 
@@ -22,9 +23,6 @@ using boost::posix_time::milliseconds;
 
 namespace {
 
-// Smaller parts are refused but for the last (AWS S3 user guide, multipart upload limits), and so are ranges of smaller
-// objects (AWS S3 API reference, UploadPartCopy).
-constexpr std::uint64_t kSmallestPart = 5 * 1024 * 1024;
 // Headers tell the time in seconds.
 const boost::posix_time::seconds kClockStep(2);
 constexpr const char* kNameMark = "cp1:";

@@ -120,6 +120,10 @@ void Connection::setDurability(Durability durability) {
     }
 }
 
+std::int64_t Connection::getNumber(const char* sql) {
+    return m_database.execAndGet(sql).getInt64();
+}
+
 bool Connection::isIdle() const noexcept {
     return sqlite3_get_autocommit(m_database.getHandle()) != 0;
 }

@@ -96,6 +96,9 @@ public:
         return Query(statement);
     }
 
+    /// The one number that a statement, seldom used, answers.
+    std::int64_t getNumber(const char* sql);
+
     /// Run a statement to its end. Result: whether it changed any row.
     template <class... Values>
     bool change(const char* sql, const Values&... values) {

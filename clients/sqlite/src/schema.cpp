@@ -8,7 +8,6 @@
 #include "objects.hpp"
 #include "uploads.hpp"
 
-#include <SQLiteCpp/Column.h>
 #include <SQLiteCpp/Transaction.h>
 #include <sqlite3.h>
 
@@ -61,16 +60,12 @@ constexpr std::array kTables{
     "CREATE TABLE numbers(last INTEGER NOT NULL, sum INTEGER NOT NULL)",
 };
 
-int getNumber(Connection& connection, const char* sql) {
-    return connection.database().execAndGet(sql).getInt();
-}
-
 enum class Found { Nothing, OldStore, Store };
 
 // What the database is. Throws when it is something else.
 Found identify(Connection& connection) {
-    const int applicationId = getNumber(connection, "PRAGMA application_id");
-    const int version = getNumber(connection, "PRAGMA user_version");
+    const auto applicationId = connection.getNumber("PRAGMA application_id");
+    const auto version = connection.getNumber("PRAGMA user_version");
     if (applicationId == kApplicationId) {
         if (version != kVersion && version != kOldVersion) {
             throw StoreFailure("the store has the format " + std::to_string(version) + ", this program knows only " +
@@ -78,7 +73,7 @@ Found identify(Connection& connection) {
         }
         return version == kVersion ? Found::Store : Found::OldStore;
     }
-    const int objects = getNumber(connection, "SELECT count(*) FROM sqlite_schema");
+    const auto objects = connection.getNumber("SELECT count(*) FROM sqlite_schema");
     if (applicationId != 0 || version != 0 || objects != 0) {
         throw StoreFailure("the file is another program's database, not an object store");
     }

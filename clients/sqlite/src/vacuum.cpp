@@ -3,25 +3,20 @@
 
 #include "errors.hpp"
 
-#include <SQLiteCpp/Column.h>
 #include <sqlite3.h>
 
 namespace storage::cloudprovider::sqlite {
 
 namespace {
 
-std::int64_t getNumber(Connection& connection, const char* sql) {
-    return connection.database().execAndGet(sql).getInt64();
-}
-
 // Take some free pages off the file's end. False when there was none to take.
 bool shrinkStep(Connection& connection) {
-    const std::int64_t before = getNumber(connection, "PRAGMA freelist_count");
+    const std::int64_t before = connection.getNumber("PRAGMA freelist_count");
     if (before == 0) {
         return false;
     }
     connection.database().exec("PRAGMA incremental_vacuum(256)");  // 4 MiB
-    return getNumber(connection, "PRAGMA freelist_count") < before;
+    return connection.getNumber("PRAGMA freelist_count") < before;
 }
 
 // Makes a reserve again, whatever happens.
@@ -39,7 +34,7 @@ private:
 }  // namespace
 
 std::int64_t getFileSize(Connection& connection) {
-    return getNumber(connection, "PRAGMA page_count") * getNumber(connection, "PRAGMA page_size");
+    return connection.getNumber("PRAGMA page_count") * connection.getNumber("PRAGMA page_size");
 }
 
 void shrink(Connection& connection, const DiskReserve& reserve, const std::function<void()>& onStep) {
@@ -62,7 +57,7 @@ void shrink(Connection& connection, const DiskReserve& reserve, const std::funct
 }
 
 bool canShrink(Connection& connection) {
-    return getNumber(connection, "PRAGMA auto_vacuum") != 0;
+    return connection.getNumber("PRAGMA auto_vacuum") != 0;
 }
 
 void rewrite(Connection& connection) {

@@ -17,7 +17,7 @@ namespace storage::cloudprovider::s3::test {
 
 namespace {
 
-constexpr std::size_t kChunk = 16 * 1024;
+constexpr std::size_t kReceivedAtOnce = 16 * 1024;
 
 [[noreturn]] void fail(const char* step) {
     throw std::system_error(errno, std::generic_category(), step);
@@ -140,7 +140,7 @@ std::string SocketReader::some(std::size_t most) {
 }
 
 bool SocketReader::fill() {
-    std::string bytes(kChunk, '\0');
+    std::string bytes(kReceivedAtOnce, '\0');
     const auto count = m_socket.read(bytes.data(), bytes.size());
     m_unread.append(bytes, 0, count);
     return count > 0;

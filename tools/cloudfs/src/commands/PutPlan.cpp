@@ -13,7 +13,7 @@ namespace cloudfs::commands {
 void putFile(const foundation::storage::provider::IProvider& provider, const Upload& upload, ProgressBar& progress) {
     const auto source = upload.source ? upload.source : std::make_shared<LocalSource>(upload.from);
     StoreFileWriter writer(provider, upload.to);
-    writeAll(*source, writer, progress);
+    writeRest(*source, writer, progress);
     writer.store(progress);
 }
 

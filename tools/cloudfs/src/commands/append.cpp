@@ -29,7 +29,7 @@ void append(const Session& session, const AppendRequest& request) {
     failIfFolder(*provider, path);
     RepeatedEdit(source).run([&](ProgressBar& progress) {
         StoreFileWriter writer(*provider, path, kAppend);
-        const auto appended = writeAll(source, writer, progress);
+        const auto appended = writeRest(source, writer, progress);
         writer.store(progress);
         // A stream that wrote nothing leaves an absent file absent.
         if (appended == 0 && !provider->fileExists(path.iri())) {

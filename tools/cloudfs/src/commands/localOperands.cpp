@@ -26,7 +26,7 @@ void failIfStore(const Session& session, const std::string& local) {
     }
 }
 
-std::uint64_t writeAll(LocalSource& source, StoreFileWriter& writer, ProgressBar& progress) {
+std::uint64_t writeRest(LocalSource& source, StoreFileWriter& writer, ProgressBar& progress) {
     std::vector<char> buffer(kChunkSize);
     std::uint64_t total = 0;
     while (const auto count = source.read(buffer.data(), buffer.size())) {

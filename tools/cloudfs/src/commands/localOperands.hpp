@@ -25,6 +25,6 @@ LocalStoreFiles filesOf(const Session& session);
 void failIfStore(const Session& session, const std::string& local);
 
 /// Write the rest of source. Result: the bytes written. Errors: Failure, OperationInterrupted.
-std::uint64_t writeAll(LocalSource& source, StoreFileWriter& writer, ProgressBar& progress);
+std::uint64_t writeRest(LocalSource& source, StoreFileWriter& writer, ProgressBar& progress);
 
 }  // namespace cloudfs::commands

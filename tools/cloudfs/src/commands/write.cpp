@@ -29,7 +29,7 @@ void write(const Session& session, const WriteRequest& request) {
     RepeatedEdit(source).run([&](ProgressBar& progress) {
         StoreFileWriter writer(*provider, path, kOverwrite);
         writer.seek(request.offset);
-        writeAll(source, writer, progress);
+        writeRest(source, writer, progress);
         writer.store(progress);
     });
 }

@@ -22,9 +22,6 @@ using storage::cloudprovider::ResourceInUseException;
 
 namespace {
 
-// What statfs says, too (NAME_MAX).
-constexpr std::size_t kLongestName = 255;
-
 void checkName(const std::string& name) {
     if (name.size() > kLongestName) {
         throw ErrnoError(ENAMETOOLONG);

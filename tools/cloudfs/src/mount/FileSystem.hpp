@@ -9,6 +9,7 @@
 #include <foundation/threads/Mutex.hpp>
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -18,6 +19,9 @@
 #include <vector>
 
 namespace cloudfs::mount {
+
+/// Of a name, in bytes, as of any local file system (NAME_MAX).
+inline constexpr std::size_t kLongestName = 255;
 
 /// A file or folder as programs see it. A plain value.
 struct Attributes {

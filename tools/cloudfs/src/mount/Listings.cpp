@@ -17,7 +17,7 @@ using foundation::storage::provider::FileAttributes;
 namespace {
 
 // Longer names make the kernel refuse a whole listing (FUSE_NAME_MAX, fs/fuse/fuse_i.h).
-constexpr std::size_t kLongestName = 1024;
+constexpr std::size_t kLongestListedName = 1024;
 
 // More than these are tidied up before another one comes.
 constexpr std::size_t kManyEntries = 4096;
@@ -34,7 +34,7 @@ StoredEntry toEntry(const FileAttributes& attributes) {
 }
 
 bool isUsable(const std::string& name) {
-    return !name.empty() && name != "." && name != ".." && name.size() <= kLongestName &&
+    return !name.empty() && name != "." && name != ".." && name.size() <= kLongestListedName &&
            name.find('\0') == std::string::npos;
 }
 

@@ -27,7 +27,6 @@ using ErrnoOf = int (*)(const std::exception&) noexcept;
 constexpr std::uint64_t kBlockSize = 4096;
 constexpr std::uint64_t kBlocks = std::uint64_t{1} << 38U;
 constexpr std::uint64_t kFiles = std::uint64_t{1} << 31U;
-constexpr unsigned long kLongestName = 255;
 
 // What programs should read and write at once.
 constexpr blksize_t kGoodSize = 128 * 1024;
