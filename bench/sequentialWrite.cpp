@@ -53,9 +53,10 @@ private:
         constexpr std::uint64_t kBlockSize = 512;  // of st_blocks, see stat(3type)
         std::uint64_t total = 0;
         boost::system::error_code ignored;
-        for (boost::filesystem::directory_iterator file(m_folder, ignored), end; file != end; file.increment(ignored)) {
+        for (boost::filesystem::recursive_directory_iterator file(m_folder, ignored), end; file != end;
+             file.increment(ignored)) {
             struct stat status = {};
-            if (::stat(file->path().c_str(), &status) == 0) {
+            if (::stat(file->path().c_str(), &status) == 0 && S_ISREG(status.st_mode)) {
                 total += static_cast<std::uint64_t>(status.st_blocks) * kBlockSize;
             }
         }

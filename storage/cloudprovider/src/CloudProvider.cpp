@@ -90,12 +90,12 @@ std::unique_ptr<ByteStream> CloudProvider::openSequentialWriter(const StorageIRI
     });
 }
 
-std::unique_ptr<ByteStream> CloudProvider::openSequentialReader(const StorageIRI& iri, Prefetch prefetch) const {
+std::unique_ptr<ByteStream> CloudProvider::openSequentialReader(const StorageIRI& iri) const {
     CLOUDPROVIDER_TRACE_FUNCTION(" iri=", iri);
     return translatingErrors(iri, [&] {
         const auto resolved = getResolvedIRI(iri);
         failIfRoot(resolved);
-        return OpenFileManager::instance().openToReadSequentially(resolved, m_client, m_engine, prefetch);
+        return OpenFileManager::instance().openToReadSequentially(resolved, m_client, m_engine);
     });
 }
 

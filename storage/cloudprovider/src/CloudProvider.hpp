@@ -8,7 +8,6 @@
 #include <foundation/services/PrivateFolder.hpp>
 #include <storage/cloudprovider/ExtendedCloudClient.hpp>
 #include <storage/cloudprovider/buildCloudProvider.hpp>
-#include <storage/cloudprovider/openSequentialReader.hpp>
 
 #include <cstddef>
 #include <memory>
@@ -30,7 +29,7 @@ public:
     std::unique_ptr<host::ByteStream> openSequentialWriter(const host::StorageIRI& iri) const;
 
     /// See openSequentialReader.hpp.
-    std::unique_ptr<host::ByteStream> openSequentialReader(const host::StorageIRI& iri, Prefetch prefetch) const;
+    std::unique_ptr<host::ByteStream> openSequentialReader(const host::StorageIRI& iri) const;
 
 private:
     using StorageIRI = host::StorageIRI;

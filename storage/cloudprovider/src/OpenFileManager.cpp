@@ -186,12 +186,12 @@ std::unique_ptr<ByteStream> OpenFileManager::openSequentially(const StorageIRI& 
 
 std::unique_ptr<ByteStream> OpenFileManager::openToReadSequentially(const StorageIRI& iri,
                                                                     const std::shared_ptr<CloudClient>& client,
-                                                                    const Engine& engine, Prefetch prefetch) {
+                                                                    const Engine& engine) {
     CLOUDPROVIDER_TRACE_FUNCTION(" iri=", iri);
     if (isOpen(iri, client)) {
         return openReadOnly(iri, client, engine);
     }
-    return std::make_unique<SequentialReader>(makeContext(iri, client, engine), engine, prefetch);
+    return std::make_unique<SequentialReader>(makeContext(iri, client, engine), engine);
 }
 
 // The last step of opening: what comes to be counted is whole, and is handed to the caller.

@@ -10,7 +10,6 @@
 #include <foundation/storage/provider/StorageIRI.hpp>
 #include <foundation/threads/Mutex.hpp>
 #include <storage/cloudprovider/ExtendedCloudClient.hpp>
-#include <storage/cloudprovider/openSequentialReader.hpp>
 
 #include <cstdint>
 #include <map>
@@ -94,8 +93,8 @@ public:
     /// Open the object as it is stored to read it from its beginning to its end; while it is open, or somebody has it
     /// for himself, as openReadOnly does.
     std::unique_ptr<ByteStream> openToReadSequentially(const StorageIRI& iri,
-                                                       const std::shared_ptr<CloudClient>& client, const Engine& engine,
-                                                       Prefetch prefetch);
+                                                       const std::shared_ptr<CloudClient>& client,
+                                                       const Engine& engine);
 
     /// Whether the object is open or being opened. Streams that the object was replaced under do not count: their file
     /// is no longer the object's.

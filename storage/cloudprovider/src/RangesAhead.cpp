@@ -17,13 +17,11 @@ namespace {
 // More makes nothing faster, and costs memory.
 constexpr std::uint64_t kLargestRange = std::uint64_t{16} * 1024 * 1024;
 
-// Whole parts, since a store may keep them so: several, for of a distant store each request's delay weighs less then,
-// but not so many that threads are left without a range.
-std::uint64_t rangeSizeFor(std::uint64_t objectSize, std::uint64_t partSize, std::size_t atOnce, Prefetch prefetch) {
-    const std::uint64_t wanted = prefetch == Prefetch::Full ? 4 : 2;
-    const auto most = std::clamp<std::uint64_t>(kLargestRange / partSize, 1, wanted);
-    const auto parts = std::clamp<std::uint64_t>(objectSize / partSize / atOnce, 1, most);
-    return std::min({parts * partSize, kLargestRange, std::max<std::uint64_t>(objectSize, 1)});
+// Of a distant store a request's delay weighs half as much as with parts; objects of few parts are still divided among
+// the threads.
+std::uint64_t rangeSizeFor(std::uint64_t objectSize, std::uint64_t partSize, std::size_t atOnce) {
+    const auto size = objectSize / 2 / partSize >= atOnce ? 2 * partSize : partSize;
+    return std::min({size, kLargestRange, std::max<std::uint64_t>(objectSize, 1)});
 }
 
 std::size_t mostAhead(const OpenFileContext& context, const Engine& engine) {
@@ -32,15 +30,15 @@ std::size_t mostAhead(const OpenFileContext& context, const Engine& engine) {
 
 }  // namespace
 
-RangesAhead::RangesAhead(std::shared_ptr<OpenFileContext> context, const Engine& engine, Prefetch prefetch,
-                         std::uint64_t size, const std::string& start)
+RangesAhead::RangesAhead(std::shared_ptr<OpenFileContext> context, const Engine& engine, std::uint64_t size,
+                         const std::string& start)
     : m_context(std::move(context)),
       m_pool(engine.pool),
       m_budget(engine.fetchBudget),
       m_mostAhead(mostAhead(*m_context, engine)),
       m_size(size),
-      m_rangeSize(rangeSizeFor(size, m_context->partSize, m_mostAhead + 1, prefetch)),
-      m_window(prefetch == Prefetch::Full ? m_mostAhead + 1 : std::min<std::size_t>(2, m_mostAhead + 1)) {
+      m_rangeSize(rangeSizeFor(size, m_context->partSize, m_mostAhead + 1)),
+      m_window(std::min<std::size_t>(2, m_mostAhead + 1)) {
     if (const auto known = std::min<std::uint64_t>({start.size(), size, m_rangeSize}); known != 0) {
         Slot slot{.first = 0, .size = known, .state = State::Kept};
         slot.room.bytes = std::make_unique_for_overwrite<char[]>(m_rangeSize);

@@ -8,7 +8,6 @@
 
 #include <foundation/services/InterruptScope.hpp>
 #include <foundation/threads/Mutex.hpp>
-#include <storage/cloudprovider/openSequentialReader.hpp>
 
 #include <cstddef>
 #include <cstdint>
@@ -23,8 +22,8 @@ namespace storage::cloudprovider {
 /// The bytes of an object from its beginning to its end, in ranges that a pool's threads fetch ahead into memory. The
 /// version is the one that the context says.
 ///
-/// What the pool, the store and the budget allow is fetched ahead: at once, or the more the more ranges have been used,
-/// so that who reads only the beginning has little fetched for nothing. A fetch ahead that fails is nobody's failure:
+/// The more ranges have been used the more are fetched ahead, up to what the pool, the store and the budget allow, so
+/// that who reads only the beginning has little fetched for nothing. A fetch ahead that fails is nobody's failure:
 /// whoever comes to that range fetches it again. Without a pool each range is fetched when it is reached.
 ///
 /// Errors   what the client throws; OperationInterrupted while waiting.
@@ -32,7 +31,7 @@ namespace storage::cloudprovider {
 class RangesAhead : public TransferSource, public std::enable_shared_from_this<RangesAhead> {
 public:
     /// size: of the object. start: its first bytes, as far as they are there already.
-    RangesAhead(std::shared_ptr<OpenFileContext> context, const Engine& engine, Prefetch prefetch, std::uint64_t size,
+    RangesAhead(std::shared_ptr<OpenFileContext> context, const Engine& engine, std::uint64_t size,
                 const std::string& start);
 
     /// The bytes behind those that were used, as many as there are in one piece: fetched, or waited for. None only at

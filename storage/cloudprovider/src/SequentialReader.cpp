@@ -17,7 +17,7 @@ namespace storage::cloudprovider {
 using host::ErrorCode;
 using host::ExceptionContext;
 
-SequentialReader::SequentialReader(std::shared_ptr<OpenFileContext> context, const Engine& engine, Prefetch prefetch) {
+SequentialReader::SequentialReader(std::shared_ptr<OpenFileContext> context, const Engine& engine) {
     CLOUDPROVIDER_TRACE_FUNCTION();
     std::string start;
     auto stored = context->client->describeWithStart(context->key, kMostStart, start);
@@ -27,7 +27,7 @@ SequentialReader::SequentialReader(std::shared_ptr<OpenFileContext> context, con
     const auto layout = checkedLayout(std::move(stored->Parts), context->key);
     const auto size = layout.empty() ? 0 : layout.back().Offset + layout.back().Size;
     context->version.editOf(std::move(stored->Version));
-    m_ranges = std::make_shared<RangesAhead>(std::move(context), engine, prefetch, size, start);
+    m_ranges = std::make_shared<RangesAhead>(std::move(context), engine, size, start);
 }
 
 SequentialReader::~SequentialReader() {

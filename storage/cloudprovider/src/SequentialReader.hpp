@@ -7,7 +7,6 @@
 #include "host.hpp"
 
 #include <foundation/storage/provider/ByteStream.hpp>
-#include <storage/cloudprovider/openSequentialReader.hpp>
 
 #include <cstddef>
 #include <cstdint>
@@ -22,7 +21,7 @@ namespace storage::cloudprovider {
 class SequentialReader : public host::ByteStream {
 public:
     /// Look the object up. ResourceNotFoundException when there is none.
-    SequentialReader(std::shared_ptr<OpenFileContext> context, const Engine& engine, Prefetch prefetch);
+    SequentialReader(std::shared_ptr<OpenFileContext> context, const Engine& engine);
     ~SequentialReader() override;
 
 private:

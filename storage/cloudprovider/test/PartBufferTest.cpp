@@ -67,9 +67,9 @@ protected:
     // What the temporary files take of the disk, in bytes.
     std::uint64_t roomTaken() const {
         std::uint64_t blocks = 0;
-        for (const auto& entry : boost::filesystem::directory_iterator(m_folder.path())) {
+        for (const auto& file : m_folder.files()) {
             struct stat status {};
-            EXPECT_EQ(::stat(entry.path().c_str(), &status), 0);
+            EXPECT_EQ(::stat(file.c_str(), &status), 0);
             blocks += static_cast<std::uint64_t>(status.st_blocks);
         }
         return blocks * 512;

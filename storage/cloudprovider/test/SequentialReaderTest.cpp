@@ -26,9 +26,7 @@ protected:
         m_client->clearCalls();
     }
 
-    Stream openReader(Prefetch prefetch = Prefetch::Growing) const {
-        return openSequentialReader(*m_provider, m_file, prefetch);
-    }
+    Stream openReader() const { return openSequentialReader(*m_provider, m_file); }
 
     static std::string bytesOf(std::size_t count) {
         std::string bytes(count, '\0');
@@ -104,20 +102,6 @@ TEST_F(SequentialReaderTest, MoreIsFetchedAheadTheMoreIsReadButNeverMoreThanThre
     }
     readBytes(second, kRangeSize);
     EXPECT_EQ(fetched(10), 10U) << "its own range, but none ahead: the first reader has them all";
-}
-
-TEST_F(SequentialReaderTest, WhoReadsAllHasEveryThreadFetchALargeRangeFromTheFirstReadOn) {
-    const auto bytes = bytesOf(100 * kRangeSize);
-    startWith(4, bytes);
-    const auto stream = openReader(Prefetch::Full);
-    readBytes(stream, 1);
-    waitUntil([&] { return m_client->count("getRange") == 5; });
-    EXPECT_EQ(readBy(stream, 7), bytes.substr(1));
-    EXPECT_EQ(m_client->count("getRange"), 50U) << "twice as large as for who may stop";
-
-    startWith(4, bytesOf(3 * kPartSize));
-    readBy(openReader(Prefetch::Full), 7);
-    EXPECT_EQ(m_client->count("getRange"), 3U) << "of a small file each thread has a part";
 }
 
 TEST_F(SequentialReaderTest, WhatIsNoLongerStoredIsNotMixedWithWhatIs) {

@@ -32,7 +32,7 @@ void copyInto(LocalTarget& target, const IProvider& provider, const Download& do
         done += data.size();
     };
     try {
-        readStoreFile(provider, download.from, write, progress, {}, Prefetch::Full);
+        readStoreFile(provider, download.from, write, progress);
     } catch (...) {
         progress.retreat(done);
         throw;

@@ -6,6 +6,7 @@
 #include "terminal/failures.hpp"
 
 #include <foundation/services/InterruptState.hpp>
+#include <storage/cloudprovider/openSequentialReader.hpp>
 
 #include <algorithm>
 #include <ios>
@@ -25,11 +26,10 @@ namespace {
 // Between two chunks an interrupt is noticed.
 constexpr std::size_t kChunkSize = 256 * 1024;
 
-std::unique_ptr<ByteStream> openForReading(const IProvider& provider, const StorePath& path, const ByteRange& range,
-                                           Prefetch prefetch) {
+std::unique_ptr<ByteStream> openForReading(const IProvider& provider, const StorePath& path, const ByteRange& range) {
     const bool isWhole = range.offset == 0 && !range.size;
     try {
-        return isWhole ? openSequentialReader(provider, path.iri(), prefetch) : provider.openReadOnlyStream(path.iri());
+        return isWhole ? openSequentialReader(provider, path.iri()) : provider.openReadOnlyStream(path.iri());
     } catch (const Exception& failure) {
         if (failure.getErrorCode() == ErrorCode::NotFound) {
             failIfFolder(provider, path);
@@ -41,9 +41,9 @@ std::unique_ptr<ByteStream> openForReading(const IProvider& provider, const Stor
 }  // namespace
 
 void readStoreFile(const IProvider& provider, const StorePath& path, const std::function<void(std::string_view)>& sink,
-                   ProgressBar& progress, const ByteRange& range, Prefetch prefetch) {
+                   ProgressBar& progress, const ByteRange& range) {
     failIfMeansFolder(path);
-    const auto stream = openForReading(provider, path, range, prefetch);
+    const auto stream = openForReading(provider, path, range);
     std::vector<char> buffer(kChunkSize);
     if (range.offset > 0) {
         namingPath(path.text(), [&] { stream->seek(range.offset, std::ios_base::beg); });

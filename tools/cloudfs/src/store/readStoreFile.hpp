@@ -4,7 +4,6 @@
 #include "store/StorePath.hpp"
 
 #include <foundation/storage/provider/IProvider.hpp>
-#include <storage/cloudprovider/openSequentialReader.hpp>
 
 #include <cstdint>
 #include <functional>
@@ -14,7 +13,6 @@
 namespace cloudfs {
 
 using foundation::storage::provider::IProvider;
-using storage::cloudprovider::Prefetch;
 
 class ProgressBar;
 
@@ -26,10 +24,10 @@ struct ByteRange {
     std::optional<std::uint64_t> size;
 };
 
-/// Read a file of the store, or a range of it, in pieces that are given to sink. prefetch counts for a whole file.
+/// Read a file of the store, or a range of it, in pieces that are given to sink.
 ///
 /// Errors   Failure, Exception, OperationInterrupted, and what sink throws.
 void readStoreFile(const IProvider& provider, const StorePath& path, const std::function<void(std::string_view)>& sink,
-                   ProgressBar& progress, const ByteRange& range = {}, Prefetch prefetch = Prefetch::Growing);
+                   ProgressBar& progress, const ByteRange& range = {});
 
 }  // namespace cloudfs

@@ -10,12 +10,6 @@
 
 namespace storage::cloudprovider {
 
-/// How much to fetch ahead of a reader.
-enum class Prefetch {
-    Growing,  ///< the more the more was read: who stops after the beginning has little fetched for nothing
-    Full      ///< as much as can be from the first read on, in larger ranges: for who reads all of a file
-};
-
 /// Open a file to read it once from its beginning to its end, as fast as the store allows: ranges larger than a part
 /// are fetched ahead straight into memory, without the temporary disk and the cache.
 ///
@@ -26,12 +20,11 @@ enum class Prefetch {
 /// The stream can be neither written nor given another position. A read that fails before its first byte can be tried
 /// again; after one that fails later, all fail.
 ///
-/// Costs    memory: ranges of 16 MiB at most, or, where they grow, of twice the provider's part size; one for each
-///          stream, and besides as many as the provider has transferThreads, which its streams share.
+/// Costs    memory: ranges of twice the provider's part size, of 16 MiB at most; one for each stream, and besides as
+///          many as the provider has transferThreads, which its streams share.
 /// Errors   Exception: Unsupported for a provider that buildCloudProvider did not make; NotFound.
 /// Threads  one at a time.
 CLOUDPROVIDER_EXPORT std::unique_ptr<foundation::storage::provider::ByteStream> openSequentialReader(
-    const foundation::storage::provider::IProvider& provider, const foundation::storage::provider::StorageIRI& iri,
-    Prefetch prefetch = Prefetch::Growing);
+    const foundation::storage::provider::IProvider& provider, const foundation::storage::provider::StorageIRI& iri);
 
 }  // namespace storage::cloudprovider
