@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <exception>
 #include <stdexcept>
 #include <utility>
 
@@ -82,7 +83,9 @@ ScriptedServer::ScriptedServer() {
 }
 
 ScriptedServer::~ScriptedServer() {
-    static_cast<void>(::write(m_wake[1], "x", 1));
+    if (::write(m_wake[1], "x", 1) != 1) {
+        std::terminate();  // the thread would serve for ever
+    }
     m_thread.join();
     for (const int socket : m_sockets) {
         ::close(socket);
