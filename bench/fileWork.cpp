@@ -5,6 +5,7 @@
 #include "workload.hpp"
 
 #include <storage/cloudprovider/openSequentialWriter.hpp>
+#include <storage/cloudprovider/readInPieces.hpp>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -14,6 +15,7 @@
 #include <atomic>
 #include <fstream>
 #include <future>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -53,19 +55,13 @@ void upload(const provider::IProvider& store, const std::string& local, const st
 }
 
 void download(const provider::IProvider& store, const std::string& path, const std::string& local) {
-    std::ofstream target(local, std::ios::binary);
-    const auto stream = store.openReadOnlyStream(StorageIRI::fromUtf8(path));
-    std::vector<char> buffer(kBufferSize);
-    for (;;) {
-        const auto count = stream->read(buffer.data(), static_cast<std::int64_t>(buffer.size()));
-        if (count < 0) {
-            break;
-        }
-        target.write(buffer.data(), count);
-    }
-    stream->close();
-    target.close();
-    require(!target.fail(), "cannot write " + local);
+    const auto target = ::open(local.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, S_IRUSR | S_IWUSR);
+    require(target >= 0, "cannot write " + local);
+    cloud::readInPieces(store, StorageIRI::fromUtf8(path), [&](std::uint64_t offset, std::string_view bytes) {
+        const auto written = ::pwrite(target, bytes.data(), bytes.size(), static_cast<off_t>(offset));
+        require(written == static_cast<ssize_t>(bytes.size()), "cannot write " + local);
+    });
+    require(::close(target) == 0, "cannot write " + local);
 }
 
 void forEach(std::uint32_t threads, std::size_t count, const std::function<void(std::size_t)>& call) {

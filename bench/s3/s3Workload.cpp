@@ -4,7 +4,7 @@
 // variables AWS_* tell, with the options of cloudfs but for the number of threads. run takes the time.
 //
 //   upload LOCAL PATH     one file; THREADS transfer its parts
-//   download PATH LOCAL   one file; THREADS transfer its parts, and as many are read ahead
+//   download PATH LOCAL   one file; THREADS fetch it
 //   fill PREFIX COUNT N   empty objects below a prefix, N in each folder of it; 0: all in one
 //   read PATH             4 KiB at 100 random places of a file
 //   read-local LOCAL      the same of a local file, such as one in a mounted store

@@ -99,6 +99,18 @@ std::unique_ptr<ByteStream> CloudProvider::openSequentialReader(const StorageIRI
     });
 }
 
+void CloudProvider::readInPieces(const StorageIRI& iri, const PieceSink& sink) const {
+    CLOUDPROVIDER_TRACE_FUNCTION(" iri=", iri);
+    const auto failureOfSink = translatingErrors(iri, [&] {
+        const auto resolved = getResolvedIRI(iri);
+        failIfRoot(resolved);
+        return OpenFileManager::instance().readInPieces(resolved, m_client, m_engine, sink);
+    });
+    if (failureOfSink) {
+        std::rethrow_exception(failureOfSink);
+    }
+}
+
 void CloudProvider::doCreateFile(const StorageIRI& iri) const {
     CLOUDPROVIDER_TRACE_FUNCTION(" iri=", iri);
     translatingErrors(iri, [&] {

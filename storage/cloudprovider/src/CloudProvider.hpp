@@ -8,6 +8,7 @@
 #include <foundation/services/PrivateFolder.hpp>
 #include <storage/cloudprovider/ExtendedCloudClient.hpp>
 #include <storage/cloudprovider/buildCloudProvider.hpp>
+#include <storage/cloudprovider/readInPieces.hpp>
 
 #include <cstddef>
 #include <memory>
@@ -30,6 +31,9 @@ public:
 
     /// See openSequentialReader.hpp.
     std::unique_ptr<host::ByteStream> openSequentialReader(const host::StorageIRI& iri) const;
+
+    /// See readInPieces.hpp.
+    void readInPieces(const host::StorageIRI& iri, const PieceSink& sink) const;
 
 private:
     using StorageIRI = host::StorageIRI;

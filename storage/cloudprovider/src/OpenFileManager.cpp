@@ -4,11 +4,13 @@
 #include "DiskBackedBufferFactory.hpp"
 #include "OpenFileByteStream.hpp"
 #include "OpenFileContext.hpp"
+#include "ParallelRead.hpp"
 #include "RestrictedByteStreams.hpp"
 #include "SequentialReader.hpp"
 #include "SequentialWriter.hpp"
 #include "Trace.hpp"
 #include "checkKeyLength.hpp"
+#include "describeStart.hpp"
 #include "extendClient.hpp"
 #include "host.hpp"
 #include "interrupt.hpp"
@@ -18,6 +20,7 @@
 
 #include <optional>
 #include <utility>
+#include <vector>
 
 namespace storage::cloudprovider {
 
@@ -44,6 +47,8 @@ using host::StorageIRI;
 
 namespace {
 
+constexpr std::size_t kHandedOverAtOnce = std::size_t{256} * 1024;
+
 // Scheme and authority say how the host came here, not which object of the client is meant.
 StorageIRI withoutAuthority(const StorageIRI& iri) {
     return StorageIRI().withPath(iri.getPath());
@@ -54,6 +59,30 @@ std::shared_ptr<OpenFileContext> makeContext(const StorageIRI& iri, const std::s
     const auto room = engine.options.lightBuffers ? Room::InSteps : Room::AtOnce;
     return std::make_shared<OpenFileContext>(
         iri, client, std::make_unique<DiskBackedBufferFactory>(room, engine.memory), engine.options);
+}
+
+// Result: as read's.
+std::int64_t readSome(ByteStream& stream, std::vector<char>& buffer, const StorageIRI& iri) {
+    try {
+        return stream.read(buffer.data(), static_cast<std::int64_t>(buffer.size()));
+    } catch (const host::ByteStreamFailure& failure) {
+        throw host::Exception(failure.getErrorCode(), iri, failure.getContext());
+    }
+}
+
+std::exception_ptr handOverAll(ByteStream& stream, const StorageIRI& iri, const PieceSink& sink) {
+    std::vector<char> buffer(kHandedOverAtOnce);
+    std::uint64_t offset = 0;
+    for (auto count = readSome(stream, buffer, iri); count >= 0; count = readSome(stream, buffer, iri)) {
+        const auto size = static_cast<std::size_t>(count);
+        try {
+            sink(offset, {buffer.data(), size});
+        } catch (...) {
+            return std::current_exception();
+        }
+        offset += size;
+    }
+    return nullptr;
 }
 
 using ExistingContent = ByteStreamOpenOptions::ExistingContent;
@@ -192,6 +221,17 @@ std::unique_ptr<ByteStream> OpenFileManager::openToReadSequentially(const Storag
         return openReadOnly(iri, client, engine);
     }
     return std::make_unique<SequentialReader>(makeContext(iri, client, engine), engine);
+}
+
+std::exception_ptr OpenFileManager::readInPieces(const StorageIRI& iri, const std::shared_ptr<CloudClient>& client,
+                                                 const Engine& engine, const PieceSink& sink) {
+    CLOUDPROVIDER_TRACE_FUNCTION(" iri=", iri);
+    if (isOpen(iri, client)) {
+        return handOverAll(*openReadOnly(iri, client, engine), iri, sink);
+    }
+    auto context = makeContext(iri, client, engine);
+    auto start = describeStart(*context);
+    return std::make_shared<ParallelRead>(std::move(context), std::move(start), sink, engine.pool)->run();
 }
 
 // The last step of opening: what comes to be counted is whole, and is handed to the caller.

@@ -10,8 +10,10 @@
 #include <foundation/storage/provider/StorageIRI.hpp>
 #include <foundation/threads/Mutex.hpp>
 #include <storage/cloudprovider/ExtendedCloudClient.hpp>
+#include <storage/cloudprovider/readInPieces.hpp>
 
 #include <cstdint>
+#include <exception>
 #include <map>
 #include <memory>
 #include <string>
@@ -95,6 +97,11 @@ public:
     std::unique_ptr<ByteStream> openToReadSequentially(const StorageIRI& iri,
                                                        const std::shared_ptr<CloudClient>& client,
                                                        const Engine& engine);
+
+    /// Hand the bytes of the object as it is stored to sink; while it is open, or somebody has it for himself, as
+    /// openReadOnly would read them. Result: what sink threw, if it did.
+    std::exception_ptr readInPieces(const StorageIRI& iri, const std::shared_ptr<CloudClient>& client,
+                                    const Engine& engine, const PieceSink& sink);
 
     /// Whether the object is open or being opened. Streams that the object was replaced under do not count: their file
     /// is no longer the object's.

@@ -2,10 +2,7 @@
 #include "SequentialReader.hpp"
 
 #include "Trace.hpp"
-#include "checkedLayout.hpp"
-#include "tuning.hpp"
-
-#include <storage/cloudprovider/CloudException.hpp>
+#include "describeStart.hpp"
 
 #include <boost/numeric/conversion/cast.hpp>
 
@@ -19,15 +16,8 @@ using host::ExceptionContext;
 
 SequentialReader::SequentialReader(std::shared_ptr<OpenFileContext> context, const Engine& engine) {
     CLOUDPROVIDER_TRACE_FUNCTION();
-    std::string start;
-    auto stored = context->client->describeWithStart(context->key, kMostStart, start);
-    if (!stored) {
-        throw ResourceNotFoundException();
-    }
-    const auto layout = checkedLayout(std::move(stored->Parts), context->key);
-    const auto size = layout.empty() ? 0 : layout.back().Offset + layout.back().Size;
-    context->version.editOf(std::move(stored->Version));
-    m_ranges = std::make_shared<RangesAhead>(std::move(context), engine, size, start);
+    const auto start = describeStart(*context);
+    m_ranges = std::make_shared<RangesAhead>(std::move(context), engine, start.size, start.bytes);
 }
 
 SequentialReader::~SequentialReader() {

@@ -57,6 +57,10 @@ void getRange(const OpenFileContext& context, const std::string& version, const 
 
 void fetchRange(const OpenFileContext& context, const ObjectRange& range, char* data) {
     io::stream<io::array_sink> sink(data, static_cast<std::streamsize>(range.Size));
+    fetchRange(context, range, sink);
+}
+
+void fetchRange(const OpenFileContext& context, const ObjectRange& range, std::ostream& sink) {
     const auto version = context.version.get();
     throwIfUnknown(context, version);
     getRange(context, version, range, sink);

@@ -5,7 +5,6 @@
 #include <storage/cloudprovider/CloudException.hpp>
 #include <storage/cloudprovider/openSequentialReader.hpp>
 
-#include <algorithm>
 #include <chrono>
 #include <string>
 #include <thread>
@@ -19,20 +18,7 @@ class SequentialReaderTest : public EngineTest {
 protected:
     static constexpr std::uint64_t kRangeSize = 2 * kPartSize;
 
-    void startWith(std::uint32_t threads, const std::string& content, bool tellsVersions = true) {
-        m_options.transferThreads = threads;
-        startAnew(tellsVersions);
-        m_client->store(m_key, content);
-        m_client->clearCalls();
-    }
-
     Stream openReader() const { return openSequentialReader(*m_provider, m_file); }
-
-    static std::string bytesOf(std::size_t count) {
-        std::string bytes(count, '\0');
-        std::generate(bytes.begin(), bytes.end(), [next = 0]() mutable { return static_cast<char>(next++ * 7); });
-        return bytes;
-    }
 
     static std::string readBytes(const Stream& stream, std::size_t count) {
         std::string bytes(count, '\0');
@@ -69,9 +55,9 @@ TEST_F(SequentialReaderTest, AnyObjectIsReadInAnyPiecesWithoutTheTemporaryDisk) 
             for (const std::size_t size : {0U, 1U, 8U, 9U, 16U, 17U, 83U, 400U}) {
                 for (const std::size_t piece : {1U, 5U, 16U, 100U, 1000U}) {
                     SCOPED_TRACE(testing::Message() << threads << " threads, " << size << " bytes by " << piece);
-                    startWith(threads, bytesOf(size), tellsVersions);
+                    startWith(threads, someBytes(size), tellsVersions);
                     const auto stream = openReader();
-                    ASSERT_EQ(readBy(stream, piece), bytesOf(size));
+                    ASSERT_EQ(readBy(stream, piece), someBytes(size));
                     ASSERT_EQ(m_folder.fileCount(), 0U);
                     ASSERT_FALSE(isOpen());
                     for (const auto& call : m_client->calls()) {
@@ -87,7 +73,7 @@ TEST_F(SequentialReaderTest, AnyObjectIsReadInAnyPiecesWithoutTheTemporaryDisk) 
 
 TEST_F(SequentialReaderTest, MoreIsFetchedAheadTheMoreIsReadButNeverMoreThanThreadsAndBudgetAllow) {
     constexpr std::size_t kThreads = 4;
-    startWith(kThreads, bytesOf(100 * kRangeSize));
+    startWith(kThreads, someBytes(100 * kRangeSize));
     const auto first = openReader();
     const auto second = openReader();
     const auto fetched = [&](std::size_t atLeast) {
@@ -105,7 +91,7 @@ TEST_F(SequentialReaderTest, MoreIsFetchedAheadTheMoreIsReadButNeverMoreThanThre
 }
 
 TEST_F(SequentialReaderTest, WhatIsNoLongerStoredIsNotMixedWithWhatIs) {
-    startWith(0, bytesOf(5 * kRangeSize));
+    startWith(0, someBytes(5 * kRangeSize));
     const auto stream = openReader();
     readBytes(stream, 1);
     m_client->store(m_key, std::string(5 * kRangeSize, 'x'));
@@ -116,7 +102,7 @@ TEST_F(SequentialReaderTest, WhatIsNoLongerStoredIsNotMixedWithWhatIs) {
 }
 
 TEST_F(SequentialReaderTest, AFetchAheadThatFailsIsTriedAgainByTheReader) {
-    const auto bytes = bytesOf(20 * kRangeSize);
+    const auto bytes = someBytes(20 * kRangeSize);
     startWith(2, bytes);
     const auto stream = openReader();
     readBytes(stream, 1);
@@ -129,7 +115,7 @@ TEST_F(SequentialReaderTest, AFetchAheadThatFailsIsTriedAgainByTheReader) {
 }
 
 TEST_F(SequentialReaderTest, AReadThatFailsBeforeItsFirstByteCanBeTriedAgain) {
-    const auto bytes = bytesOf(3 * kRangeSize);
+    const auto bytes = someBytes(3 * kRangeSize);
     startWith(0, bytes);
     const auto stream = openReader();
     m_client->failOperation("getRange", 2);
@@ -139,7 +125,7 @@ TEST_F(SequentialReaderTest, AReadThatFailsBeforeItsFirstByteCanBeTriedAgain) {
 }
 
 TEST_F(SequentialReaderTest, AnInterruptedReaderLeavesWhatIsOnItsWay) {
-    startWith(2, bytesOf(50 * kRangeSize));
+    startWith(2, someBytes(50 * kRangeSize));
     auto stream = openReader();
     readBytes(stream, 1);
     waitUntil([&] { return m_client->count("getRange") == 2; });

@@ -773,7 +773,8 @@ class Get(Case):
         get = self.start("get", "/f", "out")
 
         def progress():
-            return [os.path.getsize(os.path.join(self.work, name)) for name in self.local_names() if "cloudfs-" in name]
+            names = [name for name in self.local_names() if "cloudfs-" in name]
+            return [os.stat(os.path.join(self.work, name)).st_blocks * 512 for name in names]  # it comes in any order
 
         while not any(progress()) and get.poll() is None:
             time.sleep(0.0005)

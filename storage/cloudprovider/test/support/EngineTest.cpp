@@ -8,6 +8,7 @@
 
 #include <boost/filesystem/operations.hpp>
 
+#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <iterator>
@@ -89,6 +90,19 @@ void EngineTest::startAnew(bool tellsVersions) {
         m_providersClient = std::make_shared<VersionedFakeClient>(m_client);
     }
     m_provider = buildCloudProvider(m_providersClient, FolderPolicy::MarkerObjects, false, m_options);
+}
+
+void EngineTest::startWith(std::uint32_t transferThreads, const std::string& content, bool tellsVersions) {
+    m_options.transferThreads = transferThreads;
+    startAnew(tellsVersions);
+    m_client->store(m_key, content);
+    m_client->clearCalls();
+}
+
+std::string EngineTest::someBytes(std::size_t count) {
+    std::string bytes(count, '\0');
+    std::generate(bytes.begin(), bytes.end(), [next = 0]() mutable { return static_cast<char>(next++ * 7); });
+    return bytes;
 }
 
 bool EngineTest::isOpen(const IRI& iri) const {

@@ -75,6 +75,8 @@ protected:
     static Options replace();
     static void write(const Stream& stream, const std::string& bytes);
     static std::string readAll(const Stream& stream);
+    /// Bytes of every value, the same ones for the same count.
+    static std::string someBytes(std::size_t count);
 
     Stream openFile(const Options& options) const { return m_provider->openStream(m_file, options); }
     Stream openForReading() const { return m_provider->openReadOnlyStream(m_file); }
@@ -88,6 +90,8 @@ protected:
     void startAnew(bool tellsVersions = false);
     void startAnew(bool tellsVersions, const ProviderOptions& options);
     void startAnew(const TransferMode& mode) { startAnew(mode.tellsVersions, mode.options); }
+    /// Start again with so many transfer threads, and the file stored.
+    void startWith(std::uint32_t transferThreads, const std::string& content, bool tellsVersions = true);
     bool isOpen() const { return isOpen(m_file); }
     bool isOpen(const IRI& iri) const;
 

@@ -26,16 +26,13 @@ using foundation::storage::provider::IProvider;
 namespace {
 
 void copyInto(LocalTarget& target, const IProvider& provider, const Download& download, ProgressBar& progress) {
-    std::uint64_t done = 0;
-    const auto write = [&](std::string_view data) {
-        target.write(data);
-        done += data.size();
-    };
-    try {
-        readStoreFile(provider, download.from, write, progress);
-    } catch (...) {
-        progress.retreat(done);
-        throw;
+    if (target.isFile()) {
+        readStoreFileInPieces(
+            provider, download.from, [&](std::uint64_t offset, std::string_view data) { target.writeAt(offset, data); },
+            progress);
+    } else {
+        readStoreFile(
+            provider, download.from, [&](std::string_view data) { target.write(data); }, progress);
     }
     target.complete(download.time);
 }
@@ -62,7 +59,7 @@ std::set<std::string> folderNames(const std::vector<StoreEntry>& entries) {
 // A device or pipe cannot take back what it got, so that it gets one try.
 void getFile(const IProvider& provider, const Download& download, ProgressBar& progress) {
     auto target = std::make_unique<LocalTarget>(download.to, download.links);
-    if (!target->canBeginAgain()) {
+    if (!target->isFile()) {
         copyInto(*target, provider, download, progress);
         return;
     }

@@ -126,6 +126,18 @@ void LocalTarget::write(std::string_view data) {
     writeAll(m_file.get(), m_path, data);
 }
 
+void LocalTarget::writeAt(std::uint64_t offset, std::string_view data) const {
+    while (!data.empty()) {
+        const auto written = ::pwrite(m_file.get(), data.data(), data.size(), static_cast<off_t>(offset));
+        if (written >= 0) {
+            data.remove_prefix(static_cast<std::size_t>(written));
+            offset += static_cast<std::uint64_t>(written);
+        } else if (errno != EINTR) {
+            throwLocalFailure(m_path, errno);
+        }
+    }
+}
+
 void LocalTarget::complete(const boost::posix_time::ptime& lastModified) {
     if (!m_temporaryPath.empty() && ::fchmod(m_file.get(), permissionsFor(m_path)) != 0) {
         throwLocalFailure(m_path, errno);

@@ -5,6 +5,7 @@
 
 #include <boost/date_time/posix_time/ptime.hpp>
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -31,8 +32,14 @@ public:
     /// Errors   Failure, OutputClosed, OperationInterrupted.
     void write(std::string_view data);
 
-    /// Whether what was written so far goes away with this, so that another try can begin from nothing.
-    bool canBeginAgain() const noexcept { return !m_temporaryPath.empty(); }
+    /// Write bytes that have their place at offset. For a file, which isFile tells. Threads: any, at once.
+    ///
+    /// Errors   Failure.
+    void writeAt(std::uint64_t offset, std::string_view data) const;
+
+    /// Whether bytes have places in it, and go away with this, so that another try can begin from nothing; else it is a
+    /// device or a pipe.
+    bool isFile() const noexcept { return !m_temporaryPath.empty(); }
 
     /// Give the file its name; the last call. An existing file is replaced and leaves its permissions behind.
     ///

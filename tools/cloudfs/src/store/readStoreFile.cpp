@@ -9,6 +9,7 @@
 #include <storage/cloudprovider/openSequentialReader.hpp>
 
 #include <algorithm>
+#include <atomic>
 #include <ios>
 #include <limits>
 #include <memory>
@@ -20,16 +21,20 @@ using foundation::storage::provider::ByteStream;
 using foundation::storage::provider::ErrorCode;
 using foundation::storage::provider::Exception;
 using storage::cloudprovider::openSequentialReader;
+using storage::cloudprovider::PieceSink;
+using storage::cloudprovider::readInPieces;
 
 namespace {
 
 // Between two chunks an interrupt is noticed.
 constexpr std::size_t kChunkSize = 256 * 1024;
 
-std::unique_ptr<ByteStream> openForReading(const IProvider& provider, const StorePath& path, const ByteRange& range) {
-    const bool isWhole = range.offset == 0 && !range.size;
+// Begin to read; what is not a file may be a folder.
+template <typename Operation>
+auto readingFile(const IProvider& provider, const StorePath& path, Operation operation) {
+    failIfMeansFolder(path);
     try {
-        return isWhole ? openSequentialReader(provider, path.iri()) : provider.openReadOnlyStream(path.iri());
+        return operation();
     } catch (const Exception& failure) {
         if (failure.getErrorCode() == ErrorCode::NotFound) {
             failIfFolder(provider, path);
@@ -42,8 +47,10 @@ std::unique_ptr<ByteStream> openForReading(const IProvider& provider, const Stor
 
 void readStoreFile(const IProvider& provider, const StorePath& path, const std::function<void(std::string_view)>& sink,
                    ProgressBar& progress, const ByteRange& range) {
-    failIfMeansFolder(path);
-    const auto stream = openForReading(provider, path, range);
+    const bool isWhole = range.offset == 0 && !range.size;
+    const auto stream = readingFile(provider, path, [&] {
+        return isWhole ? openSequentialReader(provider, path.iri()) : provider.openReadOnlyStream(path.iri());
+    });
     std::vector<char> buffer(kChunkSize);
     if (range.offset > 0) {
         namingPath(path.text(), [&] { stream->seek(range.offset, std::ios_base::beg); });
@@ -61,6 +68,23 @@ void readStoreFile(const IProvider& provider, const StorePath& path, const std::
         progress.advance(static_cast<std::uint64_t>(count));
     }
     namingPath(path.text(), [&] { stream->close(); });
+}
+
+void readStoreFileInPieces(const IProvider& provider, const StorePath& path, const PieceSink& sink,
+                           ProgressBar& progress) {
+    std::atomic<std::uint64_t> done{0};
+    const auto counted = [&](std::uint64_t offset, std::string_view data) {
+        foundation::utInterruptState::ThrowIfInterruptPending();
+        sink(offset, data);
+        done += data.size();
+        progress.advance(data.size());
+    };
+    try {
+        readingFile(provider, path, [&] { readInPieces(provider, path.iri(), counted); });
+    } catch (...) {
+        progress.retreat(done);
+        throw;
+    }
 }
 
 }  // namespace cloudfs

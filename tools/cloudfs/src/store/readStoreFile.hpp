@@ -4,6 +4,7 @@
 #include "store/StorePath.hpp"
 
 #include <foundation/storage/provider/IProvider.hpp>
+#include <storage/cloudprovider/readInPieces.hpp>
 
 #include <cstdint>
 #include <functional>
@@ -29,5 +30,12 @@ struct ByteRange {
 /// Errors   Failure, Exception, OperationInterrupted, and what sink throws.
 void readStoreFile(const IProvider& provider, const StorePath& path, const std::function<void(std::string_view)>& sink,
                    ProgressBar& progress, const ByteRange& range = {});
+
+/// Read all of a file in pieces, in any order; sink is called by several threads at once. What progress was told is
+/// taken back when it fails.
+///
+/// Errors   Failure, Exception, OperationInterrupted, and what sink throws.
+void readStoreFileInPieces(const IProvider& provider, const StorePath& path,
+                           const storage::cloudprovider::PieceSink& sink, ProgressBar& progress);
 
 }  // namespace cloudfs
