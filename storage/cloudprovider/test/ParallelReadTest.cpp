@@ -108,7 +108,7 @@ TEST_F(ParallelReadTest, AnInterruptOfTheCallerEndsTheOtherThreads) {
     const auto otherIsInterrupted = other.get_future().share();
     const auto sink = [&](std::uint64_t, std::string_view) {
         if (std::this_thread::get_id() == caller) {
-            EXPECT_EQ(otherIsInterrupted.wait_for(std::chrono::seconds(60)), std::future_status::ready);
+            EXPECT_EQ(otherIsInterrupted.wait_for(std::chrono::seconds(10)), std::future_status::ready);
             return;
         }
         foundation::utInterruptState::RequestInterrupt();

@@ -17,7 +17,6 @@
 
 namespace cloudfs {
 
-using foundation::storage::provider::ByteStream;
 using foundation::storage::provider::ErrorCode;
 using foundation::storage::provider::Exception;
 using storage::cloudprovider::openSequentialReader;
