@@ -14,9 +14,9 @@ namespace storage::cloudprovider::s3 {
 namespace {
 
 constexpr const char* kWritesHeader = "x-amz-meta-cloudprovider-writes";
-// With 16 characters each they take 271 of the 2 KB of metadata that an object may have (AWS S3 user guide, object
-// metadata).
-constexpr std::size_t kMostWriteIds = 16;
+// Of all ids. Swift takes no longer value (OpenStack Swift, max_meta_value_length); of the 2 KB of metadata that an object
+// may have it is little (AWS S3 user guide, object metadata).
+constexpr std::size_t kLongestWriteIds = 256;
 
 constexpr std::array<std::string_view, 11> kKeptHeaders{"content-type",
                                                         "content-encoding",
@@ -125,7 +125,9 @@ Fields makeStoringHeaders(const ObjectAttributes& attributes, const Tags& tags, 
 ObjectAttributes attributesAfter(ObjectAttributes attributes, const std::string& writeId) {
     auto& ids = attributes.WriteIds;
     ids.insert(ids.begin(), writeId);
-    ids.resize(std::min(ids.size(), kMostWriteIds));
+    while (joinIds(ids).size() > kLongestWriteIds) {
+        ids.pop_back();
+    }
     return attributes;
 }
 

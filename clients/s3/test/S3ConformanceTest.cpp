@@ -100,6 +100,15 @@ TEST(S3ServerTest, AnEditByCopiesKeepsWhatAnotherClientStored) {
     EXPECT_EQ(after.Size, old.size());
 }
 
+TEST(S3ServerTest, AnObjectIsEditedOverAndOver) {
+    S3Client client(serverOptions("conformance"));
+    auto version = putOver(client, "often", "0");
+    for (int i = 1; i <= 20; ++i) {
+        version = putOver(client, "often", std::to_string(i), ExpectedObject::version(version));
+    }
+    EXPECT_EQ(get(client, "often"), "20");
+}
+
 TEST(S3ServerTest, WrongSettingsAreTold) {
     const auto options = serverOptions("conformance");
     auto wrong = options;

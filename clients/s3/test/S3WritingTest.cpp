@@ -70,6 +70,16 @@ TEST_F(S3ClientTest, EachEditNamesTheWritesBeforeIt) {
     EXPECT_EQ(ids(1).substr(16), ",b,a");
     EXPECT_EQ(ids(2).substr(16), ',' + ids(1));
     EXPECT_EQ(ids(3).size(), 16U) << "what replaces anything is an edit of nothing";
+
+    std::string many = "0123456789abcdef";
+    for (int i = 0; i < 15; ++i) {
+        many += ",0123456789abcdef";
+    }
+    m_server.next(object("v5", {std::string(kWrites) + ": " + many}));
+    m_client->describeObject("k");
+    m_server.next(object("v6"));
+    put("k", "x", ExpectedObject::version("v5"));
+    EXPECT_EQ(ids(5).substr(16), ',' + many.substr(0, 14 * 17 - 1)) << "stores take no longer values than of 256 bytes";
 }
 
 TEST_F(S3ClientTest, AStoreThatWantsNoQuotesGetsNone) {
