@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Identifiers and keys: any text, as UTF-8 and as UTF-16, valid or not.
-#include "getResolvedIRI.hpp"
+#include "provider/getResolvedIRI.hpp"
 #include "require.hpp"
 
 #include <foundation/services/Text.hpp>

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // Layouts: whatever parts a client describes an object with, and how large parts become within a store's limits.
-#include "PartSizes.hpp"
-#include "checkedLayout.hpp"
+#include "client/checkedLayout.hpp"
 #include "require.hpp"
-#include "tuning.hpp"
+#include "support/tuning.hpp"
+#include "upload/PartSizes.hpp"
 
 #include <storage/cloudprovider/CloudException.hpp>
 #include <storage/cloudprovider/PartInfo.hpp>

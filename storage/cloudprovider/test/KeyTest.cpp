@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "getResolvedIRI.hpp"
+#include "provider/getResolvedIRI.hpp"
 
 #include <foundation/services/Text.hpp>
 #include <storage/cloudprovider/CloudException.hpp>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "EngineTest.hpp"
-#include "PartSizes.hpp"
 #include "ScopedMainContext.hpp"
+#include "upload/PartSizes.hpp"
 
 #include <foundation/services/InterruptState.hpp>
 #include <storage/cloudprovider/CloudException.hpp>

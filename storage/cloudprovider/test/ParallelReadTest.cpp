@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "EngineTest.hpp"
 #include "ScopedMainContext.hpp"
-#include "interrupt.hpp"
+#include "support/interrupt.hpp"
 
 #include <foundation/threads/Mutex.hpp>
 #include <storage/cloudprovider/CloudException.hpp>

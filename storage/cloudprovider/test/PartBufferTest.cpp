@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "AllocationFaults.hpp"
-#include "DiskBackedBufferFactory.hpp"
 #include "EngineTest.hpp"
-#include "OpenFileContext.hpp"
-#include "OpenPartBuffer.hpp"
+#include "buffers/DiskBackedBufferFactory.hpp"
+#include "context/OpenFileContext.hpp"
+#include "openfile/OpenPartBuffer.hpp"
 
 #include <storage/cloudprovider/CloudException.hpp>
 #include <storage/cloudprovider/buildCloudProvider.hpp>

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "AllocationFaults.hpp"
 #include "EngineTest.hpp"
-#include "OpenFileManager.hpp"
-#include "tuning.hpp"
+#include "openfile/OpenFileManager.hpp"
+#include "support/tuning.hpp"
 
 #include <storage/cloudprovider/CloudException.hpp>
 #include <storage/cloudprovider/abandonStream.hpp>

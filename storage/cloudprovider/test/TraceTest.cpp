@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Trace.hpp"
-#include "translateException.hpp"
+#include "support/Trace.hpp"
+#include "support/translateException.hpp"
 
 #include <gtest/gtest.h>
 #include <boost/log/attributes/value_extraction.hpp>

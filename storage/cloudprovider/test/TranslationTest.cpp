@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "translateException.hpp"
+#include "support/translateException.hpp"
 
 #include <foundation/storage/provider/Exception.hpp>
 #include <storage/cloudprovider/CloudException.hpp>

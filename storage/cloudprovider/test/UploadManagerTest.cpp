@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "DiskBackedBufferFactory.hpp"
 #include "EngineTest.hpp"
-#include "MultipartUploadManager.hpp"
-#include "OpenFileContext.hpp"
+#include "buffers/DiskBackedBufferFactory.hpp"
+#include "context/OpenFileContext.hpp"
+#include "upload/MultipartUploadManager.hpp"
 
 #include <storage/cloudprovider/CloudException.hpp>
 

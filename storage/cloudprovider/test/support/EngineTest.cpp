@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "EngineTest.hpp"
 
-#include "OpenFileManager.hpp"
+#include "openfile/OpenFileManager.hpp"
 
 #include <storage/cloudprovider/buildCloudProvider.hpp>
 #include <storage/cloudprovider/testing/VersionedFakeClient.hpp>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "TraceGate.hpp"
 
-#include "Trace.hpp"
+#include "support/Trace.hpp"
 
 #include <boost/log/attributes/value_extraction.hpp>
 #include <boost/log/core/core.hpp>

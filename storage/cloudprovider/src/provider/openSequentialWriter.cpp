@@ -1,0 +1,17 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "provider/CloudProvider.hpp"
+#include "support/host.hpp"
+
+#include <storage/cloudprovider/openSequentialWriter.hpp>
+
+namespace storage::cloudprovider {
+
+std::unique_ptr<host::ByteStream> openSequentialWriter(const host::IProvider& provider, const host::StorageIRI& iri) {
+    const auto* const own = dynamic_cast<const CloudProvider*>(&provider);
+    if (own == nullptr) {
+        throw host::Exception(host::ErrorCode::Unsupported, iri);
+    }
+    return own->openSequentialWriter(iri);
+}
+
+}  // namespace storage::cloudprovider
