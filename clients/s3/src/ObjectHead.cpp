@@ -14,8 +14,8 @@ namespace storage::cloudprovider::s3 {
 namespace {
 
 constexpr const char* kWritesHeader = "x-amz-meta-cloudprovider-writes";
-// Of all ids. Swift takes no longer value (OpenStack Swift, max_meta_value_length); of the 2 KB of metadata that an object
-// may have it is little (AWS S3 user guide, object metadata).
+// In bytes, of all ids. Swift takes no longer value (OpenStack Swift, max_meta_value_length); of the 2 KB of metadata
+// that an object may have it is little (AWS S3 user guide, object metadata).
 constexpr std::size_t kLongestWriteIds = 256;
 
 constexpr std::array<std::string_view, 11> kKeptHeaders{"content-type",
