@@ -120,6 +120,7 @@ TEST_F(ParallelReadTest, AnInterruptOfTheCallerEndsTheOtherThreads) {
         }
     };
     EXPECT_THROW(readInPieces(*m_provider, m_file, sink), foundation::OperationInterrupted);
+    EXPECT_EQ(errorCodeOf([&] { readInPieces(*m_provider, m_file, {}); }), ErrorCode::Unknown) << "it is still pending";
 }
 
 TEST_F(ParallelReadTest, AnOpenFileIsReadWithWhatWasWrittenToIt) {

@@ -105,6 +105,7 @@ void ParallelRead::fetch(const ObjectRange& range) noexcept {
                            [this](std::uint64_t offset, std::string_view bytes) { handOver(offset, bytes); });
         std::ostream stream(&pieces);
         try {
+            throwIfInterrupted();
             fetchRange(*m_context, range, stream);
         } catch (...) {
             isOfSink = pieces.failure() != nullptr;
