@@ -62,7 +62,7 @@ function(cloudprovider_install_package_files)
 
     cloudprovider_install_pkgconfig(cloudprovider ${PROJECT_DESCRIPTION}
         LIBS -lcloudprovider -lfoundation_host -lboost_filesystem
-        STATIC_LIBS -lboost_iostreams -lboost_log -lboost_thread -pthread
+        STATIC_LIBS -lboost_chrono -lboost_iostreams -lboost_log -lboost_thread -pthread
         STATIC_CFLAGS -DCLOUDPROVIDER_STATIC_DEFINE -DFOUNDATION_HOST_STATIC_DEFINE)
     if(CLOUDPROVIDER_BUILD_SQLITE)
         # SQLiteCpp has no module of its own.
