@@ -15,7 +15,7 @@ namespace storage::cloudprovider {
 namespace {
 
 // A thread is to come to other files' transfers, too.
-constexpr std::uint64_t kLargestRange = std::uint64_t{128} * 1024 * 1024;
+constexpr std::uint64_t kLargestShare = std::uint64_t{128} * 1024 * 1024;
 
 std::uint64_t countAtOnce(const OpenFileContext& context, const std::shared_ptr<TransferPool>& pool) {
     const auto useful = pool ? std::min(pool->mostThreads(), context.client->limits().UsefulDownloads) : 1;
@@ -88,7 +88,7 @@ std::optional<ObjectRange> ParallelRead::takeRange() {
     if (left == 0 || m_failure) {
         return std::nullopt;
     }
-    const auto share = std::min(left / m_atOnce, kLargestRange);
+    const auto share = std::min(left / m_atOnce, kLargestShare);
     const auto parts = std::max<std::uint64_t>((share + m_context->partSize - 1) / m_context->partSize, 1);
     const auto size = std::min(left, parts * m_context->partSize);
     const ObjectRange range{.First = m_taken, .Size = size, .IsWhole = size == m_start.size};
