@@ -17,6 +17,9 @@ namespace {
 // A thread is to come to other files' transfers, too.
 constexpr std::uint64_t kLargestShare = std::uint64_t{128} * 1024 * 1024;
 
+// Refuses bytes after a failure; nobody is told.
+struct Over {};
+
 std::uint64_t countAtOnce(const OpenFileContext& context, const std::shared_ptr<TransferPool>& pool) {
     const auto useful = pool ? std::min(pool->mostThreads(), context.client->limits().UsefulDownloads) : 1;
     return std::max<std::uint64_t>(useful, 1);
@@ -44,12 +47,12 @@ std::exception_ptr ParallelRead::run() {
     while (const auto range = takeRange()) {
         fetch(*range);
     }
-    waitForOthers();
+    auto failure = waitForOthers();
     const foundation::MutexLock lock(m_mutex);
-    if (m_failure && !m_isFailureOfSink) {
-        std::rethrow_exception(m_failure);
+    if (failure && !m_isFailureOfSink) {
+        std::rethrow_exception(std::move(failure));
     }
-    return m_failure;
+    return failure;
 }
 
 std::exception_ptr ParallelRead::handOverStart() const noexcept {
@@ -114,33 +117,37 @@ void ParallelRead::fetch(const ObjectRange& range) noexcept {
     } catch (...) {
         failure = std::current_exception();
     }
-    finish(failure, isOfSink);
+    finish(std::move(failure), isOfSink);
 }
 
 void ParallelRead::handOver(std::uint64_t offset, std::string_view bytes) {
     {
         const foundation::MutexLock lock(m_mutex);
         if (m_failure) {
-            std::rethrow_exception(m_failure);
+            throw Over();
         }
     }
     m_sink(offset, bytes);
 }
 
-void ParallelRead::finish(const std::exception_ptr& failure, bool isOfSink) noexcept {
+void ParallelRead::finish(std::exception_ptr failure, bool isOfSink) noexcept {
     const foundation::MutexLock lock(m_mutex);
     if (failure && !m_failure) {
-        m_failure = failure;
+        m_failure = std::move(failure);
         m_isFailureOfSink = isOfSink;
     }
     --m_running;
     m_finished.notifyAll();
 }
 
-// What they do ends with an interrupt, as it is the caller's: this need not look at it.
-void ParallelRead::waitForOthers() {
+// What they do ends with an interrupt, as it is the caller's: this need not look at it. The failure is the caller's
+// alone afterwards: one that two threads have, and the last one deletes, is a race to checkers that do not see it
+// counted.
+std::exception_ptr ParallelRead::waitForOthers() {
     foundation::MutexLock lock(m_mutex);
     m_finished.wait(lock, [this]() CLOUDPROVIDER_REQUIRES(m_mutex) { return m_running == 0; });
+    m_taken = m_start.size;
+    return std::exchange(m_failure, nullptr);
 }
 
 }  // namespace storage::cloudprovider

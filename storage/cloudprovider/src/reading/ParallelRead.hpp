@@ -45,8 +45,8 @@ private:
     std::optional<ObjectRange> takeRange();
     void fetch(const ObjectRange& range) noexcept;
     void handOver(std::uint64_t offset, std::string_view bytes);
-    void finish(const std::exception_ptr& failure, bool isOfSink) noexcept;
-    void waitForOthers();
+    void finish(std::exception_ptr failure, bool isOfSink) noexcept;
+    std::exception_ptr waitForOthers();
 
     const std::shared_ptr<OpenFileContext> m_context;
     const StoredStart m_start;
