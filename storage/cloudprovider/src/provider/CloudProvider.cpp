@@ -81,6 +81,14 @@ CloudProvider::CloudProvider(std::shared_ptr<CloudClient> client, FolderPolicy f
 
 CloudProvider::~CloudProvider() = default;
 
+const CloudProvider& CloudProvider::of(const host::IProvider& provider, const StorageIRI& iri) {
+    const auto* const own = dynamic_cast<const CloudProvider*>(&provider);
+    if (own == nullptr) {
+        throw host::Exception(host::ErrorCode::Unsupported, iri);
+    }
+    return *own;
+}
+
 std::unique_ptr<ByteStream> CloudProvider::openSequentialWriter(const StorageIRI& iri) const {
     CLOUDPROVIDER_TRACE_FUNCTION(" iri=", iri);
     return translatingErrors(iri, [&] {

@@ -26,6 +26,9 @@ public:
                   const ProviderOptions& options);
     ~CloudProvider() override;
 
+    /// The provider as what it is. Errors: Exception Unsupported for iri, when it is another one.
+    static const CloudProvider& of(const host::IProvider& provider, const host::StorageIRI& iri);
+
     /// See openSequentialWriter.hpp.
     std::unique_ptr<host::ByteStream> openSequentialWriter(const host::StorageIRI& iri) const;
 

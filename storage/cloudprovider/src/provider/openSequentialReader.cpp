@@ -7,11 +7,7 @@
 namespace storage::cloudprovider {
 
 std::unique_ptr<host::ByteStream> openSequentialReader(const host::IProvider& provider, const host::StorageIRI& iri) {
-    const auto* const own = dynamic_cast<const CloudProvider*>(&provider);
-    if (own == nullptr) {
-        throw host::Exception(host::ErrorCode::Unsupported, iri);
-    }
-    return own->openSequentialReader(iri);
+    return CloudProvider::of(provider, iri).openSequentialReader(iri);
 }
 
 }  // namespace storage::cloudprovider

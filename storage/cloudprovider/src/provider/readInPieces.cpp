@@ -7,11 +7,7 @@
 namespace storage::cloudprovider {
 
 void readInPieces(const host::IProvider& provider, const host::StorageIRI& iri, const PieceSink& sink) {
-    const auto* const own = dynamic_cast<const CloudProvider*>(&provider);
-    if (own == nullptr) {
-        throw host::Exception(host::ErrorCode::Unsupported, iri);
-    }
-    own->readInPieces(iri, sink);
+    CloudProvider::of(provider, iri).readInPieces(iri, sink);
 }
 
 }  // namespace storage::cloudprovider

@@ -22,7 +22,8 @@ using PieceSink = std::function<void(std::uint64_t offset, std::string_view byte
 /// InUse once it has another one; else the bytes may be of both. The file can be removed, moved or replaced meanwhile.
 /// A file that is open is read as openReadOnlyStream does, with what was written to it.
 ///
-/// Values   sink: called by this thread and up to transferThreads others, and not any more once this has returned.
+/// Values   sink: called by this thread and others of the provider, by no more than transferThreads at once, and by
+///          nobody once this has returned.
 /// Errors   Exception: Unsupported for a provider that buildCloudProvider did not make; NotFound; what the store says.
 ///          What sink throws passes through. sink may have had any of the bytes by then.
 /// Threads  any.
